@@ -1,0 +1,70 @@
+// What the SNMP front end and the event code see of the client facade: the entity
+// and status codes, and the free functions that forward to the one hmClient.
+#ifndef HM_CORE_HMCLIENTAPI_H
+#define HM_CORE_HMCLIENTAPI_H
+
+#include <cstdint>
+#include <snmp.h>
+
+// Hardware groups; the entity code equals the MIB subtree index plus one.
+enum HMEntity : uint32_t {
+    systemManagementEntity = 1,
+    chassisInfoEntity = 2,
+    processorDeviceEntity = 3,
+    powerUnitEntity = 4,
+    powerSupplyEntity = 5,
+    voltageProbeEntity = 6,
+    discreteVoltageEntity = 7,
+    memoryArrayEntity = 8,
+    memoryDeviceEntity = 9,
+    coolingUnitEntity = 10,
+    coolingDeviceEntity = 11,
+    discreteCoolingEntity = 12,
+    temperatureProbeEntity = 13,
+    driveSlotEntity = 14,
+};
+
+// Client status codes returned by the facade and the groups.
+constexpr uint32_t CLIENT_SUCCESS = 0;
+constexpr uint32_t CLIENT_ERROR_NOMEMORY = 2;
+constexpr uint32_t CLIENT_ERROR_NOTSUPPORTED = 4;
+constexpr uint32_t CLIENT_ERROR_NOGROUP = 8;
+constexpr uint32_t CLIENT_ERROR_NOSUCHNAME = 9;
+constexpr uint32_t CLIENT_ERROR_NOCONFIGFILE = 10;
+constexpr uint32_t CLIENT_ERROR_NOELEMENT = 32;
+
+// Absence sentinel of every reading and threshold.
+constexpr int32_t NO_VALUE = 2147483647;
+
+struct eventData;
+
+// Creates the one hmClient, stores it in gSubagent and returns its init result.
+uint32_t initHMClient();
+void releaseTables();
+
+uint32_t getIntInfo(uint32_t entity, uint32_t attribute, uint32_t index, int32_t* value);
+uint32_t getIntData(uint32_t entity, uint32_t attribute, uint32_t index, int32_t* value);
+uint32_t getStrInfo(uint32_t entity, uint32_t attribute, uint32_t index, char** value);
+uint32_t getStrData(uint32_t entity, uint32_t attribute, uint32_t index, char** value);
+uint32_t setIntData(uint32_t entity, uint32_t attribute, uint32_t index, int32_t value);
+
+uint32_t getTableSize(uint32_t entity);
+uint32_t getTableStatus(uint32_t entity);
+uint32_t findElementById(uint32_t entity, uint32_t id);
+const char* getElementName(uint32_t entity, uint32_t index);
+void seedHealth(uint32_t entity);
+
+uint32_t processEvent(AsnObjectIdentifier* enterprise, AsnInteger32* specificTrap, SnmpVarBindList* varBinds,
+                      int32_t* trapToSend);
+void addEvent(eventData event);
+void setHealthstatus(int32_t status);
+int32_t getHealthstatus();
+bool isSetsEnabled();
+bool isTrapsEnabled();
+
+// Health names ("Monitor", "Information", "OK", "Degraded", "Error", "Fatal") to status codes.
+int32_t mapHealthNameToStatus(const char* name);
+// Status codes 1..6 to their names ("other" ... "nonRecoverable"); null for any other code.
+const char* mapStatusToName(int32_t status);
+
+#endif

@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds and runs the whole test suite: every test under AddressSanitizer and
+# UndefinedBehaviorSanitizer, the threaded tests again under ThreadSanitizer,
+# and the source-format check.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/install-deps.sh test
+
+jobs=$(nproc)
+for preset in asan tsan; do
+    echo "=== ${preset}: configure and build"
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset" -j "$jobs"
+done
+
+status=0
+echo "=== asan: all tests"
+ctest --preset asan -j "$jobs" || status=1
+echo "=== tsan: threaded tests"
+ctest --preset tsan -j "$jobs" || status=1
+echo "=== format"
+bash scripts/check-format.sh || status=1
+exit $status
