@@ -37,6 +37,11 @@ constexpr uint32_t CLIENT_ERROR_NOELEMENT = 32;
 constexpr int32_t NO_VALUE = 2147483647;
 
 struct eventData;
+class subagentBase;
+
+// Test seam: makes initHMClient create its object through `factory` instead of
+// `new hmClient`; a null factory restores the production path.
+void setClientFactory(subagentBase* (*factory)());
 
 // Creates the one hmClient, stores it in gSubagent and returns its init result.
 uint32_t initHMClient();

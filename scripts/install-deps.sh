@@ -3,7 +3,7 @@
 # Usage: scripts/install-deps.sh [build|test]
 set -euo pipefail
 
-packages=(build-essential cmake ninja-build pkg-config)
+packages=(build-essential cmake ninja-build pkg-config nlohmann-json3-dev libfreeipmi-dev)
 if [ "${1:-build}" = test ]; then
     packages+=(googletest libgtest-dev libgmock-dev clang-format)
 fi
