@@ -15,6 +15,8 @@ HM_EXPORT int AssertTrap();
 // True once the last region has been handed to the SNMP service.
 unsigned char IsInitDone();
 // Copies the base OID of subtree `index` (0..13); leaves `oid` untouched otherwise.
+// The copy has arcs of its own (SnmpUtilMem allocator): the caller may append to it and
+// frees it with SnmpUtilOidFree.
 void GetOidSubTreeBaseOid(int index, AsnObjectIdentifier* oid);
 
 #endif

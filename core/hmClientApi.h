@@ -46,6 +46,8 @@ void setClientFactory(subagentBase* (*factory)());
 // Creates the one hmClient, stores it in gSubagent and returns its init result.
 uint32_t initHMClient();
 void releaseTables();
+// Deletes the one hmClient (its groups and event handler with it) and clears gSubagent.
+void destroyHMClient();
 
 uint32_t getIntInfo(uint32_t entity, uint32_t attribute, uint32_t index, int32_t* value);
 uint32_t getIntData(uint32_t entity, uint32_t attribute, uint32_t index, int32_t* value);

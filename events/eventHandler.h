@@ -17,8 +17,8 @@ public:
 
     uint32_t init();
     uint32_t addEvent(const eventData& event);
-    uint32_t processEvent(AsnObjectIdentifier* enterprise, AsnInteger32* specificTrap, SnmpVarBindList* varBinds,
-                          int32_t* trapToSend);
+    uint32_t processEvent(AsnObjectIdentifier* enterprise, AsnInteger32* specificTrap,
+                          SnmpVarBindList* varBinds, int32_t* trapToSend);
 
     uint32_t insertElement(const eventData& event);
     uint32_t insertElementByDeviceId(int32_t deviceId, int32_t severity);
@@ -38,6 +38,20 @@ public:
     size_t queuedEvents();
 
 private:
+    // The event-list mutex guards mEventQueue; the health-list mutex guards the
+    // three lists and m_nHealthStatus. The two are never held together.
+    void EventSemaphoreWait();
+    void EventSemaphoreRelease();
+    void HealthSemaphoreWait();
+    void HealthSemaphoreRelease();
+    // Appends the id to the list of the severity unless it is there already.
+    uint32_t insertIntoList(int32_t deviceId, int32_t severity);
+
+    eventHandler(const eventHandler&) = delete;
+    eventHandler& operator=(const eventHandler&) = delete;
+
+    HANDLE mEventMutex = nullptr;
+    HANDLE mHealthMutex = nullptr;
     std::list<int32_t> mNonCriList;
     std::list<int32_t> mCriticalList;
     std::list<int32_t> mNonRecList;

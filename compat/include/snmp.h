@@ -152,6 +152,12 @@ typedef struct {
 #define SNMPAPI_NOERROR TRUE
 #define SNMPAPI_ERROR FALSE
 
+// Longest object identifier SNMP carries, and the GetLastError codes of the
+// utility calls.
+#define SNMP_MAX_OID_LEN 128
+#define SNMP_MEM_ALLOC_ERROR 1
+#define SNMP_BERAPI_OVERFLOW 12
+
 // Entry points of an extension agent, as the host resolves them by name.
 typedef BOOL(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONINIT)(DWORD dwUpTimeReference, HANDLE* phSubagentTrapEvent,
                                                    AsnObjectIdentifier* pFirstSupportedRegion);

@@ -48,6 +48,8 @@ typedef HANDLE HMODULE;
 typedef DWORD REGSAM;
 typedef LONG LSTATUS;
 
+#define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1)
+
 #ifndef TRUE
 #define TRUE 1
 #endif

@@ -1,0 +1,206 @@
+// Building and releasing the live variable chain.
+#include "agent/mibChain.h"
+
+#include <cstdint>
+#include <new>
+
+#include "agent/mibHandlers.h"
+#include "core/debugLog.h"
+#include "core/hmClientApi.h"
+
+namespace {
+
+MIB_VAR_TYPE* gChainHead = nullptr;
+
+// Instance rows live on the heap; the static table's rows do not.
+bool isStaticRow(const MIB_VAR_TYPE* pMibVar) {
+    const auto p = reinterpret_cast<uintptr_t>(pMibVar);
+    const auto first = reinterpret_cast<uintptr_t>(&hmSubagentMib[0]);
+    const auto end = reinterpret_cast<uintptr_t>(&hmSubagentMib[MIB_ROW_COUNT]);
+    return p >= first && p < end;
+}
+
+OID_SUBTREE& subtreeOf(const MIB_VAR_TYPE* pMibVar) {
+    return OidSubTrees[pMibVar->SubTreeIndex];
+}
+
+// Step 1: link the rows in storage order; the row whose link points back at the first
+// row is the last one. Records each subtree's first row on the way.
+void linkStaticTable() {
+    MIB_VAR_TYPE* first = &hmSubagentMib[0];
+    for (int i = 0; i < MIB_ROW_COUNT; ++i) {
+        MIB_VAR_TYPE* pMibVar = &hmSubagentMib[i];
+        OID_SUBTREE& subtree = subtreeOf(pMibVar);
+        if (subtree.pMibVar == nullptr)
+            subtree.pMibVar = pMibVar;
+        if (pMibVar->pMibNext == first || i == MIB_ROW_COUNT - 1) {
+            debugLog("Last pMibVar. Hence pMibVar->pMibNext is set to NULL\n");
+            pMibVar->pMibNext = nullptr;
+            break;
+        }
+        pMibVar->pMibNext = &hmSubagentMib[i + 1];
+    }
+}
+
+// A copy of `column` for instance `k`, whose OID is the column's with k appended.
+MIB_VAR_TYPE* newInstance(const MIB_VAR_TYPE* column, UINT k) {
+    MIB_VAR_TYPE* instance = new (std::nothrow) MIB_VAR_TYPE(*column);
+    if (instance == nullptr)
+        return nullptr;
+    instance->Oid = AsnObjectIdentifier{0, nullptr};
+    instance->pMibNext = nullptr;
+    AsnObjectIdentifier source = column->Oid;
+    AsnObjectIdentifier arc{1, &k};
+    if (!SnmpUtilOidCpy(&instance->Oid, &source) || !SnmpUtilOidAppend(&instance->Oid, &arc)) {
+        SnmpUtilOidFree(&instance->Oid);
+        delete instance;
+        return nullptr;
+    }
+    return instance;
+}
+
+void dropRow(MIB_VAR_TYPE* pMibVar) {
+    debugLog("table size is 0 - so no items added\n");
+    pMibVar->access = MIB_ACCESS_NONE;
+    pMibVar->pMibFunc = nullptr;
+}
+
+// Step 2: one row per instance after every table column; empty groups lose their rows.
+bool expandTables() {
+    for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar != nullptr;) {
+        MIB_VAR_TYPE* next = pMibVar->pMibNext;
+        const uint32_t size = getTableSize(pMibVar->HMEntity);
+        if (subtreeOf(pMibVar).isTable) {
+            debugLog("table size for sensor %d is %d\n", static_cast<int>(pMibVar->HMEntity),
+                     static_cast<int>(size));
+            if (size >= 1) {
+                MIB_VAR_TYPE* previous = pMibVar;
+                for (uint32_t k = 1; k <= size; ++k) {
+                    MIB_VAR_TYPE* instance = newInstance(pMibVar, k);
+                    if (instance == nullptr) {
+                        debugLog("Error allocatiing memory for adding table entries to hmSubagentMib\n");
+                        return false;
+                    }
+                    debugLog("Constructed instance Oid:%s:\n", SnmpUtilOidToA(&instance->Oid));
+                    instance->pMibNext = next;
+                    previous->pMibNext = instance;
+                    previous = instance;
+                }
+                debugLog("just added last one in table \n");
+                pMibVar->pMibFunc = nullptr;
+            } else {
+                dropRow(pMibVar);
+            }
+        } else if (size == 0) {
+            dropRow(pMibVar);
+        }
+        pMibVar = next;
+    }
+    return true;
+}
+
+// Step 3: unlink every row without a handler. The first row is never looked at; it
+// belongs to the system group, which is never empty.
+void pruneChain() {
+    for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar->pMibNext != nullptr;) {
+        if (pMibVar->pMibNext->pMibFunc == nullptr)
+            pMibVar->pMibNext = pMibVar->pMibNext->pMibNext;
+        else
+            pMibVar = pMibVar->pMibNext;
+    }
+}
+
+// Step 4: each subtree points at its first row in the chain, or at nothing.
+void repointSubtrees() {
+    for (OID_SUBTREE& subtree : OidSubTrees)
+        subtree.pMibVar = nullptr;
+    for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar != nullptr; pMibVar = pMibVar->pMibNext) {
+        OID_SUBTREE& subtree = subtreeOf(pMibVar);
+        if (subtree.pMibVar == nullptr)
+            subtree.pMibVar = pMibVar;
+    }
+}
+
+void traceChain() {
+    debugLog("Printing out entire MIB structure\n");
+    for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar != nullptr; pMibVar = pMibVar->pMibNext) {
+        UINT arcs[MIB_FULL_OID_MAX];
+        AsnObjectIdentifier full;
+        if (mibFullOid(pMibVar, arcs, &full))
+            debugLog("  Full Oid:%s         ", SnmpUtilOidToA(&full));
+        debugLog("   OID:%s\n", SnmpUtilOidToA(&pMibVar->Oid));
+    }
+    debugLog("Printout out entire OidSubTree structure\n");
+    for (int i = 0; i < MIB_SUBTREE_COUNT; ++i) {
+        debugLog("   OidSubTrees[%d] Oid: %s      ", i, SnmpUtilOidToA(&OidSubTrees[i].baseOid));
+        if (OidSubTrees[i].pMibVar != nullptr)
+            debugLog(" hmSubagentMib entry:%s\n", SnmpUtilOidToA(&OidSubTrees[i].pMibVar->Oid));
+        else
+            debugLog("Null pMibVar pointer in OidSubTrees[%d]\n", i);
+    }
+}
+
+} // namespace
+
+bool mibFullOid(const MIB_VAR_TYPE* pMibVar, UINT (&arcs)[MIB_FULL_OID_MAX], AsnObjectIdentifier* out) {
+    const AsnObjectIdentifier& base = subtreeOf(pMibVar).baseOid;
+    const AsnObjectIdentifier& relative = pMibVar->Oid;
+    if (base.idLength + relative.idLength > MIB_FULL_OID_MAX)
+        return false;
+    UINT n = 0;
+    for (UINT i = 0; i < base.idLength; ++i)
+        arcs[n++] = base.ids[i];
+    for (UINT i = 0; i < relative.idLength; ++i)
+        arcs[n++] = relative.ids[i];
+    *out = AsnObjectIdentifier{n, arcs};
+    return true;
+}
+
+bool mibReplaceName(AsnObjectIdentifier* name, AsnObjectIdentifier* source) {
+    AsnObjectIdentifier copy{0, nullptr};
+    if (!SnmpUtilOidCpy(&copy, source)) {
+        SnmpUtilOidFree(&copy);
+        return false;
+    }
+    SnmpUtilOidFree(name);
+    *name = copy;
+    return true;
+}
+
+bool mibBuildChain() {
+    linkStaticTable();
+    if (!expandTables()) {
+        mibReleaseChain();
+        return false;
+    }
+    pruneChain();
+    repointSubtrees();
+    gChainHead = &hmSubagentMib[0];
+    traceChain();
+    return true;
+}
+
+void mibReleaseChain() {
+    // The chain from the first row reaches every instance row; the pruned static rows
+    // hold no text since they were never read.
+    MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0];
+    while (pMibVar != nullptr) {
+        MIB_VAR_TYPE* next = pMibVar->pMibNext;
+        if (next == &hmSubagentMib[0])
+            next = nullptr;
+        mibReleaseText(pMibVar);
+        if (!isStaticRow(pMibVar)) {
+            SnmpUtilOidFree(&pMibVar->Oid);
+            delete pMibVar;
+        }
+        pMibVar = next;
+    }
+    for (MIB_VAR_TYPE& row : hmSubagentMib)
+        mibReleaseText(&row);
+    gChainHead = nullptr;
+    mibLoadStaticTable();
+}
+
+MIB_VAR_TYPE* mibChainHead() {
+    return gChainHead;
+}

@@ -1,0 +1,121 @@
+// Binding lists the way the SNMP service builds them, OIDs as arc vectors, and
+// trace reading, for the front-end tests.
+#ifndef HM_TESTS_AGENT_AGENTTESTSUPPORT_H
+#define HM_TESTS_AGENT_AGENTTESTSUPPORT_H
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <sstream>
+#include <string>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <snmp.h>
+
+namespace hmtest {
+
+using Arcs = std::vector<UINT>;
+
+// The enterprise prefix of the agent's MIB, 1.3.6.1.4.1.64999.2.10.3.5.
+inline Arcs P(std::initializer_list<UINT> tail) {
+    Arcs arcs{1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 5};
+    arcs.insert(arcs.end(), tail);
+    return arcs;
+}
+
+inline const Arcs kEndOfView{1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 6};
+
+inline std::string dotted(const Arcs& arcs) {
+    std::string text;
+    for (size_t i = 0; i < arcs.size(); ++i)
+        text += (i ? "." : "") + std::to_string(arcs[i]);
+    return text;
+}
+
+inline Arcs arcsOf(const AsnObjectIdentifier& oid) {
+    return oid.ids == nullptr ? Arcs{} : Arcs(oid.ids, oid.ids + oid.idLength);
+}
+
+// A binding list allocated as the SNMP service allocates it; freed with it.
+class Bindings {
+public:
+    explicit Bindings(const std::vector<Arcs>& names) {
+        m_list.len = static_cast<UINT>(names.size());
+        m_list.list = names.empty() ? nullptr
+                                    : static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(
+                                          static_cast<UINT>(names.size() * sizeof(SnmpVarBind))));
+        for (size_t n = 0; n < names.size(); ++n) {
+            AsnObjectIdentifier oid{static_cast<UINT>(names[n].size()), const_cast<UINT*>(names[n].data())};
+            SnmpUtilOidCpy(&m_list.list[n].name, &oid);
+            m_list.list[n].value.asnType = ASN_NULL;
+        }
+    }
+    ~Bindings() { SnmpUtilVarBindListFree(&m_list); }
+    Bindings(const Bindings&) = delete;
+    Bindings& operator=(const Bindings&) = delete;
+
+    SnmpVarBindList* list() { return &m_list; }
+    SnmpVarBind& operator[](size_t n) { return m_list.list[n]; }
+    Arcs name(size_t n) const { return arcsOf(m_list.list[n].name); }
+    std::string text(size_t n) const {
+        const AsnOctetString& s = m_list.list[n].value.asnValue.string;
+        return std::string(reinterpret_cast<const char*>(s.stream), s.length);
+    }
+    // Gives binding n an integer value, as a SET request carries it.
+    void setInteger(size_t n, int32_t value) {
+        SnmpUtilAsnAnyFree(&m_list.list[n].value);
+        m_list.list[n].value.asnType = ASN_INTEGER;
+        m_list.list[n].value.asnValue.number = value;
+    }
+    // Gives binding n an OCTET STRING value of its own.
+    void setString(size_t n, const std::string& value) {
+        SnmpUtilAsnAnyFree(&m_list.list[n].value);
+        AsnOctetString& s = m_list.list[n].value.asnValue.string;
+        s.stream = static_cast<BYTE*>(SnmpUtilMemAlloc(static_cast<UINT>(value.size())));
+        memcpy(s.stream, value.data(), value.size());
+        s.length = static_cast<UINT>(value.size());
+        s.dynamic = TRUE;
+        m_list.list[n].value.asnType = ASN_OCTETSTRING;
+    }
+
+private:
+    SnmpVarBindList m_list{nullptr, 0};
+};
+
+// Error status and index of one request; -1 where the agent did not write.
+struct Answer {
+    AsnInteger32 status = -1;
+    AsnInteger32 index = -1;
+};
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// True when the trace holds `message` as the text of one trace call (after the
+// "hh:mm:ss: (thread) " prefix).
+inline bool traced(const std::string& log, const std::string& message) {
+    return log.find(") " + message) != std::string::npos;
+}
+
+inline std::string scratchPath(const std::string& name) {
+    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
+    std::string test = info->name();
+    for (char& c : test)
+        if (c == '/')
+            c = '_';
+    return ::testing::TempDir() + "hmagent-" + std::to_string(getpid()) + "-" + test + "-" + name;
+}
+
+} // namespace hmtest
+
+#endif

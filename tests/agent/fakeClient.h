@@ -1,0 +1,212 @@
+// A scripted client facade installed through the facade's test seam, and the test
+// fixture that starts the agent against it.
+#ifndef HM_TESTS_AGENT_FAKECLIENT_H
+#define HM_TESTS_AGENT_FAKECLIENT_H
+
+#include "agentTestSupport.h"
+
+#include "agent/snmpExtension.h"
+#include "core/debugLog.h"
+#include "core/hmClientApi.h"
+#include "core/subagentBase.h"
+
+namespace hmtest {
+
+// What the scripted facade answers and what it was asked.
+struct FakeScript {
+    uint32_t sizes[16] = {}; // table size by entity code
+    uint32_t initStatus = CLIENT_SUCCESS;
+    bool setsEnabled = false;
+    std::string tracePath; // opened by init, as the configuration's debugenabled does
+    // Getter failures and null texts, by attribute code.
+    std::map<uint32_t, uint32_t> failingAttributes;
+    std::map<uint32_t, bool> nullTextAttributes;
+    uint32_t setStatus = CLIENT_SUCCESS;
+    uint32_t readBackStatus = CLIENT_SUCCESS;
+    // Trap production.
+    uint32_t eventStatus = CLIENT_SUCCESS;
+    int32_t trapToSend = 1;
+    Arcs eventOid;
+
+    struct Call {
+        std::string op;
+        uint32_t entity;
+        uint32_t attribute;
+        uint32_t index;
+        int32_t value;
+    };
+    bool record = true;
+    std::vector<Call> calls;
+    std::map<std::pair<uint32_t, uint32_t>, int32_t> written; // (attribute, index) -> value
+    int releaseCount = 0;
+};
+
+inline FakeScript& script() {
+    static FakeScript s;
+    return s;
+}
+
+// Integer values are attribute * 1000 + index, so a test can tell which row was read.
+inline int32_t fakeInt(uint32_t attribute, uint32_t index) {
+    return static_cast<int32_t>(attribute * 1000 + index);
+}
+
+class FakeClient : public subagentBase {
+public:
+    uint32_t init() override {
+        if (!script().tracePath.empty())
+            openDebugLog(script().tracePath.c_str(), 10);
+        return script().initStatus;
+    }
+    void releaseTables() override { ++script().releaseCount; }
+    uint32_t getIntInfo(uint32_t e, uint32_t a, uint32_t i, int32_t* v) override {
+        return readInt("info", e, a, i, v);
+    }
+    uint32_t getIntData(uint32_t e, uint32_t a, uint32_t i, int32_t* v) override {
+        if (script().record && !script().calls.empty() && script().calls.back().op == "set")
+            return readBack(e, a, i, v);
+        return readInt("data", e, a, i, v);
+    }
+    uint32_t getStrInfo(uint32_t e, uint32_t a, uint32_t i, char** v) override {
+        return readStr("sinfo", e, a, i, v);
+    }
+    uint32_t getStrData(uint32_t e, uint32_t a, uint32_t i, char** v) override {
+        return readStr("sdata", e, a, i, v);
+    }
+    uint32_t setIntData(uint32_t e, uint32_t a, uint32_t i, int32_t v) override {
+        note("set", e, a, i, v);
+        if (script().setStatus == CLIENT_SUCCESS)
+            script().written[{a, i}] = v;
+        return script().setStatus;
+    }
+    uint32_t getTableSize(uint32_t entity) override { return entity < 16 ? script().sizes[entity] : 0; }
+    uint32_t findElementById(uint32_t, uint32_t) override { return 0; }
+    uint32_t getTableStatus(uint32_t) override { return 3; }
+    uint32_t seedHealth(uint32_t) override { return CLIENT_SUCCESS; }
+    const char* getElementName(uint32_t, uint32_t) override { return nullptr; }
+    uint32_t processEvent(AsnObjectIdentifier* enterprise, AsnInteger32* specificTrap,
+                          SnmpVarBindList* varBinds, int32_t* trapToSend) override {
+        if (script().eventStatus != CLIENT_SUCCESS)
+            return script().eventStatus;
+        *trapToSend = script().trapToSend;
+        if (script().trapToSend != 1)
+            return CLIENT_SUCCESS;
+        *specificTrap = 0;
+        AsnObjectIdentifier source{static_cast<UINT>(script().eventOid.size()), script().eventOid.data()};
+        SnmpUtilOidCpy(enterprise, &source);
+        varBinds->len = 2;
+        varBinds->list = static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(2 * sizeof(SnmpVarBind)));
+        for (UINT n = 0; n < 2; ++n) {
+            Arcs name = P({1000, 10, n + 1});
+            AsnObjectIdentifier oid{static_cast<UINT>(name.size()), name.data()};
+            SnmpUtilOidCpy(&varBinds->list[n].name, &oid);
+            varBinds->list[n].value.asnType = ASN_INTEGER;
+            varBinds->list[n].value.asnValue.number = static_cast<AsnInteger32>(n + 5);
+        }
+        return CLIENT_SUCCESS;
+    }
+    void addEvent(eventData) override {}
+    void setHealthstatus(int32_t) override {}
+    int32_t getHealthstatus() override { return 3; }
+    bool isDebugEnabled() override { return false; }
+    bool isTrapsEnabled() override { return true; }
+    bool isSetsEnabled() override { return script().setsEnabled; }
+    uint32_t readRegistryParams() override { return 1; }
+    BaseAccessor* getTable(uint32_t) override { return nullptr; }
+    eventHandler* getEventHandler() override { return nullptr; }
+
+private:
+    static void note(const char* op, uint32_t e, uint32_t a, uint32_t i, int32_t v) {
+        if (script().record)
+            script().calls.push_back({op, e, a, i, v});
+    }
+    static uint32_t failure(uint32_t a) {
+        auto it = script().failingAttributes.find(a);
+        return it == script().failingAttributes.end() ? CLIENT_SUCCESS : it->second;
+    }
+    static uint32_t readInt(const char* op, uint32_t e, uint32_t a, uint32_t i, int32_t* v) {
+        note(op, e, a, i, 0);
+        if (uint32_t status = failure(a))
+            return status;
+        *v = fakeInt(a, i);
+        return CLIENT_SUCCESS;
+    }
+    static uint32_t readBack(uint32_t e, uint32_t a, uint32_t i, int32_t* v) {
+        note("readback", e, a, i, 0);
+        auto it = script().written.find({a, i});
+        *v = it == script().written.end() ? fakeInt(a, i) : it->second;
+        return script().readBackStatus;
+    }
+    static uint32_t readStr(const char* op, uint32_t e, uint32_t a, uint32_t i, char** v) {
+        note(op, e, a, i, 0);
+        if (uint32_t status = failure(a))
+            return status;
+        if (script().nullTextAttributes.count(a))
+            return CLIENT_SUCCESS;
+        char* text = static_cast<char*>(calloc(1, 128));
+        snprintf(text, 128, "%s:e%u:a%u:i%u", op, e, a, i);
+        *v = text;
+        return CLIENT_SUCCESS;
+    }
+};
+
+inline subagentBase* makeFakeClient() {
+    return new FakeClient();
+}
+
+// Runs the entry points against the scripted facade.
+class AgentTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        script() = FakeScript{};
+        setClientFactory(makeFakeClient);
+    }
+    void TearDown() override {
+        if (m_started)
+            SnmpExtensionClose();
+        setClientFactory(nullptr);
+        destroyHMClient();
+        if (!script().tracePath.empty())
+            unlink(script().tracePath.c_str());
+    }
+
+    // Init with these table sizes (entity code -> size); the system group has one row.
+    bool start(std::initializer_list<std::pair<uint32_t, uint32_t>> sizes, bool trace = false) {
+        script().sizes[systemManagementEntity] = 1;
+        for (const auto& [entity, size] : sizes)
+            script().sizes[entity] = size;
+        if (trace)
+            script().tracePath = scratchPath("trace.log");
+        m_region = AsnObjectIdentifier{0, nullptr};
+        m_event = nullptr;
+        m_started = SnmpExtensionInit(1234, &m_event, &m_region) == TRUE;
+        return m_started;
+    }
+    // Hands out every further region; returns how many there were.
+    int finishRegions() {
+        int count = 0;
+        AsnObjectIdentifier region{0, nullptr};
+        while (SnmpExtensionInitEx(&region) && count < 100)
+            ++count;
+        return count;
+    }
+    Answer query(UINT type, Bindings& bindings) {
+        Answer answer;
+        SnmpExtensionQueryEx(type, 7, bindings.list(), nullptr, &answer.status, &answer.index);
+        return answer;
+    }
+    // Closes the agent (which closes the trace) and returns the trace text.
+    std::string closeAndReadTrace() {
+        SnmpExtensionClose();
+        m_started = false;
+        return readFile(script().tracePath);
+    }
+
+    bool m_started = false;
+    HANDLE m_event = nullptr;
+    AsnObjectIdentifier m_region{0, nullptr};
+};
+
+} // namespace hmtest
+
+#endif

@@ -1,0 +1,225 @@
+// Region hand-out, start-up completion, trap signalling and trap production.
+#include "fakeClient.h"
+
+#include "agent/agentApi.h"
+#include "agent/agentState.h"
+
+namespace hmtest {
+namespace {
+
+using LifecycleTest = AgentTest;
+
+bool signalled(HANDLE event) {
+    return WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
+}
+
+TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATime) {
+    ASSERT_TRUE(start({}, true));
+    EXPECT_EQ(arcsOf(m_region), P({100}));
+    ASSERT_NE(m_event, nullptr);
+    EXPECT_EQ(m_event, agentTrapEvent());
+
+    const Arcs expected[] = {P({200}),     P({300, 10}), P({400, 10}), P({400, 20}), P({400, 30}),
+                             P({400, 40}), P({500, 10}), P({500, 20}), P({600, 10}), P({600, 20}),
+                             P({600, 30}), P({600, 40}), P({700, 10})};
+    for (const Arcs& base : expected) {
+        EXPECT_FALSE(IsInitDone());
+        AsnObjectIdentifier region{0, nullptr};
+        ASSERT_TRUE(SnmpExtensionInitEx(&region));
+        EXPECT_EQ(arcsOf(region), base);
+    }
+    AsnObjectIdentifier region{0, nullptr};
+    EXPECT_FALSE(SnmpExtensionInitEx(&region));
+    const UINT* ids = region.ids; // the packed field is copied, not referenced
+    EXPECT_EQ(ids, nullptr);
+    EXPECT_TRUE(IsInitDone());
+    // Once done, no further region and no second poller.
+    EXPECT_FALSE(SnmpExtensionInitEx(&region));
+    EXPECT_EQ(agentRegionCounter(), 14);
+
+    const std::string log = closeAndReadTrace();
+    EXPECT_TRUE(traced(log, "pNextSupportedRegion is 1.3.6.1.4.1.64999.2.10.3.5.200\n"));
+    EXPECT_TRUE(traced(log, "pNextSupportedRegion is 1.3.6.1.4.1.64999.2.10.3.5.700.10\n"));
+    EXPECT_TRUE(traced(log, "\n\n InitDone \n\n"));
+    EXPECT_FALSE(IsInitDone());
+}
+
+TEST_F(LifecycleTest, SubtreeBaseOidsAreCopiedForValidIndexesOnly) {
+    ASSERT_TRUE(start({}));
+    struct Case {
+        int index;
+        Arcs base;
+    };
+    for (const Case& c :
+         {Case{0, P({100})}, Case{2, P({300, 10})}, Case{12, P({600, 40})}, Case{13, P({700, 10})}}) {
+        AsnObjectIdentifier oid{0, nullptr};
+        GetOidSubTreeBaseOid(c.index, &oid);
+        EXPECT_EQ(arcsOf(oid), c.base) << c.index;
+        // A copy of its own: growing it leaves the subtree alone.
+        UINT arc = 1;
+        AsnObjectIdentifier tail{1, &arc};
+        ASSERT_TRUE(SnmpUtilOidAppend(&oid, &tail));
+        SnmpUtilOidFree(&oid);
+        AsnObjectIdentifier again{0, nullptr};
+        GetOidSubTreeBaseOid(c.index, &again);
+        EXPECT_EQ(arcsOf(again), c.base);
+        SnmpUtilOidFree(&again);
+    }
+    UINT marker = 77;
+    for (int index : {14, 15, -1, 1000}) {
+        AsnObjectIdentifier untouched{1, &marker};
+        GetOidSubTreeBaseOid(index, &untouched);
+        EXPECT_EQ(untouched.idLength, 1u) << index;
+        const UINT* ids = untouched.ids;
+        EXPECT_EQ(ids, &marker) << index;
+    }
+}
+
+TEST_F(LifecycleTest, ATrapAssertedDuringStartUpWaitsForTheLastRegion) {
+    ASSERT_TRUE(start({}, true));
+    AsnObjectIdentifier region{0, nullptr};
+    ASSERT_TRUE(SnmpExtensionInitEx(&region));
+    EXPECT_EQ(AssertTrap(), 1);
+    EXPECT_TRUE(agentTrapsWaiting());
+    EXPECT_FALSE(signalled(m_event));
+    EXPECT_EQ(AssertTrap(), 1);
+    EXPECT_FALSE(signalled(m_event));
+
+    EXPECT_EQ(finishRegions(), 12);
+    EXPECT_TRUE(IsInitDone());
+    EXPECT_FALSE(agentTrapsWaiting());
+    EXPECT_TRUE(signalled(m_event));
+    EXPECT_FALSE(signalled(m_event)); // auto-reset, signalled once
+
+    // From now on every assertion signals at once.
+    EXPECT_EQ(AssertTrap(), 1);
+    EXPECT_TRUE(signalled(m_event));
+
+    const std::string log = closeAndReadTrace();
+    EXPECT_TRUE(traced(log, "AssertTrap is called\n"));
+    EXPECT_TRUE(traced(log, "Traps are waiting...so call AssertTrap\n"));
+}
+
+TEST_F(LifecycleTest, WithoutAWaitingTrapTheEndOfStartUpSignalsNothing) {
+    ASSERT_TRUE(start({}));
+    EXPECT_EQ(finishRegions(), 13);
+    EXPECT_FALSE(signalled(m_event));
+}
+
+TEST_F(LifecycleTest, EveryTenthQuerySignalsTheTrapEvent) {
+    ASSERT_TRUE(start({}));
+    finishRegions();
+    Bindings none({});
+    for (int n = 1; n <= 30; ++n) {
+        query(SNMP_EXTENSION_GET, none);
+        EXPECT_EQ(signalled(m_event), n % 10 == 0) << n;
+        EXPECT_EQ(agentHealthPollRequested(), n >= 10) << n;
+    }
+}
+
+TEST_F(LifecycleTest, TheQueryCountStartsAfreshWithEachInit) {
+    ASSERT_TRUE(start({}));
+    Bindings none({});
+    for (int n = 0; n < 7; ++n)
+        query(SNMP_EXTENSION_GET, none);
+    SnmpExtensionClose();
+    m_started = false;
+    ASSERT_TRUE(start({}));
+    for (int n = 1; n <= 10; ++n) {
+        query(SNMP_EXTENSION_GET, none);
+        EXPECT_EQ(signalled(m_event), n == 10) << n;
+    }
+}
+
+struct TrapCase {
+    const char* name;
+    Arcs eventOid;
+    uint32_t eventStatus;
+    int32_t trapToSend;
+    BOOL produced;
+    Arcs enterprise;
+    AsnInteger32 specific;
+};
+
+class Traps : public AgentTest, public ::testing::WithParamInterface<TrapCase> {};
+
+TEST_P(Traps, SplitTheEventOidIntoEnterpriseAndSpecificTrap) {
+    const TrapCase& c = GetParam();
+    ASSERT_TRUE(start({}));
+    finishRegions();
+    script().eventOid = c.eventOid;
+    script().eventStatus = c.eventStatus;
+    script().trapToSend = c.trapToSend;
+
+    AsnObjectIdentifier enterprise{0, nullptr};
+    AsnInteger32 generic = -1;
+    AsnInteger32 specific = -1;
+    AsnTimeticks stamp = 0xFFFFFFFFu;
+    SnmpVarBindList bindings{nullptr, 0};
+    EXPECT_EQ(SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &bindings), c.produced);
+    EXPECT_EQ(generic, SNMP_GENERICTRAP_ENTERSPECIFIC);
+    EXPECT_NE(stamp, 0xFFFFFFFFu);
+    if (c.produced) {
+        EXPECT_EQ(arcsOf(enterprise), c.enterprise);
+        EXPECT_EQ(specific, c.specific);
+        ASSERT_EQ(bindings.len, 2u);
+        EXPECT_EQ(arcsOf(bindings.list[0].name), P({1000, 10, 1}));
+    }
+    SnmpUtilOidFree(&enterprise);
+    SnmpUtilVarBindListFree(&bindings);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Events, Traps,
+    ::testing::Values(TrapCase{"TemperatureEvent", P({1000, 100, 21}), 0, 1, TRUE, P({1000, 100}), 21},
+                      TrapCase{"HealthEvent", P({1000, 1, 3}), 0, 1, TRUE, P({1000, 1}), 3},
+                      TrapCase{"LargeSpecificTrap", P({1000, 7, 4000000}), 0, 1, TRUE, P({1000, 7}), 4000000},
+                      TrapCase{"SingleArcIsLeftAsItIs", Arcs{21}, 0, 1, TRUE, Arcs{21}, 0},
+                      TrapCase{"TwoArcs", Arcs{1, 21}, 0, 1, TRUE, Arcs{1}, 21},
+                      TrapCase{"QueueEmpty", P({1000, 1, 3}), 0, 0, FALSE, Arcs{}, 0},
+                      TrapCase{"FacadeFails", P({1000, 1, 3}), CLIENT_ERROR_NOSUCHNAME, 1, FALSE, Arcs{}, 0}),
+    [](const ::testing::TestParamInfo<TrapCase>& info) { return std::string(info.param.name); });
+
+TEST_F(LifecycleTest, TrapsAreTraced) {
+    ASSERT_TRUE(start({}, true));
+    script().eventOid = P({1000, 100, 21});
+    AsnObjectIdentifier enterprise{0, nullptr};
+    AsnInteger32 generic = 0;
+    AsnInteger32 specific = 0;
+    AsnTimeticks stamp = 0;
+    SnmpVarBindList bindings{nullptr, 0};
+    ASSERT_TRUE(SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &bindings));
+    SnmpUtilOidFree(&enterprise);
+    SnmpUtilVarBindListFree(&bindings);
+    const std::string log = closeAndReadTrace();
+    EXPECT_TRUE(traced(log, "There are #2 VarBinds in list\n"));
+    EXPECT_TRUE(traced(log, "   VarBind 0:1.3.6.1.4.1.64999.2.10.3.5.1000.10.1  value type:2\n"));
+    EXPECT_TRUE(traced(log, "   VarBind 1:1.3.6.1.4.1.64999.2.10.3.5.1000.10.2  value type:2\n"));
+}
+
+TEST_F(LifecycleTest, CloseReleasesTheFacadeAndTracesItsCall) {
+    ASSERT_TRUE(start({{temperatureProbeEntity, 2}}, true));
+    finishRegions();
+    const std::string log = closeAndReadTrace();
+    EXPECT_EQ(script().releaseCount, 1);
+    EXPECT_TRUE(traced(log, "SNMP Extension Agent closing\n"));
+    // The trace is closed last.
+    EXPECT_EQ(log.rfind("*********** End Log ****************\n") + 37, log.size());
+    EXPECT_EQ(agentTrapEvent(), nullptr);
+    // A trap asserted by a poller still running after close is only remembered.
+    EXPECT_EQ(AssertTrap(), 1);
+    EXPECT_TRUE(agentTrapsWaiting());
+}
+
+TEST_F(LifecycleTest, MissingOutputsAreRefused) {
+    AsnObjectIdentifier region{0, nullptr};
+    HANDLE event = nullptr;
+    EXPECT_FALSE(SnmpExtensionInit(0, nullptr, &region));
+    EXPECT_FALSE(SnmpExtensionInit(0, &event, nullptr));
+    EXPECT_FALSE(SnmpExtensionInitEx(nullptr));
+    AsnInteger32 generic = 0;
+    EXPECT_FALSE(SnmpExtensionTrap(nullptr, &generic, &generic, nullptr, nullptr));
+}
+
+} // namespace
+} // namespace hmtest

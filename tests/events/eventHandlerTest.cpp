@@ -1,0 +1,579 @@
+// The event queue, the health lists and the traps built from queued records.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <list>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "core/debugLog.h"
+#include "core/hmClientApi.h"
+#include "events/eventHandler.h"
+#include "fakeClient.h"
+#include "oidText.h"
+
+namespace {
+
+struct Binding {
+    std::string name;
+    BYTE type;
+    std::string text;
+    int32_t number;
+};
+
+struct Trap {
+    uint32_t status;
+    int32_t flag;
+    AsnInteger32 specific;
+    std::string enterprise;
+    std::vector<Binding> bindings;
+};
+
+constexpr AsnInteger32 kUntouched = -77;
+
+// Takes what the builder produced and releases it the way the SNMP service does.
+Trap collect(uint32_t status, int32_t flag, AsnInteger32 specific, AsnObjectIdentifier& enterprise,
+             SnmpVarBindList& list) {
+    Trap trap{status, flag, specific, dotted(enterprise), {}};
+    for (UINT i = 0; i < list.len; ++i) {
+        const SnmpVarBind& vb = list.list[i];
+        Binding b{dotted(vb.name), vb.value.asnType, "", 0};
+        if (vb.value.asnType == ASN_OCTETSTRING) {
+            b.text.assign(reinterpret_cast<const char*>(vb.value.asnValue.string.stream),
+                          vb.value.asnValue.string.length);
+        } else {
+            b.number = vb.value.asnValue.number;
+        }
+        trap.bindings.push_back(b);
+    }
+    if (list.list != nullptr) {
+        SnmpUtilVarBindListFree(&list);
+    }
+    if (enterprise.ids != nullptr) {
+        SnmpUtilOidFree(&enterprise);
+    }
+    return trap;
+}
+
+Trap takeTrap(eventHandler& handler) {
+    AsnObjectIdentifier enterprise = {0, nullptr};
+    AsnInteger32 specific = kUntouched;
+    SnmpVarBindList list = {nullptr, 0};
+    int32_t flag = -1;
+    const uint32_t status = handler.processEvent(&enterprise, &specific, &list, &flag);
+    return collect(status, flag, specific, enterprise, list);
+}
+
+eventData makeEvent(int32_t group, int32_t severity, int32_t deviceId, const char* description,
+                    int32_t instance = 1, const char* deviceName = "") {
+    eventData e;
+    std::memset(&e, 0, sizeof(e));
+    e.nEventGroup = group;
+    e.nSeverity = severity;
+    e.nDeviceID = deviceId;
+    e.nInstIndex = instance;
+    std::strncpy(e.stEventDesc, description, sizeof(e.stEventDesc) - 1);
+    std::strncpy(e.stDeviceDesc, deviceName, sizeof(e.stDeviceDesc) - 1);
+    return e;
+}
+
+std::list<int32_t> ids(std::initializer_list<int32_t> values) {
+    return std::list<int32_t>(values);
+}
+
+class EventHandlerTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char path[] = "/tmp/hm-events-trace-XXXXXX";
+        const int fd = mkstemp(path);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        m_stTrace = path;
+        openDebugLog(m_stTrace.c_str(), 1);
+        client.handler = &handler;
+    }
+
+    void TearDown() override {
+        closeDebugLog();
+        std::remove(m_stTrace.c_str());
+    }
+
+    // Starts the handler with the facade's overall health at `health`.
+    void start(int32_t health) {
+        client.health = health;
+        ASSERT_EQ(handler.init(), 0u);
+        ASSERT_EQ(handler.healthStatus(), health);
+    }
+
+    std::string trace() { return traceMessages(m_stTrace); }
+
+    FakeClient client;
+    ScopedClient scope{&client};
+    eventHandler handler;
+
+private:
+    std::string m_stTrace;
+};
+
+const std::string kEvent = kP + ".1000";
+
+TEST_F(EventHandlerTest, EmptyQueueGivesNoTrap) {
+    start(3);
+    const Trap trap = takeTrap(handler);
+    EXPECT_EQ(trap.status, 0u);
+    EXPECT_EQ(trap.flag, 0);
+    EXPECT_EQ(trap.enterprise, "");
+    EXPECT_TRUE(trap.bindings.empty());
+    EXPECT_EQ(trap.specific, kUntouched);
+    EXPECT_NE(trace().find("processEvent() called starting while loop\nmEventQueue is empty\n"),
+              std::string::npos);
+}
+
+TEST_F(EventHandlerTest, UnwantedGroupsAreDroppedInTheSameCall) {
+    start(3);
+    handler.addEvent(makeEvent(7, 5, 1, "Lower Critical going low"));
+    handler.addEvent(makeEvent(14, 4, 12, "Upper Non-critical going high", 2, "CPU Temp"));
+    const Trap trap = takeTrap(handler);
+    EXPECT_EQ(trap.status, 0u);
+    EXPECT_EQ(trap.flag, 1);
+    EXPECT_EQ(trap.enterprise, kEvent + ".70.17");
+    EXPECT_NE(
+        trace().find("Check if the event is one we care about\nEvent is 7 \nEvent is not one we care about\n"
+                     "Check if the event is one we care about\nEvent is 14 \n"),
+        std::string::npos);
+
+    // Performance events have builders but are never sent, and never counted.
+    handler.addEvent(makeEvent(17, 5, 2, "performance is lagging"));
+    handler.addEvent(makeEvent(18, 5, 3, "performance is lagging"));
+    handler.addEvent(makeEvent(0, 6, 4, "Lower"));
+    const Trap health = takeTrap(handler); // the health change of the temperature event
+    EXPECT_EQ(health.enterprise, kEvent + ".20.4");
+    const Trap none = takeTrap(handler);
+    EXPECT_EQ(none.status, 0u);
+    EXPECT_EQ(none.flag, 0);
+    EXPECT_EQ(handler.queuedEvents(), 0u);
+    EXPECT_EQ(client.healthStores, std::vector<int32_t>({4}));
+}
+
+TEST_F(EventHandlerTest, CriticalTemperatureRaisesHealthAndOkEventRestoresIt) {
+    start(3);
+    handler.addEvent(makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"));
+
+    const Trap device = takeTrap(handler);
+    EXPECT_EQ(device.status, 0u);
+    EXPECT_EQ(device.flag, 1);
+    EXPECT_EQ(device.enterprise, kEvent + ".70.14");
+    EXPECT_EQ(handler.criticalList(), ids({12}));
+    EXPECT_TRUE(handler.nonCriticalList().empty());
+    EXPECT_TRUE(handler.nonRecoverableList().empty());
+    EXPECT_EQ(handler.healthStatus(), 5);
+    EXPECT_EQ(client.healthStores, std::vector<int32_t>({5}));
+    EXPECT_EQ(handler.queuedEvents(), 1u);
+    const std::string t = trace();
+    EXPECT_NE(
+        t.find("sendHealthEvent:stEventDesc=System health was changed from ok to critical., strlen=46\n"),
+        std::string::npos);
+    EXPECT_NE(t.find("Setting health from 3 to 5\n"), std::string::npos);
+    EXPECT_NE(t.find("1. Health is now 5\n"), std::string::npos);
+    EXPECT_NE(t.find("2. Health is now 5\n"), std::string::npos);
+    EXPECT_NE(t.find("needHealthEvent: m_nHealthStatus=3 :ok:\nneedHealthEvent2: m_nHealthStatus=3 :ok:\n"),
+              std::string::npos);
+    EXPECT_NE(t.find("checkEventLists() called \nevent description:Lower Critical going low:\n"
+                     "event severity:5 critical\n"),
+              std::string::npos);
+
+    const Trap health = takeTrap(handler);
+    EXPECT_EQ(health.status, 0u);
+    EXPECT_EQ(health.flag, 1);
+    EXPECT_EQ(health.enterprise, kEvent + ".20.5");
+    ASSERT_EQ(health.bindings.size(), 2u);
+    EXPECT_EQ(health.bindings[0].name, kEvent + ".10.1");
+    EXPECT_EQ(health.bindings[0].type, ASN_OCTETSTRING);
+    EXPECT_EQ(health.bindings[0].text, "System health was changed from ok to critical.");
+    EXPECT_EQ(health.bindings[1].name, kP + ".100.1.0");
+    EXPECT_EQ(health.bindings[1].type, ASN_INTEGER);
+    EXPECT_EQ(health.bindings[1].number, 5);
+    EXPECT_EQ(handler.queuedEvents(), 0u);
+
+    handler.addEvent(makeEvent(14, 3, 12, "Lower Critical going low", 2, "CPU Temp"));
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".70.16");
+    EXPECT_TRUE(handler.criticalList().empty());
+    EXPECT_EQ(handler.healthStatus(), 3);
+    const Trap back = takeTrap(handler);
+    EXPECT_EQ(back.enterprise, kEvent + ".20.3");
+    ASSERT_EQ(back.bindings.size(), 2u);
+    EXPECT_EQ(back.bindings[0].text, "System health was changed from critical to ok.");
+    EXPECT_EQ(back.bindings[1].number, 3);
+    EXPECT_EQ(client.healthStores, std::vector<int32_t>({5, 3}));
+}
+
+TEST_F(EventHandlerTest, CriticalDevicesDoNotLowerANonRecoverableHealth) {
+    start(6);
+    handler.insertElementByDeviceId(20, 6);
+    handler.insertElementByDeviceId(21, 5);
+    handler.addEvent(makeEvent(15, 3, 20, "", 1));
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".50.13");
+    EXPECT_TRUE(handler.nonRecoverableList().empty());
+    EXPECT_EQ(handler.criticalList(), ids({21}));
+    EXPECT_EQ(handler.healthStatus(), 6);
+    EXPECT_TRUE(client.healthStores.empty());
+    EXPECT_EQ(handler.queuedEvents(), 0u);
+
+    // The last critical device recovers: all lists are empty and health returns to ok.
+    handler.addEvent(makeEvent(15, 3, 21, "", 2));
+    takeTrap(handler);
+    EXPECT_EQ(handler.healthStatus(), 3);
+    const Trap health = takeTrap(handler);
+    ASSERT_EQ(health.bindings.size(), 2u);
+    EXPECT_EQ(health.bindings[0].text, "System health was changed from nonRecoverable to ok.");
+}
+
+TEST_F(EventHandlerTest, NonCriticalDevicesLowerACriticalHealth) {
+    start(5);
+    handler.insertElementByDeviceId(30, 5);
+    handler.insertElementByDeviceId(31, 4);
+    handler.addEvent(makeEvent(12, 3, 30, "the processor's presence has been detected"));
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".40.7");
+    EXPECT_EQ(handler.healthStatus(), 4);
+    EXPECT_EQ(client.healthStores, std::vector<int32_t>({4}));
+    const Trap health = takeTrap(handler);
+    EXPECT_EQ(health.enterprise, kEvent + ".20.4");
+    ASSERT_EQ(health.bindings.size(), 2u);
+    EXPECT_EQ(health.bindings[0].text, "System health was changed from critical to nonCritical.");
+    EXPECT_EQ(health.bindings[1].number, 4);
+}
+
+TEST_F(EventHandlerTest, OnlyDeviceGroupsThatCountMoveTheHealth) {
+    const struct {
+        int32_t group;
+        const char* description;
+        const char* oid;
+        bool counted;
+    } rows[] = {
+        {19, "Bay 0 reports the device has been removed or is absent", ".100.1", false},
+        {5, "", ".70.3", false},
+        {9, "slot fault", ".80.2", false},
+        {3, "there has been a chassis intrusion", ".30.1", false},
+        {2, "undetermined system hardware failure", ".90.3", false},
+        {11, "", ".50.3", true},
+        {10, "the power supply has suffered a failure", ".50.6", true},
+        {8, "Parity Error", ".60.3", true},
+        {4, "Upper Critical going high", ".70.9", true},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.group);
+        FakeClient fresh;
+        eventHandler h;
+        ScopedClient use(&fresh);
+        fresh.handler = &h;
+        fresh.health = 3;
+        h.init();
+        const int32_t severity = row.group == 19 ? 6 : 5;
+        h.addEvent(makeEvent(row.group, severity, 40, row.description));
+        const Trap trap = takeTrap(h);
+        EXPECT_EQ(trap.flag, 1);
+        EXPECT_EQ(trap.enterprise, kEvent + row.oid);
+        if (row.counted) {
+            EXPECT_EQ(h.criticalList(), ids({40}));
+            EXPECT_EQ(h.healthStatus(), 5);
+            EXPECT_EQ(h.queuedEvents(), 1u);
+        } else {
+            EXPECT_TRUE(h.criticalList().empty());
+            EXPECT_TRUE(h.nonRecoverableList().empty());
+            EXPECT_EQ(h.healthStatus(), 3);
+            EXPECT_TRUE(fresh.healthStores.empty());
+            EXPECT_EQ(h.queuedEvents(), 0u);
+        }
+        while (takeTrap(h).flag == 1) {
+        }
+    }
+}
+
+TEST_F(EventHandlerTest, RepeatedDeviceStandsOnceAndMovesBetweenLists) {
+    start(3);
+    handler.addEvent(makeEvent(4, 4, 7, "Upper Non-critical going high"));
+    handler.addEvent(makeEvent(4, 4, 7, "Upper Non-critical going high"));
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".70.8");
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".70.8");
+    EXPECT_EQ(handler.nonCriticalList(), ids({7}));
+    EXPECT_EQ(client.healthStores, std::vector<int32_t>({4}));
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".20.4");
+    EXPECT_EQ(takeTrap(handler).flag, 0);
+
+    handler.addEvent(makeEvent(4, 6, 7, "Upper Non-recoverable going high"));
+    EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".70.10");
+    EXPECT_TRUE(handler.nonCriticalList().empty());
+    EXPECT_EQ(handler.nonRecoverableList(), ids({7}));
+    EXPECT_EQ(handler.healthStatus(), 6);
+}
+
+TEST_F(EventHandlerTest, SeverityOutsideTheVocabularyIsNotListedButSetsTheHealth) {
+    start(3);
+    handler.addEvent(makeEvent(14, 7, 12, "Upper"));
+    const Trap device = takeTrap(handler);
+    EXPECT_EQ(device.status, 9u); // no event OID for severity 7
+    EXPECT_EQ(device.flag, 0);
+    EXPECT_EQ(device.enterprise, "");
+    EXPECT_TRUE(device.bindings.empty());
+    EXPECT_TRUE(handler.criticalList().empty());
+    EXPECT_TRUE(handler.nonRecoverableList().empty());
+    EXPECT_EQ(handler.healthStatus(), 7);
+    EXPECT_EQ(client.healthStores, std::vector<int32_t>({7}));
+    const std::string t = trace();
+    EXPECT_NE(t.find("event severity:7 unknown\n"), std::string::npos);
+    EXPECT_NE(t.find("TrapToSend = FALSE"), std::string::npos);
+    EXPECT_NE(
+        t.find("sendHealthEvent:stEventDesc=System health was changed from ok to unknown., strlen=45\n"),
+        std::string::npos);
+    // The health record itself has no trap either.
+    const Trap health = takeTrap(handler);
+    EXPECT_EQ(health.status, 9u);
+    EXPECT_EQ(health.flag, 0);
+}
+
+TEST_F(EventHandlerTest, OtherAndUnknownHealthAreNotRaisedToOkByEmptyLists) {
+    const struct {
+        int32_t health;
+        int32_t severity;
+        int32_t expected;
+    } rows[] = {
+        {2, 2, 2}, {2, 1, 2}, {1, 1, 1}, {2, 3, 3}, {1, 4, 4}, {3, 3, 3}, {3, 1, 3},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.health) + " <- " + std::to_string(row.severity));
+        FakeClient fresh;
+        eventHandler h;
+        ScopedClient use(&fresh);
+        fresh.handler = &h;
+        fresh.health = row.health;
+        h.init();
+        int32_t newHealth = -1;
+        const uint32_t change = h.needHealthEvent(row.severity, &newHealth);
+        EXPECT_EQ(change, row.expected != row.health ? 1u : 0u);
+        if (change != 0) {
+            EXPECT_EQ(newHealth, row.expected);
+        }
+    }
+}
+
+TEST_F(EventHandlerTest, HealthListOperations) {
+    start(3);
+    EXPECT_EQ(handler.insertElement(makeEvent(14, 3, 1, "")), 9u);
+    EXPECT_EQ(handler.insertElement(makeEvent(14, 1, 1, "")), 9u);
+    EXPECT_EQ(handler.insertElementByDeviceId(1, 7), 9u);
+    EXPECT_EQ(handler.insertElement(makeEvent(14, 4, 1, "")), 0u);
+    EXPECT_EQ(handler.insertElement(makeEvent(14, 4, 2, "")), 0u);
+    EXPECT_EQ(handler.insertElement(makeEvent(14, 4, 1, "")), 0u);
+    EXPECT_EQ(handler.nonCriticalList(), ids({1, 2}));
+
+    // Seeding can put one id into two lists; removal takes the first occurrence only.
+    EXPECT_EQ(handler.insertElementByDeviceId(5, 5), 0u);
+    EXPECT_EQ(handler.insertElementByDeviceId(5, 6), 0u);
+    EXPECT_EQ(handler.removeElement(5), 0u);
+    EXPECT_TRUE(handler.criticalList().empty());
+    EXPECT_EQ(handler.nonRecoverableList(), ids({5}));
+    EXPECT_EQ(handler.removeElement(99), 0u);
+    EXPECT_EQ(handler.removeElement(1), 0u);
+    EXPECT_EQ(handler.nonCriticalList(), ids({2}));
+    const std::string t = trace();
+    EXPECT_NE(t.find("insertElement() called \n"), std::string::npos);
+    EXPECT_NE(t.find("insertElementByDeviceId() called \n"), std::string::npos);
+}
+
+TEST_F(EventHandlerTest, AddEventTracesEveryField) {
+    start(3);
+    eventData e = makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp");
+    e.nEventType = 1;
+    std::strcpy(e.stTimeStamp, "11/21/2026 22:10:05");
+    std::strcpy(e.stSensorType, "Temperature");
+    EXPECT_EQ(handler.addEvent(e), 0u);
+    EXPECT_EQ(handler.queuedEvents(), 1u);
+    EXPECT_NE(trace().find("addEvent(), nEventGroup=14\n"
+                           "Printing eventData (evData)\n"
+                           "nDeviceID is 12 \n"
+                           "nEventGroup is 14 \n"
+                           "nEventType is 1 \n"
+                           "nInstIndex is 2 \n"
+                           "stDeviceDesc is CPU Temp \n"
+                           "stEventDesc is Lower Critical going low \n"
+                           "nSeverity is 5 \n"
+                           "stSensorType is Temperature \n"
+                           "stTimeStamp is 11/21/2026 22:10:05 \n"
+                           "END Printing eventData (evData)\n"
+                           "eventAdd: before call EventSemaphoreWait()\n"
+                           "addEvent(): after call EventSemaphoreWait()\n"
+                           "eventAdd: before call EventSemaphoreRelease()\n"
+                           "eventAdd: after call EventSemaphoreRelease()\n"),
+              std::string::npos);
+}
+
+TEST_F(EventHandlerTest, UnterminatedTextFieldsAreCutInsideTheirArrays) {
+    start(3);
+    eventData e = makeEvent(19, 3, 8, "");
+    std::memset(e.stDeviceDesc, 'b', sizeof(e.stDeviceDesc));
+    std::memset(e.stEventDesc, 'e', sizeof(e.stEventDesc));
+    const char* inserted = "Bay 0 reports the device has been inserted or is present";
+    std::memcpy(e.stEventDesc, inserted, std::strlen(inserted));
+    std::memset(e.stTimeStamp, 't', sizeof(e.stTimeStamp));
+    std::memset(e.stSensorType, 's', sizeof(e.stSensorType));
+    handler.addEvent(e);
+    const Trap trap = takeTrap(handler);
+    EXPECT_EQ(trap.enterprise, kEvent + ".100.2");
+    ASSERT_EQ(trap.bindings.size(), 4u);
+    EXPECT_EQ(trap.bindings[0].text.size(), 1023u);
+    EXPECT_EQ(trap.bindings[2].text, std::string(127, 'b'));
+}
+
+// Variable bindings as the SNMP service receives them.
+class TrapBuilderTest : public EventHandlerTest {
+protected:
+    Trap build2(const eventData& e) {
+        AsnObjectIdentifier enterprise = {0, nullptr};
+        SnmpVarBindList list = {nullptr, 0};
+        const uint32_t status = handler.send2ObjEvent(e, &enterprise, &list);
+        return collect(status, 0, 0, enterprise, list);
+    }
+    Trap build4(const eventData& e) {
+        AsnObjectIdentifier enterprise = {0, nullptr};
+        SnmpVarBindList list = {nullptr, 0};
+        const uint32_t status = handler.send4ObjEvent(e, &enterprise, &list);
+        return collect(status, 0, 0, enterprise, list);
+    }
+};
+
+TEST_F(TrapBuilderTest, TwoObjectTraps) {
+    start(3);
+    const Trap chassis = build2(makeEvent(3, 5, 3, "there has been a chassis intrusion"));
+    EXPECT_EQ(chassis.status, 0u);
+    EXPECT_EQ(chassis.enterprise, kEvent + ".30.1");
+    ASSERT_EQ(chassis.bindings.size(), 2u);
+    EXPECT_EQ(chassis.bindings[0].name, kEvent + ".10.1");
+    EXPECT_EQ(chassis.bindings[0].type, ASN_OCTETSTRING);
+    EXPECT_EQ(chassis.bindings[0].text, "there has been a chassis intrusion");
+    EXPECT_EQ(chassis.bindings[1].name, kEvent + ".10.2");
+    EXPECT_EQ(chassis.bindings[1].type, ASN_INTEGER);
+    EXPECT_EQ(chassis.bindings[1].number, 5);
+
+    const Trap bios = build2(makeEvent(2, 1, 0, "a system boot event has occurred"));
+    EXPECT_EQ(bios.enterprise, kEvent + ".90.2");
+    ASSERT_EQ(bios.bindings.size(), 2u);
+    EXPECT_EQ(bios.bindings[1].name, kEvent + ".10.2");
+    EXPECT_EQ(bios.bindings[1].number, 1);
+    const std::string t = trace();
+    EXPECT_NE(t.find("getBiosEventOID() called\nstEventDesc=a system boot event has occurred\n"
+                     "BIOS_SYSBOOT=system boot event has occurred\n"),
+              std::string::npos);
+    EXPECT_NE(t.find("send2ObjEvent() called\nPrinting eventData (aEvent)\n"), std::string::npos);
+}
+
+TEST_F(TrapBuilderTest, FourObjectTrapNamesTheDeviceTableRow) {
+    start(3);
+    const Trap trap = build4(makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"));
+    EXPECT_EQ(trap.status, 0u);
+    EXPECT_EQ(trap.enterprise, kEvent + ".70.14");
+    ASSERT_EQ(trap.bindings.size(), 4u);
+    const std::vector<std::string> names = {kEvent + ".10.1", kP + ".600.40.1.5.2", kP + ".600.40.1.3.2",
+                                            kP + ".600.40.1.2.2"};
+    for (size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(trap.bindings[i].name, names[i]) << i;
+    }
+    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
+    EXPECT_EQ(trap.bindings[0].text, "Lower Critical going low");
+    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
+    EXPECT_EQ(trap.bindings[1].number, 5);
+    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
+    EXPECT_EQ(trap.bindings[2].text, "CPU Temp");
+    EXPECT_EQ(trap.bindings[3].type, ASN_INTEGER);
+    EXPECT_EQ(trap.bindings[3].number, 12);
+    const std::string t = trace();
+    EXPECT_NE(t.find("in send4ObjEvent list[0].name:" + names[0] + "\n"), std::string::npos);
+    EXPECT_NE(t.find("in send4ObjEvent list[1].name:" + names[1] + "\n"), std::string::npos);
+    EXPECT_NE(t.find("in send4ObjEvent list[2].name:" + names[2] + "\n"), std::string::npos);
+    EXPECT_NE(t.find("in send4ObjEvent list[3].name:" + names[3] + "\n"), std::string::npos);
+}
+
+TEST_F(TrapBuilderTest, EachDeviceGroupNamesItsOwnTable) {
+    start(3);
+    const struct {
+        int32_t group;
+        int32_t severity;
+        const char* description;
+        const char* table;
+    } rows[] = {
+        {4, 3, "", ".600.20"},
+        {5, 3, "", ".600.10"},
+        {8, 4, "correctable ECC", ".500.20"},
+        {10, 5, "the power supply has suffered a failure", ".400.20"},
+        {11, 3, "", ".400.10"},
+        {12, 5, "Thermal Trip", ".300.10"},
+        {14, 3, "", ".600.40"},
+        {15, 3, "", ".400.30"},
+        {17, 3, "performance has been met", ".400.40"},
+        {18, 4, "performance is lagging", ".600.30"},
+        {19, 3, "Bay reports the device has been inserted or is present", ".700.10"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.group);
+        const Trap trap = build4(makeEvent(row.group, row.severity, 77, row.description, 9, "dev"));
+        EXPECT_EQ(trap.status, 0u);
+        ASSERT_EQ(trap.bindings.size(), 4u);
+        EXPECT_EQ(trap.bindings[1].name, kP + row.table + ".1.5.9");
+        EXPECT_EQ(trap.bindings[2].name, kP + row.table + ".1.3.9");
+        EXPECT_EQ(trap.bindings[3].name, kP + row.table + ".1.2.9");
+    }
+}
+
+TEST_F(TrapBuilderTest, PhpSlotTrapNamesFixedObjects) {
+    start(3);
+    const Trap trap = build4(makeEvent(9, 3, 51, "Slot 4 power OFF", 4, "PCI Slot 4"));
+    EXPECT_EQ(trap.status, 0u);
+    EXPECT_EQ(trap.enterprise, kEvent + ".80.3");
+    ASSERT_EQ(trap.bindings.size(), 4u);
+    EXPECT_EQ(trap.bindings[0].name, kEvent + ".10.1");
+    EXPECT_EQ(trap.bindings[1].name, kEvent + ".10.2");
+    EXPECT_EQ(trap.bindings[2].name, kEvent + ".10.3");
+    EXPECT_EQ(trap.bindings[3].name, kEvent + ".10.4");
+    EXPECT_EQ(trap.bindings[1].number, 3);
+    EXPECT_EQ(trap.bindings[2].text, "PCI Slot 4");
+    EXPECT_EQ(trap.bindings[3].number, 51);
+}
+
+TEST_F(TrapBuilderTest, RecordsWithoutATrapLeaveTheOutputsEmpty) {
+    start(3);
+    const struct {
+        bool fourObjects;
+        eventData event;
+    } rows[] = {
+        {false, makeEvent(3, 3, 1, "Chassis OK ")},
+        {false, makeEvent(4, 3, 1, "")},
+        {true, makeEvent(9, 6, 1, "slot fault")},
+        {true, makeEvent(2, 3, 1, "system boot event has occurred")},
+        {true, makeEvent(16, 3, 1, "")},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.event.nEventGroup);
+        const Trap trap = row.fourObjects ? build4(row.event) : build2(row.event);
+        EXPECT_EQ(trap.status, 9u);
+        EXPECT_EQ(trap.enterprise, "");
+        EXPECT_TRUE(trap.bindings.empty());
+    }
+    const std::string t = trace();
+    EXPECT_NE(t.find("ERROR eventOID is NULL!! in eventHandler::send2ObjEvent\n"), std::string::npos);
+    EXPECT_NE(t.find("After the Switch ERROR eventOID is NULL!! in eventHandler::send4ObjEvent\n"),
+              std::string::npos);
+}
+
+TEST_F(TrapBuilderTest, EmptyTextsGoOutAsEmptyStrings) {
+    start(3);
+    const Trap trap = build4(makeEvent(11, 4, 3, "", 1, ""));
+    EXPECT_EQ(trap.enterprise, kEvent + ".50.2");
+    ASSERT_EQ(trap.bindings.size(), 4u);
+    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
+    EXPECT_EQ(trap.bindings[0].text, "");
+    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
+    EXPECT_EQ(trap.bindings[2].text, "");
+}
+
+} // namespace

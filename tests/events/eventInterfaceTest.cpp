@@ -1,0 +1,195 @@
+// The event interface and the clones that turn decoded events into queued records.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+#include "agent/agentApi.h"
+#include "core/debugLog.h"
+#include "events/eventInterface.h"
+#include "fakeClient.h"
+#include "oidText.h"
+
+namespace {
+
+class EventCloneTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char path[] = "/tmp/hm-events-clone-XXXXXX";
+        const int fd = mkstemp(path);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        m_stTrace = path;
+        openDebugLog(m_stTrace.c_str(), 1);
+    }
+    void TearDown() override {
+        closeDebugLog();
+        std::remove(m_stTrace.c_str());
+    }
+    std::string trace() { return traceMessages(m_stTrace); }
+
+    CEventWrapper wrapper(int32_t deviceId, const char* description, const char* status) {
+        CEventWrapper w;
+        w.SetAsserted(true);
+        w.setDeviceId(deviceId);
+        w.setDescription(description);
+        w.setStatus(status);
+        w.setTimeStamp("11/21/2026 22:10:05");
+        w.setSensorType("Temperature");
+        return w;
+    }
+
+    FakeClient client;
+    ScopedClient scope{&client};
+
+private:
+    std::string m_stTrace;
+};
+
+TEST_F(EventCloneTest, RefusedBeforeStartUpCompletes) {
+    ASSERT_FALSE(IsInitDone());
+    SNMP_EventInterface sink;
+    CEventWrapper event = wrapper(12, "Lower Critical going low", "Error");
+    EXPECT_EQ(sink.HandleEvent(event, 14), 0);
+    EXPECT_TRUE(client.added.empty());
+    EXPECT_NE(trace().find("\nSNMP_EventInterface::HandleEvent starting\ninitialzation not complete yet\n"),
+              std::string::npos);
+}
+
+TEST_F(EventCloneTest, OneCloneForEachHandledType) {
+    const struct {
+        int type;
+        const char* name;
+    } clones[] = {
+        {2, "SNMP_BiosEventClone"},           {3, "SNMP_ChassisEventClone"},
+        {4, "SNMP_CoolingSensorEventClone"},  {5, "SNMP_CoolingSpareEventClone"},
+        {8, "SNMP_MemoryEventClone"},         {9, "SNMP_PhpSlotEventClone"},
+        {10, "SNMP_PowerSupplyEventClone"},   {11, "SNMP_PowerSpareEventClone"},
+        {12, "SNMP_ProcessorEventClone"},     {14, "SNMP_TemperatureSensorEventClone"},
+        {15, "SNMP_VoltageSensorEventClone"}, {19, "SNMP_DriveSlotEventClone"},
+    };
+    for (const auto& c : clones) {
+        const EventClone* clone = findEventClone(c.type);
+        ASSERT_NE(clone, nullptr) << c.type;
+        EXPECT_STREQ(clone->name, c.name);
+        EXPECT_EQ(clone->type, c.type);
+    }
+    for (int type : {-1, 0, 1, 6, 7, 13, 16, 17, 18, 20, 255}) {
+        EXPECT_EQ(findEventClone(type), nullptr) << type;
+    }
+}
+
+TEST_F(EventCloneTest, ClonesFindTheDeviceRowInTheirOwnTables) {
+    // Device 5 is known to every table at a different position, with a name per table.
+    for (uint32_t entity = 1; entity <= 14; ++entity) {
+        client.positions[{entity, 5}] = entity + 1;
+        client.names[{entity, entity}] = "row of entity " + std::to_string(entity);
+    }
+    // Device 6 only in the second table of the clones that have two.
+    client.positions[{12, 6}] = 4;
+    client.names[{12, 3}] = "Fan Redundancy";
+    client.positions[{7, 6}] = 2;
+    client.names[{7, 1}] = "VBAT status";
+    // Device 7 found, but its row has no description.
+    client.positions[{13, 7}] = 9;
+
+    const struct {
+        int type;
+        int32_t device;
+        int32_t instance;
+        const char* name;
+    } rows[] = {
+        {2, 5, 0, ""},
+        {3, 5, 0, ""},
+        {9, 5, 0, ""},
+        {11, 5, 0, ""},
+        {4, 5, 12, "row of entity 11"},
+        {4, 6, 4, "Fan Redundancy"},
+        {5, 5, 11, "row of entity 10"},
+        {5, 6, 4, "Fan Redundancy"},
+        {8, 5, 10, "row of entity 9"},
+        {10, 5, 6, "row of entity 5"},
+        {12, 5, 4, "row of entity 3"},
+        {14, 5, 14, "row of entity 13"},
+        {14, 6, 0, ""},
+        {14, 7, 9, ""},
+        {15, 5, 7, "row of entity 6"},
+        {15, 6, 2, "VBAT status"},
+        {19, 5, 15, "row of entity 14"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.type) + "/" + std::to_string(row.device));
+        client.added.clear();
+        CEventWrapper event = wrapper(row.device, "Upper Critical going high", "Error");
+        EXPECT_EQ(runEventClone(*findEventClone(row.type), event), 1);
+        ASSERT_EQ(client.added.size(), 1u);
+        const eventData& e = client.added[0];
+        EXPECT_EQ(e.nEventGroup, row.type);
+        EXPECT_EQ(e.nDeviceID, row.device);
+        EXPECT_EQ(e.nInstIndex, row.instance);
+        EXPECT_STREQ(e.stDeviceDesc, row.name);
+        EXPECT_STREQ(e.stEventDesc, "Upper Critical going high");
+        EXPECT_EQ(e.nSeverity, 5);
+        EXPECT_STREQ(e.stTimeStamp, "11/21/2026 22:10:05");
+        EXPECT_STREQ(e.stSensorType, "Temperature");
+    }
+}
+
+TEST_F(EventCloneTest, StatusWordBecomesTheSeverity) {
+    const struct {
+        const char* word;
+        int32_t severity;
+    } rows[] = {
+        {"OK", 3},          {"Degraded", 4}, {"Error", 5}, {"Fatal", 6},    {"Monitor", 1},
+        {"Information", 1}, {"ok", 2},       {"", 2},      {"Critical", 2},
+    };
+    for (const auto& row : rows) {
+        client.added.clear();
+        CEventWrapper event = wrapper(1, "x", row.word);
+        runEventClone(*findEventClone(15), event);
+        ASSERT_EQ(client.added.size(), 1u);
+        EXPECT_EQ(client.added[0].nSeverity, row.severity) << row.word;
+    }
+}
+
+TEST_F(EventCloneTest, LongTextsAreCut) {
+    CEventWrapper event = wrapper(1, std::string(300, 'd').c_str(), "OK");
+    event.setTimeStamp(std::string(200, 't'));
+    event.setSensorType(std::string(128, 's'));
+    runEventClone(*findEventClone(12), event);
+    ASSERT_EQ(client.added.size(), 1u);
+    EXPECT_EQ(std::string(client.added[0].stEventDesc), std::string(128, 'd'));
+    EXPECT_EQ(std::string(client.added[0].stTimeStamp), std::string(127, 't'));
+    EXPECT_EQ(std::string(client.added[0].stSensorType), std::string(127, 's'));
+}
+
+TEST_F(EventCloneTest, WideDescriptionIsNarrowedToItsLowBytes) {
+    const char16_t wide[] = {u'F', u'a', u'n', u' ', 0x0131, 0x2032, 0};
+    CEventWrapper event = wrapper(1, "", "Degraded");
+    event.setDescription(CString(wide));
+    runEventClone(*findEventClone(4), event);
+    ASSERT_EQ(client.added.size(), 1u);
+    EXPECT_EQ(std::string(client.added[0].stEventDesc), std::string("Fan \x31\x32"));
+}
+
+TEST_F(EventCloneTest, TemperatureCloneTracesEachStep) {
+    client.positions[{13, 12}] = 2;
+    client.names[{13, 1}] = "CPU Temp";
+    CEventWrapper event = wrapper(12, "Lower Critical going low", "Error");
+    runEventClone(*findEventClone(14), event);
+    EXPECT_NE(trace().find(
+                  "\n SNMP_TemperatureSensorEventClone::HandleEvent Called:"
+                  "\n The value of IsAsserted is 1:"
+                  "\n\n The value of deviceId is 12:"
+                  "\n\n The value of nInstIndex is 2:"
+                  "\n The value of getLength is :24 :"
+                  "SNMP_TemperatureSensorEventClone::HandleEvent GetDescription:Lower Critical going low:\n"
+                  "\n The length of getStatus is :5 :"
+                  "\n Inside SNMP_TemperatureEventClone EventGroup : 14:"),
+              std::string::npos)
+        << trace();
+}
+
+} // namespace

@@ -1,0 +1,198 @@
+// The agent's side of the query service: ExeIntegerQuery, the result dump and
+// the failure trace, driven through a scripted responder installed as the
+// process's query source.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+
+#include "core/debugLog.h"
+#include "kelvarn/Responder.h"
+#include "platform/queryService.h"
+
+namespace {
+
+// Answers from a script: one result map per path, or a failure to throw.
+class ScriptedResponder : public kelvarn::Responder {
+public:
+    std::map<std::string, QueryResult> answers;
+    std::map<std::string, std::vector<RStatus>> failures;
+    std::vector<std::pair<std::string, int>> calls; // path and the flags in force
+
+    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
+                uint8_t flags, kelvarn::ResultMap& out) override {
+        calls.emplace_back(path, flags);
+        auto f = failures.find(path);
+        if (f != failures.end())
+            throw ResultStatus(f->second);
+        auto a = answers.find(path);
+        if (a != answers.end())
+            out = a->second;
+    }
+};
+
+_XNode node(std::vector<std::string> values, int type = 0) {
+    _XNode n;
+    n.NodeType = type;
+    n.Values = std::move(values);
+    return n;
+}
+
+RStatus status(int operation, uint16_t code, const char* message) {
+    RStatus s;
+    s.Operation = operation;
+    s.Code = code;
+    s.Message = message;
+    return s;
+}
+
+class QueryServiceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        responder = std::make_shared<ScriptedResponder>();
+        kelvarn::setProcessResponder(responder);
+        char name[] = "/tmp/hm-query-trace-XXXXXX";
+        int fd = mkstemp(name);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        tracePath = name;
+        openDebugLog(tracePath.c_str(), 10);
+    }
+    void TearDown() override {
+        closeDebugLog();
+        std::remove(tracePath.c_str());
+        kelvarn::setProcessResponder(nullptr);
+    }
+
+    // The trace written since SetUp, without banners and line prefixes.
+    std::string trace() {
+        std::ifstream in(tracePath);
+        std::stringstream text;
+        text << in.rdbuf();
+        std::string s = text.str();
+        const std::string banner = "*********** New Log ****************\n";
+        if (s.compare(0, banner.size(), banner) == 0)
+            s.erase(0, banner.size());
+        return std::regex_replace(s, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}: \\([0-9]+\\) "), "");
+    }
+
+    std::shared_ptr<ScriptedResponder> responder;
+    std::string tracePath;
+};
+
+TEST_F(QueryServiceTest, StoresLeadingDigitsOfTheValueKeyedByThePath) {
+    struct Case {
+        const char* value;
+        uint32_t expected;
+    } cases[] = {
+        {"12abc", 12}, {"abc", 0}, {"4", 4}, {"  7", 7}, {"-1", 0xFFFFFFFFu}, {"", 0},
+    };
+    const char* path = "/SMBIOS/ProcessorInfo/TotalNoOfProcessor";
+    for (const Case& c : cases) {
+        responder->answers[path] = {{path, node({c.value})}};
+        uint32_t out = 99;
+        ExeIntegerQuery(path, &out);
+        EXPECT_EQ(out, c.expected) << "value \"" << c.value << "\"";
+    }
+}
+
+TEST_F(QueryServiceTest, StoresZeroWhenNoEntryMatchesOrTheEntryIsEmpty) {
+    const char* path = "/SMBIOS/MemoryArray/TotalNoOfArray";
+    responder->answers[path] = {{"/SMBIOS/MemoryArray/TotalNoOfArray/", node({"5"})},
+                                {"/SMBIOS/MemoryArray", node({"6"})}};
+    uint32_t out = 42;
+    ExeIntegerQuery(path, &out);
+    EXPECT_EQ(out, 0u);
+
+    responder->answers[path] = {{path, node({})}};
+    out = 42;
+    ExeIntegerQuery(path, &out);
+    EXPECT_EQ(out, 0u);
+}
+
+TEST_F(QueryServiceTest, UsesOnlyTheEntryKeyedByTheExactPath) {
+    const char* path = "/SMBIOS/MemoryArray[1]/NumMemoryDevices";
+    responder->answers[path] = {{"/SMBIOS/MemoryArray[1]/NumMemoryDevice", node({"1"})},
+                                {path, node({"6", "7"}, 1)},
+                                {"/SMBIOS/MemoryArray[1]/NumMemoryDevicesX", node({"8"})}};
+    uint32_t out = 0;
+    ExeIntegerQuery(path, &out);
+    EXPECT_EQ(out, 6u);
+}
+
+TEST_F(QueryServiceTest, SetsFlagOneBeforeTheQuery) {
+    queryService().SetFlags(14);
+    uint32_t out = 0;
+    ExeIntegerQuery("/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", &out);
+    ASSERT_EQ(responder->calls.size(), 1u);
+    EXPECT_EQ(responder->calls[0].second, 1);
+    EXPECT_EQ(queryService().Flags(), 1);
+}
+
+TEST_F(QueryServiceTest, RejectedQueryKeepsTheValueAndTracesEveryStatus) {
+    const char* path = "/SMBIOS/ProcessorInfo/TotalNoOfProcessor";
+    responder->failures[path] = {status(3, 1083, "no such instance"), status(-2, 7, "second")};
+    uint32_t out = 31;
+    ExeIntegerQuery(path, &out);
+    EXPECT_EQ(out, 31u);
+    EXPECT_EQ(trace(), "\n Executing the query:/SMBIOS/ProcessorInfo/TotalNoOfProcessor"
+                       "\n Query Failed is /SMBIOS/ProcessorInfo/TotalNoOfProcessor:"
+                       "Operation: 3"
+                       "on :/SMBIOS/ProcessorInfo/TotalNoOfProcessor"
+                       " failed. 1083 code \n "
+                       "error is: no such instance--\n "
+                       "Operation: -2"
+                       "on :/SMBIOS/ProcessorInfo/TotalNoOfProcessor"
+                       " failed. 7 code \n "
+                       "error is: second--\n ");
+}
+
+TEST_F(QueryServiceTest, ServiceFailureOfAMalformedPathIsCaught) {
+    // The real front refuses the path before any responder sees it.
+    uint32_t out = 5;
+    ExeIntegerQuery("/SMBIOS/MemoryArray[x]/NumMemoryDevices", &out);
+    EXPECT_EQ(out, 5u);
+    EXPECT_TRUE(responder->calls.empty());
+    EXPECT_NE(trace().find(" failed. 1082 code \n "), std::string::npos);
+}
+
+TEST_F(QueryServiceTest, FailureStylesPrintTheirOwnTexts) {
+    ResultStatus failure(std::vector<RStatus>{status(1, 1081, "unknown"), status(2, 1089, "gone")});
+    logQueryFailure(failure, "/P", QUERY_FAILURE_VALUE);
+    logQueryFailure(failure, "/Q", QUERY_FAILURE_SCAN);
+    EXPECT_EQ(trace(), "Operation: 1on :/P failed. 1081: unknown"
+                       "Operation: 2on :/P failed. 1089: gone"
+                       "Operation: 1on :/Q failed Error code. 1081  -"
+                       "Operation: 2on :/Q failed Error code. 1089  -");
+}
+
+TEST_F(QueryServiceTest, DumpPrintsEveryEntryInKeyOrder) {
+    QueryResult result = {{"/b", node({"x", "y"}, 1)}, {"/a", node({})}};
+    dumpResultMap(result);
+    EXPECT_EQ(trace(), "Key = \"/a\"\n"
+                       "\tNodeType = 0\n"
+                       "Key = \"/b\"\n"
+                       "\tNodeType = 1\n"
+                       "\t\tValue[0] = x\n"
+                       "\t\tValue[1] = y\n");
+}
+
+TEST(QueryPathTest, ComposesPathsLikeTheQueriesDo) {
+    char b[64];
+    composePath(b, sizeof b, "/SMBIOS/MemoryArray[", 2, "]");
+    EXPECT_STREQ(b, "/SMBIOS/MemoryArray[2]");
+    composePath(b, sizeof b, "/SMBIOS/MemoryArray[", 1, "]/MemoryDevice[", 10, "]");
+    EXPECT_STREQ(b, "/SMBIOS/MemoryArray[1]/MemoryDevice[10]");
+    composeSensorPath(b, sizeof b, 48, 32, 33, "]/NAME");
+    EXPECT_STREQ(b, "/BMC/SENSOR[48]/OWNER[32]/LUN[33]/NAME");
+    composeSensorPath(b, sizeof b, 1, 32, 0, "]/THRESHOLD/", "UPPER_CRITICAL");
+    EXPECT_STREQ(b, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL");
+    int needed = composeSensorValuePath(b, 20, 1, 32, 0, 200);
+    EXPECT_EQ(needed, static_cast<int>(strlen("/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[200]")));
+    EXPECT_STREQ(b, "/BMC/SENSOR[1]/OWNE"); // 19 characters and the NUL
+}
+
+} // namespace

@@ -1,0 +1,407 @@
+// The query front and the simulated server: failures, value forms, SEL and
+// inventory paths, platform files and the service configuration.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+
+#include "kelvarn/Errors.h"
+#include "kelvarn/Path.h"
+#include "serviceTestUtil.h"
+
+namespace {
+
+TEST(QueryFailureTest, BadPathsAreThrownAsResultStatusWithTheirCode) {
+    struct Case {
+        std::string path;
+        uint16_t code;
+    } cases[] = {
+        {"", 1082},
+        {"BMC/SDR", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[1", 1082},
+        {"/BMC/SDR/SENSOR_TYPE1]", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[]", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[x]", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[-1]", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[1]x", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[4294967296]", 1082},
+        {"/BMC//SDR", 1082},
+        {"/BMC/SDR/", 1082},
+        {"/BMC/SD\nR", 1082},
+        {"/BMC/SDR/SENSOR_TYPE[4294967295]", 1083},
+        {"/" + std::string(9999, 'A'), 1084},
+        {"/BMC/NOTHING", 1081},
+        {"/ELSEWHERE", 1081},
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_WARM", 1081},
+        {"/BMC/SENSOR[200]/OWNER[32]/LUN[0]/NAME", 1083},
+        {"/BMC/SENSOR[3]/OWNER[33]/LUN[0]/NAME", 1083},
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[256]", 1083},
+        {"/BMC/SENSOR[999]/NAME", 1083},
+        {"/BMC/SDR[45]", 1083},
+        {"/BMC/SEL/TRANSLATED[5]", 1083},
+        {"/SMBIOS/ProcessorInfo[2]", 1083},
+        {"/SMBIOS/MemoryArray[0]/MemoryDevice[6]/Size", 1083},
+        {"/SMBIOS/ProcessorInfo[0]/Colour", 1081},
+        {"/BMC/FRU[1]/RECORD/DECODED/CHASSISAREA/TYPE", 1083},
+    };
+    auto system = demoSystem();
+    for (const Case& c : cases) {
+        std::vector<RStatus> failures = failuresOf(*system, c.path);
+        ASSERT_EQ(failures.size(), 1u) << c.path.substr(0, 60);
+        EXPECT_EQ(failures[0].Code, c.code) << c.path.substr(0, 60) << ": " << failures[0].Message;
+        EXPECT_EQ(failures[0].Operation, kelvarn::kOpGetPath);
+        EXPECT_FALSE(failures[0].Message.empty());
+        EXPECT_LE(failures[0].Path.size(), kelvarn::kMaxPathLength + 3);
+    }
+}
+
+TEST(QueryFailureTest, AFailedQueryLeavesTheResultAsItWas) {
+    auto system = demoSystem();
+    Result r = {{"/kept", _XNode{}}};
+    EXPECT_THROW(system->Get("/BMC/NOTHING", r), ResultStatus);
+    EXPECT_EQ(r.size(), 1u);
+}
+
+TEST(QueryFailureTest, EachFailingRequestKeyAddsOneStatus) {
+    auto system = demoSystem();
+    std::map<std::string, std::map<std::string, std::string>> request = {
+        {"/BMC/OEM/PRODUCTID", {}}, {"/BMC/NOTHING", {}}, {"/BMC/SDR[", {}}};
+    Result r;
+    try {
+        system->Get(request, r);
+        FAIL() << "no failure thrown";
+    } catch (const ResultStatus& e) {
+        ASSERT_EQ(e.Get().size(), 2u);
+        EXPECT_EQ(e.Get()[0].Code, 1081);
+        EXPECT_EQ(e.Get()[0].Path, "/BMC/NOTHING");
+        EXPECT_EQ(e.Get()[1].Code, 1082);
+        EXPECT_EQ(e.Get()[1].Operation, kelvarn::kOpGetRequest);
+    }
+    request.clear();
+    try {
+        system->Get(request, r);
+        FAIL() << "no failure thrown";
+    } catch (const ResultStatus& e) {
+        EXPECT_EQ(e.Get().at(0).Code, 1088);
+    }
+}
+
+// A responder that fails in ways the front must contain.
+class ThrowingResponder : public kelvarn::Responder {
+public:
+    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
+                uint8_t, kelvarn::ResultMap&) override {
+        if (path == "/std")
+            throw std::out_of_range("index 9");
+        throw 42;
+    }
+};
+
+TEST(QueryFailureTest, OtherExceptionsBecomeInternalErrors) {
+    SDK::System system(std::make_shared<ThrowingResponder>());
+    for (const char* path : {"/std", "/int"}) {
+        std::vector<RStatus> f = failuresOf(system, path);
+        ASSERT_EQ(f.size(), 1u);
+        EXPECT_EQ(f[0].Code, 1087);
+    }
+    EXPECT_NE(failuresOf(system, "/std")[0].Message.find("index 9"), std::string::npos);
+}
+
+TEST(QueryFailureTest, FlagsAreKeptPerObject) {
+    SDK::System a(std::make_shared<ThrowingResponder>()), b(std::make_shared<ThrowingResponder>());
+    a.SetFlags(14);
+    b.SetFlags(1);
+    EXPECT_EQ(a.Flags(), 14);
+    EXPECT_EQ(b.Flags(), 1);
+    a.SetFlags(1);
+    EXPECT_EQ(a.Flags(), 1);
+}
+
+TEST(SensorValueTest, DemoServerAnswers) {
+    struct Case {
+        const char* path;
+        const char* value;
+    } cases[] = {
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NAME", "CPU1 Temp"},
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "52"},
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "90"},
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "NOT SUPPORTED"},
+        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[90]", "90"},
+        {"/BMC/SENSOR[7]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "55"},
+        {"/BMC/SENSOR[10]/OWNER[32]/LUN[1]/NAME", "Riser Temp"},
+        {"/BMC/SENSOR[20]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "11.214"},
+        {"/BMC/SENSOR[20]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[181]", "11.403"},
+        {"/BMC/SENSOR[16]/OWNER[32]/LUN[0]/TOLERANCE", "1"},
+        {"/BMC/SENSOR[16]/OWNER[32]/LUN[0]/RESOLUTION", "8"},
+        {"/BMC/SENSOR[16]/OWNER[32]/LUN[0]/ACCURACY", "150"},
+        {"/BMC/SENSOR[53]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "5952.380952"},
+        {"/BMC/SENSOR[51]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "1350"},
+        {"/BMC/SENSOR[65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "PRESENCE_DETECTED,PREDICTIVE_FAILURE"},
+        {"/BMC/SENSOR[65]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "NOT SUPPORTED"},
+        {"/BMC/SENSOR[65]/OWNER[32]/LUN[0]/TOLERANCE", "NOT SUPPORTED"},
+        {"/BMC/SENSOR[65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[3]", "NOT SUPPORTED"},
+        {"/BMC/SENSOR[56]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "FULLY_REDUNDANT"},
+        {"/BMC/SENSOR[57]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "DEVICE_INSERTED/DEVICE_PRESENT"},
+        {"/BMC/SENSOR[96]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "ALL_DEASSERTED"},
+        {"/BMC/SENSOR[0]/NAME", "Inlet Temp"},
+        {"/BMC/SENSOR[27]/NAME", "Fan Redundancy"},
+    };
+    auto system = demoSystem();
+    for (const Case& c : cases)
+        EXPECT_EQ(valueOf(*system, c.path), c.value) << c.path;
+}
+
+TEST(SensorValueTest, CollectionsAndTheWholeSensor) {
+    auto system = demoSystem();
+    Result temps;
+    system->Get("/BMC/SDR/SENSOR_TYPE[1]", temps);
+    EXPECT_EQ(temps.size(), 10u);
+    EXPECT_EQ(temps.begin()->first, "/BMC/SDR[0]");
+    Result none;
+    system->Get("/BMC/SDR/SENSOR_TYPE[200]", none);
+    EXPECT_TRUE(none.empty());
+    Result compact, sdr;
+    system->Get("/BMC/SDR/RECORD_TYPE[2]", compact);
+    system->Get("/BMC/SDR", sdr);
+    EXPECT_EQ(compact.size(), 18u);
+    EXPECT_EQ(sdr.size(), 45u);
+    Result sensor;
+    system->Get("/BMC/SENSOR[4]/OWNER[32]/LUN[0]", sensor);
+    ASSERT_EQ(sensor.size(), 11u); // name, value, six thresholds, three attributes
+    EXPECT_EQ(sensor["/BMC/SENSOR[4]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONRECOVERABLE"].Values.at(0), "95");
+    EXPECT_EQ(sensor["/BMC/SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"].NodeType, 0);
+}
+
+TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
+    auto system = systemOver(platformWith(
+        R"({"name": "Off", "number": 1, "sensorType": 1, "reading": 20, "available": false},
+           {"name": "Odd", "number": 2, "record": "compact", "sensorType": 7, "eventReadingType": 111,
+            "states": [0, 14]},
+           {"sdr": "05 00 51 02 1e 20 00 03 07 01 63 40 0d 6f 00 00 00 00 ff 01 c0 00 00 00 00 00 00 00 00 00 00 c3 48 44 44", "states": ["DRIVE_FAULT"]})"));
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "READING_UNAVAILABLE");
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "IERR,STATE_14");
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NAME"), "HDD");
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "DRIVE_FAULT");
+}
+
+std::map<std::string, std::map<std::string, std::string>> selRequest(const char* id, const char* range) {
+    std::map<std::string, std::string> params = {{"RECORD_ID", id}};
+    if (range)
+        params["RANGE"] = range;
+    return {{"/BMC/SEL/TRANSLATED", params}};
+}
+
+TEST(SelTest, LastEntryKnownIdAndRange) {
+    auto system = demoSystem();
+    auto last = selRequest("ffff", "3000");
+    Result r;
+    system->Get(last, r);
+    ASSERT_EQ(r["/BMC/SEL/TRANSLATED"].Values, std::vector<std::string>{"/BMC/SEL/TRANSLATED[0]"});
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED"].NodeType, 1);
+    // Record 5: P12V (sensor 0x14, voltage), lower non-critical going low, readings 178/181.
+    // Time stamp 1763689400 = 0x691FC3B8.
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/RAW"].Values.at(0), "05 00 02 b8 c3 1f 69 20 00 04 02 14 01 50 b2 b5");
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/DESCR"].Values.at(0), "P12V: Lower Non-critical going low Asserted");
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/TIMESTAMP"].Values.at(0), "2025-11-21 01:43:20");
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0005");
+
+    Result fromThree;
+    auto three = selRequest("3", "3000");
+    system->Get(three, fromThree);
+    ASSERT_EQ(fromThree["/BMC/SEL/TRANSLATED"].Values.size(), 3u);
+    EXPECT_EQ(fromThree["/BMC/SEL/TRANSLATED[0]/RAW"].Values.at(0).substr(0, 8), "03 00 02");
+    EXPECT_EQ(fromThree["/BMC/SEL/TRANSLATED[2]/RAW"].Values.at(0).substr(0, 8), "05 00 02");
+    EXPECT_EQ(fromThree["/BMC/SEL/TRANSLATED[1]/DESCR"].Values.at(0),
+              "PSU2 Status: PREDICTIVE_FAILURE Asserted");
+
+    Result two;
+    auto limited = selRequest("3", "2");
+    system->Get(limited, two);
+    ASSERT_EQ(two["/BMC/SEL/TRANSLATED"].Values.size(), 2u);
+    EXPECT_EQ(two.count("/BMC/SEL/TRANSLATED[2]/RAW"), 0u);
+    EXPECT_EQ(two["/BMC/SEL/TRANSLATED[1]/RAW"].Values.at(0).substr(0, 8), "04 00 02");
+}
+
+TEST(SelTest, UnknownIdAndBadParameters) {
+    auto system = demoSystem();
+    struct Case {
+        const char* id;
+        const char* range;
+        uint16_t code;
+    } cases[] = {{"1f", "3000", 1089}, {"6", nullptr, 1089}, {"xyz", "1", 1085}, {"12345", "1", 1085},
+                 {"1", "0", 1085},     {"1", "ten", 1085},  {"1", "70000", 1085}};
+    for (const Case& c : cases) {
+        auto request = selRequest(c.id, c.range);
+        Result r;
+        try {
+            system->Get(request, r);
+            ADD_FAILURE() << c.id << " did not fail";
+        } catch (const ResultStatus& e) {
+            ASSERT_EQ(e.Get().size(), 1u);
+            EXPECT_EQ(e.Get()[0].Code, c.code) << c.id << " " << (c.range ? c.range : "");
+        }
+    }
+}
+
+TEST(SelTest, EmptySelAnswersLastWithNoEntriesButFailsAnId) {
+    auto system = systemOver(platformWith(""));
+    auto last = selRequest("ffff", "3000");
+    Result r;
+    system->Get(last, r);
+    ASSERT_EQ(r.size(), 1u);
+    EXPECT_TRUE(r["/BMC/SEL/TRANSLATED"].Values.empty());
+    auto one = selRequest("1", "3000");
+    EXPECT_THROW(system->Get(one, r), ResultStatus);
+}
+
+TEST(InventoryTest, FruOemAndSmbiosPaths) {
+    struct Case {
+        const char* path;
+        const char* value;
+    } cases[] = {
+        {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE", "23"},
+        {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/SERIAL_NUMBER", "C819AK21N0417"},
+        {"/BMC/FRU[0]/RECORD/DECODED/PRODUCTAREA/ASSET_TAG", "IT-004211"},
+        {"/BMC/OEM/PRODUCTID", "2210"},
+        {"/SMBIOS/Type3/ThermalState", "Safe"},
+        {"/SMBIOS/Type3/SecurityStatus", "None"},
+        // power-on Disabled (0), keyboard Not Implemented (2), administrator Enabled (1), front panel 2
+        {"/SMBIOS/Type24/HardwareSecuritySettings", "38"},
+        {"/SMBIOS/Type24/HardwareSecuritySettings/KeyboardPassword", "Not Implemented"},
+        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", "2"},
+        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "2"},
+        {"/SMBIOS/ProcessorInfo[1]/Upgrade", "Socket LGA771"},
+        {"/SMBIOS/ProcessorInfo[1]/VoltageCapability", "1.2V"},
+        {"/SMBIOS/MemoryArray/TotalNoOfArray", "2"},
+        {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", "6"},
+        {"/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent", "4"},
+        {"/SMBIOS/MemoryArray[1]/MemoryErrorCorrection", "Multi-bit ECC"},
+        {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/FormFactor", "FB-DIMM"},
+        {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/Synchronous", "Supported"},
+        {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/CMOS", "Not supported"},
+        {"/SMBIOS/MemoryArray[1]/MemoryDevice[4]/DevicePresent", "False"},
+    };
+    auto system = demoSystem();
+    for (const Case& c : cases)
+        EXPECT_EQ(valueOf(*system, c.path), c.value) << c.path;
+    Result processor, memory;
+    system->Get("/SMBIOS/ProcessorInfo[0]", processor);
+    EXPECT_EQ(processor.size(), 16u);
+    EXPECT_EQ(processor["/SMBIOS/ProcessorInfo[0]/ProcessorType"].Values.at(0), "Central processor");
+    system->Get("/SMBIOS/MemoryArray", memory);
+    EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[5]/DevicePresent"].Values.at(0), "False");
+    EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[0]/DevicePresent"].Values.at(0), "True");
+    EXPECT_EQ(memory.count("/SMBIOS/ProcessorInfo/TotalNoOfProcessor"), 0u);
+}
+
+TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
+    struct Case {
+        std::string text;
+        const char* message;
+    } cases[] = {
+        {"{\n  \"format\": \"kelvarn-platform\",\n  \"version\": 1,,\n}", "test.json:3:16: syntax error"},
+        {R"({"format": "kelvarn-platform", "version": 2})", "test.json: /version: version 2 is not supported"},
+        {R"({"format": "other", "version": 1})", "test.json: /format: expected \"kelvarn-platform\""},
+        {R"({"format": "kelvarn-platform", "version": 1, "colour": 1})", "test.json: /colour: unknown field"},
+        {platformWith(R"({"name": "A", "number": 1, "colour": "red"})"),
+         "test.json: /bmc/sensors/0/colour: unknown field"},
+        {platformWith(R"({"name": "A", "number": 1, "m": 600})"),
+         "test.json: /bmc/sensors/0/m: 600 is out of range -512..511"},
+        {platformWith(R"({"name": "A", "number": 1}, {"name": "B", "number": 1})"),
+         "test.json: /bmc/sensors/1/number: duplicate sensor number 1 (owner 32, LUN byte 0) already used at "
+         "/bmc/sensors/0"},
+        {platformWith(R"({"sdr": "01 00 51 02 1ff"})"), "test.json: /bmc/sensors/0/sdr: \"1ff\" is not a byte"},
+        {platformWith(R"({"sdr": "01 00 51 02 05 20 00 01 00 00"})"),
+         "test.json: /bmc/sensors/0/sdr: not a full (01) or compact (02) sensor record"},
+        {platformWith(R"({"name": "ABCDEFGHIJKLMNOPQ", "number": 1})"), "test.json: /bmc/sensors/0/name: longer"},
+        {platformWith(R"({"name": "A", "number": 1, "readableThresholds": ["UPPER_CRITICAL"]})"),
+         "test.json: /bmc/sensors/0/readableThresholds: UPPER_CRITICAL is readable but has no value"},
+        {platformWith(R"({"name": "A", "number": 1, "eventReadingType": 111, "sensorType": 8,
+                          "states": ["IERR"]})"),
+         "test.json: /bmc/sensors/0/states/0: not a state offset"},
+        {platformWith("", R"({"raw": "01 02"})"), "test.json: /bmc/sel/0/raw: a SEL entry is 16 bytes, 2 given"},
+        {platformWith("", R"({"sensor": 9, "offset": 1})"), "test.json: /bmc/sel/0/sensor: no sensor 9"},
+    };
+    for (const Case& c : cases) {
+        try {
+            kelvarn::parsePlatform(c.text, "test.json");
+            ADD_FAILURE() << "accepted: " << c.text;
+        } catch (const kelvarn::PlatformFileError& e) {
+            EXPECT_EQ(std::string(e.what()).rfind(c.message, 0), 0u) << e.what();
+        }
+    }
+}
+
+TEST(PlatformFileTest, MissingFileAndConfiguration) {
+    EXPECT_THROW(kelvarn::loadPlatformFile("/nonexistent/platform.json"), kelvarn::PlatformFileError);
+    kelvarn::ServiceConfig c = kelvarn::parseServiceConfig(
+        "# kelvarn\n source = simulated \nplatform=rack.json\n", "/etc/kelvarn/kelvarn.conf");
+    EXPECT_EQ(c.source, "simulated");
+    EXPECT_EQ(c.platform, "/etc/kelvarn/rack.json");
+    EXPECT_THROW(kelvarn::parseServiceConfig("source=ipmi\n", "k.conf"), kelvarn::PlatformFileError);
+    EXPECT_THROW(kelvarn::parseServiceConfig("colour=red\n", "k.conf"), kelvarn::PlatformFileError);
+    EXPECT_THROW(kelvarn::parseServiceConfig("source=simulated\n", "k.conf"), kelvarn::PlatformFileError);
+}
+
+class ConfiguredSourceTest : public ::testing::Test {
+protected:
+    void TearDown() override {
+        unsetenv("KELVARN_CONFIG");
+        kelvarn::setProcessResponder(nullptr);
+        for (const std::string& f : files)
+            std::remove(f.c_str());
+    }
+    std::string write(const std::string& name, const std::string& text) {
+        std::string path = std::string("/tmp/kelvarn-test-") + std::to_string(getpid()) + "-" + name;
+        std::ofstream(path) << text;
+        files.push_back(path);
+        return path;
+    }
+    std::vector<std::string> files;
+};
+
+TEST_F(ConfiguredSourceTest, SimulatedSourceFromTheConfiguration) {
+    std::string platform = write("p.json", platformWith(R"({"name": "Only", "number": 9, "reading": 7})"));
+    setenv("KELVARN_CONFIG", write("k.conf", "source=simulated\nplatform=" + platform + "\n").c_str(), 1);
+    kelvarn::setProcessResponder(nullptr);
+    SDK::System system;
+    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[9]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "7");
+}
+
+TEST_F(ConfiguredSourceTest, UnreachableSourceFailsEveryQuery) {
+    std::string platform = write("bad.json", "{");
+    setenv("KELVARN_CONFIG", write("k.conf", "source=simulated\nplatform=" + platform + "\n").c_str(), 1);
+    kelvarn::setProcessResponder(nullptr);
+    SDK::System system;
+    std::vector<RStatus> f = failuresOf(system, "/BMC/SDR");
+    ASSERT_EQ(f.size(), 1u);
+    EXPECT_EQ(f[0].Code, 1086);
+    EXPECT_EQ(f[0].Facility, kelvarn::kFacilitySource);
+    EXPECT_NE(f[0].Message.find(platform + ":1:2: syntax error"), std::string::npos) << f[0].Message;
+
+    setenv("KELVARN_CONFIG", "/nonexistent/kelvarn.conf", 1);
+    EXPECT_EQ(failuresOf(system, "/BMC/SDR").at(0).Code, 1086);
+}
+
+TEST(QueryToolTest, PrintsTheDemoTemperatureRecords) {
+    // Without KELVARN_CONFIG (and no /etc/kelvarn/kelvarn.conf) the tool serves the demo server.
+    const std::string command =
+        std::string("env -u KELVARN_CONFIG ") + HM_BINARY_DIR + "/bin/kelvarn-query '/BMC/SDR/SENSOR_TYPE[1]'";
+    FILE* p = popen(command.c_str(), "r");
+    ASSERT_NE(p, nullptr);
+    std::string out;
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, p)) > 0)
+        out.append(buf, n);
+    EXPECT_EQ(pclose(p), 0);
+    EXPECT_EQ(out.rfind("Key = \"/BMC/SDR[0]\"\n\tNodeType = 0\n\t\tValue[0] = 01 00 51 01 35 20 00 01 40 01", 0), 0u)
+        << out.substr(0, 200);
+    size_t keys = 0;
+    for (size_t at = out.find("Key = "); at != std::string::npos; at = out.find("Key = ", at + 1))
+        ++keys;
+    EXPECT_EQ(keys, 10u);
+}
+
+} // namespace

@@ -1,0 +1,269 @@
+// Sensor data records: the byte layouts, checked byte by byte on records
+// defined here and by FreeIPMI's own SDR parser and reading conversion.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+
+extern "C" {
+#include <freeipmi/freeipmi.h>
+}
+
+#include "kelvarn/Errors.h"
+#include "kelvarn/Sdr.h"
+#include "serviceTestUtil.h"
+
+namespace {
+
+using kelvarn::AnalogFormat;
+using kelvarn::Bytes;
+using kelvarn::SdrFields;
+
+SdrFields voltageSensor() {
+    SdrFields f;
+    f.recordId = 0x0102;
+    f.recordType = 0x01;
+    f.owner = 0x20;
+    f.lun = 0x21;
+    f.number = 0x30;
+    f.entityId = 0x07;
+    f.entityInstance = 0x01;
+    f.initialization = 0x7F;
+    f.capabilities = 0x68;
+    f.sensorType = 0x02;
+    f.eventReadingType = 0x01;
+    f.assertionMask = 0x7A95;
+    f.deassertionMask = 0x7A95;
+    f.readableMask = 0x3F;
+    f.settableMask = 0x1B;
+    f.analogFormat = AnalogFormat::TwosComplement;
+    f.baseUnit = 4;
+    f.m = -300;
+    f.tolerance = 5;
+    f.b = 257;
+    f.accuracy = 341;
+    f.accuracyExp = 2;
+    f.direction = 1;
+    f.rExp = -3;
+    f.bExp = 2;
+    f.analogFlags = 0x01;
+    f.nominal = 0x60;
+    f.normalMax = 0x70;
+    f.normalMin = 0x50;
+    f.sensorMax = 0x7F;
+    f.sensorMin = 0x80;
+    f.thresholds[kelvarn::kUpperNonRecoverable] = 0x7A;
+    f.thresholds[kelvarn::kUpperCritical] = 0x75;
+    f.thresholds[kelvarn::kUpperNonCritical] = 0x70;
+    f.thresholds[kelvarn::kLowerNonRecoverable] = 0x86;
+    f.thresholds[kelvarn::kLowerCritical] = 0x8A;
+    f.thresholds[kelvarn::kLowerNonCritical] = 0x90;
+    f.positiveHysteresis = 3;
+    f.negativeHysteresis = 4;
+    f.oem = 0x5A;
+    f.name = "P12V";
+    return f;
+}
+
+TEST(SdrLayoutTest, FullRecordBytes) {
+    const Bytes expected = {
+        0x02, 0x01, 0x51, 0x01, 0x2f,                   // record ID 0x0102, SDR 1.5, full, 47 bytes follow
+        0x20, 0x21, 0x30, 0x07, 0x01,                   // owner, owner LUN byte, number, entity, instance
+        0x7f, 0x68, 0x02, 0x01,                         // init, capabilities, voltage, threshold type
+        0x95, 0x7a, 0x95, 0x7a, 0x3f, 0x1b,             // assertion, deassertion, readable, settable masks
+        0x80, 0x04, 0x00, 0x00,                         // 2's complement, volts, no modifier, linear
+        0xd4, 0x85, 0x01, 0x55, 0x59, 0xd2,             // M=-300 tol 5, B=257 acc 341 exp 2 dir 1, R-3 B+2
+        0x01, 0x60, 0x70, 0x50, 0x7f, 0x80,             // nominal given, nominal/normal/sensor ranges
+        0x7a, 0x75, 0x70, 0x86, 0x8a, 0x90,             // UNR UC UNC LNR LC LNC
+        0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4,             // hysteresis, reserved, OEM, 8-bit ASCII length 4
+        'P',  '1',  '2',  'V'};
+    const Bytes actual = kelvarn::encodeSdr(voltageSensor());
+    ASSERT_EQ(actual.size(), expected.size());
+    for (size_t i = 0; i < expected.size(); ++i)
+        EXPECT_EQ(actual[i], expected[i]) << "byte " << i + 1;
+    EXPECT_EQ(kelvarn::hexBytes(actual.data(), 6), "02 01 51 01 2f 20");
+}
+
+TEST(SdrLayoutTest, CompactRecordBytes) {
+    SdrFields f;
+    f.recordId = 0x0010;
+    f.recordType = 0x02;
+    f.number = 0x41;
+    f.entityId = 0x0A;
+    f.entityInstance = 2;
+    f.initialization = 0x63;
+    f.capabilities = 0x40;
+    f.sensorType = 0x08;
+    f.eventReadingType = 0x6F;
+    f.assertionMask = 0x0007;
+    f.deassertionMask = 0x0007;
+    f.readableMask = 0x7F;
+    f.analogFormat = AnalogFormat::None;
+    f.name = "PSU2 Status";
+    const Bytes expected = {0x10, 0x00, 0x51, 0x02, 0x26, 0x20, 0x00, 0x41, 0x0a, 0x02, 0x63, 0x40, 0x08, 0x6f,
+                            0x07, 0x00, 0x07, 0x00, 0x7f, 0x00, 0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+                            0x00, 0x00, 0x00, 0xcb, 'P',  'S',  'U',  '2',  ' ',  'S',  't',  'a',  't',  'u',
+                            's'};
+    EXPECT_EQ(kelvarn::encodeSdr(f), expected);
+}
+
+TEST(SdrLayoutTest, DecodeReadsBackWhatWasEncoded) {
+    SdrFields in = voltageSensor(), out;
+    ASSERT_TRUE(kelvarn::decodeSdr(kelvarn::encodeSdr(in), out));
+    EXPECT_EQ(out.m, -300);
+    EXPECT_EQ(out.b, 257);
+    EXPECT_EQ(out.rExp, -3);
+    EXPECT_EQ(out.bExp, 2);
+    EXPECT_EQ(out.accuracy, 341);
+    EXPECT_EQ(out.tolerance, 5);
+    EXPECT_EQ(out.lun, 0x21);
+    EXPECT_EQ(out.thresholds[kelvarn::kLowerNonCritical], 0x90);
+    EXPECT_EQ(out.name, "P12V");
+    EXPECT_FALSE(kelvarn::decodeSdr(Bytes{0x01, 0x00, 0x51, 0x01, 0x10, 0x20}, out)); // cut short
+    EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), out));                           // record type 0
+}
+
+TEST(SdrLayoutTest, NamesLongerThanSixteenAreRefused) {
+    SdrFields f = voltageSensor();
+    f.name = "ABCDEFGHIJKLMNOPQ";
+    EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
+}
+
+TEST(SdrConversionTest, HandComputedValues) {
+    struct Case {
+        int m, b, bExp, rExp, lin;
+        AnalogFormat format;
+        uint8_t raw;
+        const char* expected;
+    } cases[] = {
+        {8, 0, 0, -3, 0, AnalogFormat::Unsigned, 150, "1.2"},           // 150 * 0.008 V
+        {75, 0, 0, 0, 0, AnalogFormat::Unsigned, 80, "6000"},           // 80 * 75 RPM
+        {1, 0, 0, 0, 0, AnalogFormat::TwosComplement, 0xF6, "-10"},     // -10 degrees
+        {1, 0, 0, 0, 0, AnalogFormat::OnesComplement, 0xF5, "-10"},     // ~0xF5 = 10
+        {2, -5, 1, -1, 0, AnalogFormat::Unsigned, 100, "15"},           // (200 - 50) / 10
+        {5, 0, 0, -1, 0, AnalogFormat::Unsigned, 110, "55"},            // half-degree steps
+        {4, 0, 0, -6, 7, AnalogFormat::Unsigned, 42, "5952.380952"},    // 1 / (168e-6)
+        {1, 0, 0, 0, 8, AnalogFormat::Unsigned, 12, "144"},             // square
+        {1, 0, 0, 0, 10, AnalogFormat::Unsigned, 81, "9"},              // square root
+        {6, 0, 0, -3, 0x70, AnalogFormat::Unsigned, 183, "1.098"},      // non-linear: factors at this reading
+    };
+    for (const Case& c : cases) {
+        SdrFields f;
+        f.m = static_cast<int16_t>(c.m);
+        f.b = static_cast<int16_t>(c.b);
+        f.bExp = static_cast<int8_t>(c.bExp);
+        f.rExp = static_cast<int8_t>(c.rExp);
+        f.linearization = static_cast<uint8_t>(c.lin);
+        f.analogFormat = c.format;
+        double v = 0;
+        ASSERT_TRUE(kelvarn::convertReading(f, c.raw, v)) << c.expected;
+        EXPECT_EQ(kelvarn::formatNumber(v), c.expected);
+    }
+    SdrFields none;
+    none.analogFormat = AnalogFormat::None;
+    double v;
+    EXPECT_FALSE(kelvarn::convertReading(none, 1, v));
+    SdrFields inverseOfZero;
+    inverseOfZero.linearization = 7;
+    ASSERT_TRUE(kelvarn::convertReading(inverseOfZero, 0, v));
+    EXPECT_EQ(v, 0.0);
+    SdrFields logOfZero;
+    logOfZero.linearization = 1;
+    EXPECT_FALSE(kelvarn::convertReading(logOfZero, 0, v));
+}
+
+// Every full record of a platform, parsed by FreeIPMI: identity, thresholds
+// and the conversion of each raw value 0-255 against INTERPRET_SENSOR_VALUE[r].
+void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecords) {
+    auto system = systemOver(platformText);
+    Result all;
+    system->Get("/BMC/SDR/RECORD_TYPE[1]", all);
+    ASSERT_EQ(all.size(), expectedFullRecords);
+    ipmi_sdr_ctx_t ctx = ipmi_sdr_ctx_create();
+    ASSERT_NE(ctx, nullptr);
+    for (const auto& entry : all) {
+        SCOPED_TRACE(entry.first);
+        Bytes rec;
+        for (const char* p = entry.second.Values[0].c_str(); *p;) {
+            char* end;
+            rec.push_back(static_cast<uint8_t>(strtol(p, &end, 16)));
+            p = end;
+        }
+        uint16_t recordId;
+        uint8_t recordType, number, owner, ownerType, lun, channel, sensorType, eventType;
+        ASSERT_EQ(ipmi_sdr_parse_record_id_and_type(ctx, rec.data(), rec.size(), &recordId, &recordType), 0);
+        EXPECT_EQ(recordType, 1);
+        ASSERT_EQ(ipmi_sdr_parse_sensor_number(ctx, rec.data(), rec.size(), &number), 0);
+        ASSERT_EQ(ipmi_sdr_parse_sensor_owner_id(ctx, rec.data(), rec.size(), &ownerType, &owner), 0);
+        ASSERT_EQ(ipmi_sdr_parse_sensor_owner_lun(ctx, rec.data(), rec.size(), &lun, &channel), 0);
+        ASSERT_EQ(ipmi_sdr_parse_sensor_type(ctx, rec.data(), rec.size(), &sensorType), 0);
+        ASSERT_EQ(ipmi_sdr_parse_event_reading_type_code(ctx, rec.data(), rec.size(), &eventType), 0);
+        char id[32] = {};
+        ASSERT_GE(ipmi_sdr_parse_id_string(ctx, rec.data(), rec.size(), id, sizeof id - 1), 0);
+        // FreeIPMI splits the owner ID byte into a 7-bit address and a type bit, and the
+        // owner-LUN byte into LUN and channel; the service's paths use the whole bytes.
+        const int ownerByte = owner << 1 | ownerType, lunByte = channel << 4 | lun;
+        const std::string base = "/BMC/SENSOR[" + std::to_string(number) + "]/OWNER[" + std::to_string(ownerByte) +
+                                 "]/LUN[" + std::to_string(lunByte) + "]";
+        EXPECT_EQ(valueOf(*system, base + "/NAME"), id);
+        if (eventType != 0x01)
+            continue;
+        uint8_t readable[6], raw[6];
+        ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), &readable[0], &readable[1],
+                                                    &readable[2], &readable[3], &readable[4], &readable[5]),
+                  0);
+        ASSERT_EQ(ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1], &raw[2], &raw[3],
+                                                &raw[4], &raw[5]),
+                  0);
+        const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
+                               "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
+        for (int t = 0; t < 6; ++t)
+            EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[t]),
+                      readable[t] ? std::to_string(raw[t]) : std::string("NOT SUPPORTED"))
+                << keys[t];
+        int8_t rExp, bExp;
+        int16_t m, b;
+        uint8_t lin, analog;
+        ASSERT_EQ(ipmi_sdr_parse_sensor_decoding_data(ctx, rec.data(), rec.size(), &rExp, &bExp, &m, &b, &lin,
+                                                      &analog),
+                  0);
+        for (int r = 0; r < 256; ++r) {
+            std::string ours = valueOf(*system, base + "/INTERPRET_SENSOR_VALUE[" + std::to_string(r) + "]");
+            double theirs = 0;
+            // Non-linear sensors (0x70-0x7F) convert with the record's factors, which FreeIPMI
+            // applies when told the sensor is linear. FreeIPMI reads linearization 0x0B as
+            // 1/x^3; the service applies the cube root (the inverse of "cube", as ipmitool does),
+            // so that one is checked as the cube root of FreeIPMI's linear value.
+            const bool cubeRoot = lin == 0x0B;
+            uint8_t asLinear = lin >= 0x70 || cubeRoot ? 0 : lin;
+            int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, asLinear, analog, static_cast<uint8_t>(r), &theirs);
+            if (cubeRoot)
+                theirs = std::cbrt(theirs);
+            if (rc < 0 || !std::isfinite(theirs)) {
+                EXPECT_EQ(ours, "NOT SUPPORTED") << "raw " << r;
+                continue;
+            }
+            ASSERT_NE(ours, "NOT SUPPORTED") << "raw " << r;
+            double v = std::strtod(ours.c_str(), nullptr);
+            EXPECT_NEAR(v, theirs, 1e-9 * std::max(1.0, std::fabs(theirs))) << "raw " << r;
+        }
+    }
+    ipmi_sdr_ctx_destroy(ctx);
+}
+
+TEST(SdrFreeIpmiTest, DemoServerRecords) { checkWithFreeIpmi(kelvarn::demoPlatformText(), 27); }
+
+TEST(SdrFreeIpmiTest, SignedAndLinearizedRecords) {
+    const std::string sensors =
+        R"({"name": "Neg M", "number": 1, "sensorType": 2, "m": -300, "b": 257, "bExp": 2, "rExp": -3,
+            "analogFormat": "2s-complement", "thresholds": {"UPPER_CRITICAL": 117, "LOWER_CRITICAL": 138}},
+           {"name": "Ones", "number": 2, "sensorType": 1, "m": 3, "b": -7, "analogFormat": "1s-complement"},
+           {"name": "Inverse", "number": 3, "sensorType": 4, "m": 4, "rExp": -6, "linearization": 7},
+           {"name": "Log", "number": 4, "sensorType": 2, "m": 1, "b": -20, "linearization": 2},
+           {"name": "Exp2", "number": 5, "sensorType": 2, "m": 5, "rExp": -2, "linearization": 6},
+           {"name": "Cube", "number": 6, "sensorType": 2, "m": 1, "rExp": -1, "linearization": 9},
+           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3})";
+    checkWithFreeIpmi(platformWith(sensors), 7);
+}
+
+} // namespace
