@@ -163,15 +163,19 @@ typedef BOOL(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONINIT)(DWORD dwUpTimeReference, HAND
                                                    AsnObjectIdentifier* pFirstSupportedRegion);
 typedef BOOL(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONINITEX)(AsnObjectIdentifier* pNextSupportedRegion);
 typedef BOOL(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONQUERYEX)(UINT nRequestType, UINT nTransactionId,
-                                                      SnmpVarBindList* pVarBindList, AsnOctetString* pContextInfo,
+                                                      SnmpVarBindList* pVarBindList,
+                                                      AsnOctetString* pContextInfo,
                                                       AsnInteger32* pErrorStatus, AsnInteger32* pErrorIndex);
-typedef BOOL(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONTRAP)(AsnObjectIdentifier* pEnterpriseOid, AsnInteger32* pGenericTrapId,
+typedef BOOL(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONTRAP)(AsnObjectIdentifier* pEnterpriseOid,
+                                                   AsnInteger32* pGenericTrapId,
                                                    AsnInteger32* pSpecificTrapId, AsnTimeticks* pTimeStamp,
                                                    SnmpVarBindList* pVarBindList);
 typedef VOID(SNMP_FUNC_TYPE* PFNSNMPEXTENSIONCLOSE)(void);
 
-HM_COMPAT_API SNMPAPI SNMP_FUNC_TYPE SnmpUtilOidCpy(AsnObjectIdentifier* pOidDst, AsnObjectIdentifier* pOidSrc);
-HM_COMPAT_API SNMPAPI SNMP_FUNC_TYPE SnmpUtilOidAppend(AsnObjectIdentifier* pOidDst, AsnObjectIdentifier* pOidSrc);
+HM_COMPAT_API SNMPAPI SNMP_FUNC_TYPE SnmpUtilOidCpy(AsnObjectIdentifier* pOidDst,
+                                                    AsnObjectIdentifier* pOidSrc);
+HM_COMPAT_API SNMPAPI SNMP_FUNC_TYPE SnmpUtilOidAppend(AsnObjectIdentifier* pOidDst,
+                                                       AsnObjectIdentifier* pOidSrc);
 HM_COMPAT_API SNMPAPI SNMP_FUNC_TYPE SnmpUtilOidNCmp(AsnObjectIdentifier* pOid1, AsnObjectIdentifier* pOid2,
                                                      UINT nSubIds);
 HM_COMPAT_API SNMPAPI SNMP_FUNC_TYPE SnmpUtilOidCmp(AsnObjectIdentifier* pOid1, AsnObjectIdentifier* pOid2);

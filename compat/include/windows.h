@@ -102,9 +102,9 @@ typedef HKEY* PHKEY;
 #define HM_COMPAT_REGISTRY_DEFAULT "/etc/hmsubagent/registry.reg"
 
 HM_COMPAT_API LONG WINAPI RegOpenKeyExA(HKEY hKey, LPCSTR lpSubKey, DWORD ulOptions, REGSAM samDesired,
-                                         PHKEY phkResult);
+                                        PHKEY phkResult);
 HM_COMPAT_API LONG WINAPI RegQueryValueExA(HKEY hKey, LPCSTR lpValueName, LPDWORD lpReserved, LPDWORD lpType,
-                                            LPBYTE lpData, LPDWORD lpcbData);
+                                           LPBYTE lpData, LPDWORD lpcbData);
 HM_COMPAT_API LONG WINAPI RegCloseKey(HKEY hKey);
 
 // Threads and synchronisation.
