@@ -3,9 +3,9 @@
 # Usage: scripts/install-deps.sh [build|test]
 set -euo pipefail
 
-packages=(build-essential cmake ninja-build pkg-config nlohmann-json3-dev libfreeipmi-dev)
+packages=(build-essential cmake ninja-build pkg-config nlohmann-json3-dev libfreeipmi-dev libsnmp-dev)
 if [ "${1:-build}" = test ]; then
-    packages+=(googletest libgtest-dev libgmock-dev clang-format)
+    packages+=(googletest libgtest-dev libgmock-dev clang-format snmp snmpd snmptrapd smitools)
 fi
 
 missing=()
@@ -20,5 +20,16 @@ echo "Installing: ${missing[*]}"
 sudo=""
 if [ "$(id -u)" -ne 0 ]; then sudo="sudo"; fi
 export DEBIAN_FRONTEND=noninteractive
+
+# Packages such as snmpd start a system service when installed; the project's tests
+# start their own servers on temporary loopback ports, so keep the system's ones off.
+guard=""
+if [ ! -e /usr/sbin/policy-rc.d ]; then
+    printf '#!/bin/sh\nexit 101\n' | $sudo tee /usr/sbin/policy-rc.d >/dev/null
+    $sudo chmod +x /usr/sbin/policy-rc.d
+    guard=/usr/sbin/policy-rc.d
+fi
+trap '[ -n "$guard" ] && $sudo rm -f "$guard"' EXIT
+
 $sudo apt-get update -qq
 $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
