@@ -39,7 +39,10 @@ UINT storeText(const MIB_VAR_TYPE* pMibVar, AsnAny* value) {
         stream = value->asnValue.string.stream;
     else
         SnmpUtilAsnAnyFree(value);
-    BYTE* resized = static_cast<BYTE*>(SnmpUtilMemReAlloc(stream, length != 0 ? length : 1));
+    const UINT size = length != 0 ? length : 1;
+    // The Windows allocator does not reallocate a null block.
+    BYTE* resized =
+        static_cast<BYTE*>(stream != nullptr ? SnmpUtilMemReAlloc(stream, size) : SnmpUtilMemAlloc(size));
     if (resized == nullptr)
         return SNMP_ERRORSTATUS_GENERR;
     memcpy(resized, text, length);

@@ -92,10 +92,30 @@ uint32_t hmClient::readRegistryParams() {
     return 1;
 }
 
+bool hmClient::bInverseLinearization = false;
+
+void hmClient::readInverseLinearization() {
+    bInverseLinearization = false;
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, HM_REGISTRY_KEY, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
+        return;
+    }
+    DWORD type = 0;
+    DWORD value = 0;
+    DWORD size = sizeof value;
+    if (RegQueryValueExA(key, HM_REGISTRY_INVERSELINEARIZATION, nullptr, &type, reinterpret_cast<LPBYTE>(&value),
+                         &size) == ERROR_SUCCESS &&
+        type == REG_DWORD && size == sizeof value) {
+        bInverseLinearization = value != 0;
+    }
+    RegCloseKey(key);
+}
+
 uint32_t hmClient::init() {
     releaseTables();
     // A failed read leaves both paths empty: the configuration file then cannot be opened.
     readRegistryParams();
+    readInverseLinearization();
 
     m_pSystemManagement = new (std::nothrow) systemManagement();
     if (m_pSystemManagement == nullptr ||

@@ -14,6 +14,8 @@ class systemManagement;
 #define HM_REGISTRY_KEY "SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters"
 #define HM_REGISTRY_CONFIGFILE "ConfigFile"
 #define HM_REGISTRY_LOGFILE "LogFile"
+// DWORD; non-zero swaps the upper and lower thresholds of the cooling devices.
+#define HM_REGISTRY_INVERSELINEARIZATION "bInverseLinearization"
 
 // Size of each registry path buffer, terminating NUL included.
 constexpr uint32_t HM_PATH_SIZE = 128;
@@ -44,6 +46,13 @@ public:
     bool isTrapsEnabled() override;
     bool isSetsEnabled() override;
     uint32_t readRegistryParams() override;
+    // Reads the registry value "bInverseLinearization" into the flag below: set when the
+    // value is a non-zero DWORD, clear when it is absent, zero or of another type.
+    void readInverseLinearization();
+
+    // Fans whose raw value falls as the speed rises: the cooling devices publish and judge
+    // their upper thresholds as lower ones and the other way round.
+    static bool bInverseLinearization;
     BaseAccessor* getTable(uint32_t entity) override;
     eventHandler* getEventHandler() override;
 

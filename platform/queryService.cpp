@@ -85,11 +85,11 @@ int composeSensorPath(char* buffer, size_t size, int sensor, int owner, int lun,
 
 int composeSensorPath(char* buffer, size_t size, int sensor, int owner, int lun, const char* sep,
                       const char* key) {
-    return snprintf(buffer, size, "%s%d%s%d%s%d%s%s", "/BMC/SENSOR[", sensor, "]/OWNER[", owner, "]/LUN[", lun,
-                    sep, key);
+    return snprintf(buffer, size, "%s%d%s%d%s%d%s%s", "/BMC/SENSOR[", sensor, "]/OWNER[", owner, "]/LUN[",
+                    lun, sep, key);
 }
 
 int composeSensorValuePath(char* buffer, size_t size, int sensor, int owner, int lun, int raw) {
-    return snprintf(buffer, size, "%s%d%s%d%s%d%s%d%s", "/BMC/SENSOR[", sensor, "]/OWNER[", owner, "]/LUN[", lun,
-                    "]/INTERPRET_SENSOR_VALUE[", raw, "]");
+    return snprintf(buffer, size, "%s%d%s%d%s%d%s%d%s", "/BMC/SENSOR[", sensor, "]/OWNER[", owner, "]/LUN[",
+                    lun, "]/INTERPRET_SENSOR_VALUE[", raw, "]");
 }

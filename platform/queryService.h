@@ -40,10 +40,11 @@ void logQueryFailure(const ResultStatus& status, const char* path, QueryFailureS
 
 // Path composition into a caller's buffer (snprintf: cut to fit, always
 // NUL-terminated); each returns the length the full path needs.
-int composePath(char* buffer, size_t size, const char* a, int n, const char* b);               // "%s%d%s"
+int composePath(char* buffer, size_t size, const char* a, int n, const char* b); // "%s%d%s"
 int composePath(char* buffer, size_t size, const char* a, int n1, const char* b, int n2,
-                const char* c);                                                                // "%s%d%s%d%s"
-int composeSensorPath(char* buffer, size_t size, int sensor, int owner, int lun, const char* tail); // sensor, owner, LUN
+                const char* c); // "%s%d%s%d%s"
+int composeSensorPath(char* buffer, size_t size, int sensor, int owner, int lun,
+                      const char* tail); // sensor, owner, LUN
 int composeSensorPath(char* buffer, size_t size, int sensor, int owner, int lun, const char* sep,
                       const char* key); // sensor, owner, LUN and a trailing key
 int composeSensorValuePath(char* buffer, size_t size, int sensor, int owner, int lun, int raw); // raw value

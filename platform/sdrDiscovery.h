@@ -7,8 +7,8 @@
 #include "platform/sensorWrapper.h"
 
 // Bounds of the SDR text taken from one record.
-constexpr size_t kSdrTextSize = 1024;  // the text is cut to 1,023 characters
-constexpr int kSdrTokenSlots = 129;    // bytes 1 to 129 of the record are kept
+constexpr size_t kSdrTextSize = 1024;   // the text is cut to 1,023 characters
+constexpr int kSdrTokenSlots = 129;     // bytes 1 to 129 of the record are kept
 constexpr int kSdrFullRecordBytes = 48; // bytes up to the ID string type/length byte
 
 // The composite key of a sensor, as other components build it.

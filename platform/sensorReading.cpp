@@ -69,7 +69,8 @@ void GetSensorData2(CSensorWrapper* sensor, int32_t multiplier) {
              info.stName.NarrowForLog(name), info.nSensorNumber, info.nSensorType);
 
     char path[kPathSize];
-    composeSensorPath(path, sizeof path, info.nSensorNumber, info.nOwnerID, info.nLUN, "]/INTERPRET_SENSOR_VALUE");
+    composeSensorPath(path, sizeof path, info.nSensorNumber, info.nOwnerID, info.nLUN,
+                      "]/INTERPRET_SENSOR_VALUE");
     debugLog("\nSensor Value Querry = %s\n", path);
 
     QueryResult result;
@@ -115,8 +116,8 @@ int32_t GetThresholdValue(uint32_t sensorNumber, uint32_t ownerId, uint32_t lun,
     char path[kPathSize];
 
     if (kind != THRESHOLD_NONE) {
-        composeSensorPath(path, sizeof path, sensor, owner, lunByte, isThresholdForm(kind) ? "]/THRESHOLD/" : "]/",
-                          thresholdKey(kind));
+        composeSensorPath(path, sizeof path, sensor, owner, lunByte,
+                          isThresholdForm(kind) ? "]/THRESHOLD/" : "]/", thresholdKey(kind));
         debugLog("\nThresholdquery = %s\n", path);
         queryService().Get(path, result);
         debugLog("\nThresholdquery results Map returns = %d\n", static_cast<int>(result.size()));

@@ -21,7 +21,8 @@ const char* MapCRStrToSNMPStr(const char* keyword);
 
 // Maps a comma-separated list of keywords, each stripped of its leading spaces,
 // and appends the display texts joined by "," to `out`. A text with no keyword at
-// all is appended as it is.
+// all (empty, or commas only) is appended as it is. Only the first 127 characters
+// of the text are taken; a longer text is cut there, with a trace line.
 void MapMultipleCRStrToSNMPStr(const char* text, std::string& out);
 
 // The keyword table in search order, for inspection.

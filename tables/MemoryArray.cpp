@@ -1,14 +1,53 @@
 #include "tables/MemoryArray.h"
 
-// Rows are not discovered yet: init finds no memory array until the SMBIOS inventory is read; the
-// columns beyond the id and the description come with it.
+#include <cstdio>
+
+#include "core/debugLog.h"
+#include "platform/smbiosInventory.h"
 
 MemoryArray::MemoryArray() = default;
 
 MemoryArray::~MemoryArray() = default;
 
 uint32_t MemoryArray::init() {
-    m_nCount = 0;
+    debugLog("\n MemoryArray::init() called\n");
+    uint32_t arrays = 0;
+    getNumberOfPhysicalMemoryArray(&arrays);
+    if (arrays > kMaxMemoryArrays) {
+        arrays = kMaxMemoryArrays;
+    }
+    m_nCount = static_cast<int32_t>(arrays);
+    uint32_t status = allocTable(m_nCount);
+    if (status != CLIENT_SUCCESS) {
+        return status;
+    }
+    for (int a = 0; a < m_nCount; ++a) {
+        // Codes the service does not answer read "unknown" (2).
+        SmbiosMemoryArrayRecord record = {};
+        record.Use = 2;
+        record.MemoryErrorCorrection = 2;
+        record.Location = 2;
+        getPhyMemDevArrayInfo(a, &record);
+        MemoryArrayInfo& row = m_pRows[a];
+        row = MemoryArrayInfo();
+        row.id = static_cast<uint32_t>(a + 1);
+        snprintf(row.description, sizeof row.description, "Memory Array %d", a + 1);
+        const char* useName = smbiosNameOfCode(kMemoryArrayUseNames, record.Use);
+        copyRowText(row.detail, useName != nullptr ? useName : "Unknown");
+        row.location = record.Location;
+        row.use = record.Use;
+        row.errorCorrection = record.MemoryErrorCorrection;
+        row.maxCapacity = static_cast<int32_t>(record.MaxCapacity);
+        row.errorInfoHandle = static_cast<int32_t>(record.MemoryErrorInfoHandle);
+        row.numDevices = static_cast<int32_t>(record.NumMemoryDevices);
+        row.devicesPresent = static_cast<int32_t>(record.TotalNoOfDevicePresent);
+        const char* eccName = smbiosNameOfCode(kMemoryErrorCorrectionNames, record.MemoryErrorCorrection);
+        copyRowText(row.errorCorrectionName, eccName != nullptr ? eccName : "Unknown");
+        // An array without any memory in it is not a fault, but not "ok" either.
+        row.status = row.devicesPresent > 0 ? HM_STATUS_OK : HM_STATUS_OTHER;
+        debugLog("\n MemoryArray: array %d, %d of %d devices present\n", a + 1, row.devicesPresent,
+                 row.numDevices);
+    }
     return CLIENT_SUCCESS;
 }
 
@@ -17,11 +56,38 @@ uint32_t MemoryArray::getIntInfo(int attribute, int index, int32_t* value) {
     if (row == nullptr) {
         return MEMORYARRAY_ERROR_NOROW;
     }
-    if (attribute == MemoryArrayIdAttr) {
+    switch (attribute) {
+    case memoryArrayIdAttr:
         *value = static_cast<int32_t>(row->id);
-        return CLIENT_SUCCESS;
+        break;
+    case memoryArrayStatusAttr:
+        *value = row->status;
+        break;
+    case memoryArrayLocationAttr:
+        *value = row->location;
+        break;
+    case memoryArrayUseAttr:
+        *value = row->use;
+        break;
+    case memoryArrayErrorCorrectionAttr:
+        *value = row->errorCorrection;
+        break;
+    case memoryArrayMaxCapacityAttr:
+        *value = row->maxCapacity;
+        break;
+    case memoryArrayErrorInfoHandleAttr:
+        *value = row->errorInfoHandle;
+        break;
+    case memoryArrayNumDevicesAttr:
+        *value = row->numDevices;
+        break;
+    case memoryArrayDevicesPresentAttr:
+        *value = row->devicesPresent;
+        break;
+    default:
+        return CLIENT_ERROR_NOSUCHNAME;
     }
-    return CLIENT_ERROR_NOSUCHNAME;
+    return CLIENT_SUCCESS;
 }
 
 uint32_t MemoryArray::getStrInfo(int attribute, int index, char** value) {
@@ -29,18 +95,26 @@ uint32_t MemoryArray::getStrInfo(int attribute, int index, char** value) {
     if (row == nullptr) {
         return MEMORYARRAY_ERROR_NOROW;
     }
-    if (attribute == MemoryArrayDescriptionAttr) {
+    switch (attribute) {
+    case memoryArrayDescriptionAttr:
         return copyOutText(row->description, value);
+    case memoryArrayUseNameAttr:
+        return copyOutText(row->detail, value);
+    case memoryArrayErrorCorrectionNameAttr:
+        return copyOutText(row->errorCorrectionName, value);
+    default:
+        return CLIENT_ERROR_NOSUCHNAME;
     }
-    return CLIENT_ERROR_NOSUCHNAME;
 }
 
-// Inventory facts are static: the table offers no live data.
-uint32_t MemoryArray::getIntData(int, int, int32_t*) {
+// Inventory facts are read once at start-up: the table offers no live data.
+uint32_t MemoryArray::getIntData(int, int, int32_t* value) {
+    *value = -1;
     return CLIENT_ERROR_NOTSUPPORTED;
 }
 
-uint32_t MemoryArray::getStrData(int, int, char**) {
+uint32_t MemoryArray::getStrData(int, int, char** value) {
+    *value = nullptr;
     return CLIENT_ERROR_NOTSUPPORTED;
 }
 

@@ -1,14 +1,27 @@
-// The memory-array table of the SMBIOS inventory (entity 8).
+// The memory array table (entity 8): one row per physical memory array of the SMBIOS inventory.
 #ifndef HM_TABLES_MEMORYARRAY_H
 #define HM_TABLES_MEMORYARRAY_H
 
 #include "tables/BaseContainer.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns (column 1, the index, is answered by the front end).
 enum MemoryArrayAttribute : int {
-    MemoryArrayIdAttr = 76,
-    MemoryArrayDescriptionAttr = 77,
+    memoryArrayIdAttr = 76,
+    memoryArrayDescriptionAttr = 77,
+    memoryArrayUseNameAttr = 78,
+    memoryArrayStatusAttr = 79,
+    memoryArrayLocationAttr = 80,
+    memoryArrayUseAttr = 81,
+    memoryArrayErrorCorrectionAttr = 82,
+    memoryArrayMaxCapacityAttr = 83,
+    memoryArrayErrorInfoHandleAttr = 84,
+    memoryArrayNumDevicesAttr = 85,
+    memoryArrayErrorCorrectionNameAttr = 86,
+    memoryArrayDevicesPresentAttr = 87,
 };
+
+// Most arrays a table takes; larger counts from the service are cut to it.
+constexpr uint32_t kMaxMemoryArrays = 256;
 
 class MemoryArray : public BaseContainer<MemoryArrayInfo> {
 public:

@@ -1,26 +1,24 @@
-// The table of cooling units (entity 10).
+// The table of cooling units: redundancy sensors (event/reading type 0x0B) of fans (0x04) and cooling devices
+// (0x0A) (entity 10).
 #ifndef HM_TABLES_COOLINGUNIT_H
 #define HM_TABLES_COOLINGUNIT_H
 
-#include "tables/BaseContainer.h"
+#include "tables/discreteSensorTable.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns.
 enum CoolingUnitAttribute : int {
     coolingUnitIdAttr = 110,
     coolingUnitDescriptionAttr = 111,
+    coolingUnitStatusTextAttr = 112,
+    coolingUnitStatusAttr = 113,
+    coolingUnitStateMaskAttr = 114,
+    coolingUnitEntityAttr = 115,
 };
 
-class coolingUnit : public BaseContainer<CoolingUnitInfo> {
+class coolingUnit : public discreteSensorTable<CoolingUnitInfo> {
 public:
     coolingUnit();
     ~coolingUnit() override;
-
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
-    uint32_t init() override;
 };
 
 #endif

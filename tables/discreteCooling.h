@@ -1,26 +1,23 @@
-// The table of discrete cooling sensors (entity 12).
+// The table of discrete cooling sensors: state sensors of fans (0x04) and cooling devices (0x0A) other than
+// redundancy sensors (entity 12).
 #ifndef HM_TABLES_DISCRETECOOLING_H
 #define HM_TABLES_DISCRETECOOLING_H
 
-#include "tables/BaseContainer.h"
+#include "tables/discreteSensorTable.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns.
 enum DiscreteCoolingAttribute : int {
     discreteCoolingIdAttr = 132,
     discreteCoolingDescriptionAttr = 133,
+    discreteCoolingStatusTextAttr = 134,
+    discreteCoolingStatusAttr = 135,
+    discreteCoolingStateMaskAttr = 136,
 };
 
-class discreteCooling : public BaseContainer<DiscreteCoolingInfo> {
+class discreteCooling : public discreteSensorTable<DiscreteCoolingInfo> {
 public:
     discreteCooling();
     ~discreteCooling() override;
-
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
-    uint32_t init() override;
 };
 
 #endif

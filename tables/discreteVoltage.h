@@ -1,26 +1,23 @@
-// The table of discrete voltage sensors (entity 7).
+// The table of discrete voltage sensors: voltage sensors (IPMI sensor type 0x02) that report states rather
+// than readings (entity 7).
 #ifndef HM_TABLES_DISCRETEVOLTAGE_H
 #define HM_TABLES_DISCRETEVOLTAGE_H
 
-#include "tables/BaseContainer.h"
+#include "tables/discreteSensorTable.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns.
 enum DiscreteVoltageAttribute : int {
     discreteVoltageIdAttr = 70,
     discreteVoltageDescriptionAttr = 71,
+    discreteVoltageStatusTextAttr = 72,
+    discreteVoltageStatusAttr = 73,
+    discreteVoltageStateMaskAttr = 74,
 };
 
-class discreteVoltage : public BaseContainer<DiscreteVoltageInfo> {
+class discreteVoltage : public discreteSensorTable<DiscreteVoltageInfo> {
 public:
     discreteVoltage();
     ~discreteVoltage() override;
-
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
-    uint32_t init() override;
 };
 
 #endif

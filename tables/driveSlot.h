@@ -1,26 +1,21 @@
-// The table of drive slots (entity 14).
+// The table of drive slots: drive slot sensors (IPMI sensor type 0x0D) (entity 14).
 #ifndef HM_TABLES_DRIVESLOT_H
 #define HM_TABLES_DRIVESLOT_H
 
-#include "tables/BaseContainer.h"
+#include "tables/discreteSensorTable.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns.
 enum DriveSlotAttribute : int {
     driveSlotIdAttr = 153,
     driveSlotDescriptionAttr = 154,
+    driveSlotStatusTextAttr = 155,
+    driveSlotStatusAttr = 156,
 };
 
-class driveSlot : public BaseContainer<DriveSlotInfo> {
+class driveSlot : public discreteSensorTable<DriveSlotInfo> {
 public:
     driveSlot();
     ~driveSlot() override;
-
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
-    uint32_t init() override;
 };
 
 #endif

@@ -1,26 +1,21 @@
-// The table of power supplies (entity 5).
+// The table of power supplies: power supply sensors (IPMI sensor type 0x08) (entity 5).
 #ifndef HM_TABLES_POWERSUPPLY_H
 #define HM_TABLES_POWERSUPPLY_H
 
-#include "tables/BaseContainer.h"
+#include "tables/discreteSensorTable.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns.
 enum PowerSupplyAttribute : int {
     powerSupplyIdAttr = 50,
     powerSupplyDescriptionAttr = 51,
+    powerSupplyStatusTextAttr = 52,
+    powerSupplyStatusAttr = 53,
 };
 
-class powerSupply : public BaseContainer<PowerSupplyInfo> {
+class powerSupply : public discreteSensorTable<PowerSupplyInfo> {
 public:
     powerSupply();
     ~powerSupply() override;
-
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
-    uint32_t init() override;
 };
 
 #endif

@@ -1,26 +1,22 @@
-// The table of power units (entity 4).
+// The table of power units: power unit sensors (IPMI sensor type 0x09), power redundancy included (entity 4).
 #ifndef HM_TABLES_POWERUNIT_H
 #define HM_TABLES_POWERUNIT_H
 
-#include "tables/BaseContainer.h"
+#include "tables/discreteSensorTable.h"
 
-// Attribute codes served so far.
+// Attribute codes of the table's columns.
 enum PowerUnitAttribute : int {
     powerUnitIdAttr = 44,
     powerUnitDescriptionAttr = 45,
+    powerUnitStatusTextAttr = 46,
+    powerUnitStatusAttr = 47,
+    powerUnitStateMaskAttr = 48,
 };
 
-class powerUnit : public BaseContainer<PowerUnitInfo> {
+class powerUnit : public discreteSensorTable<PowerUnitInfo> {
 public:
     powerUnit();
     ~powerUnit() override;
-
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
-    uint32_t init() override;
 };
 
 #endif

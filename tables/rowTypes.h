@@ -7,6 +7,16 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+
+// Copies `text` into a row's text field, cut to fit and always terminated; null gives "".
+template <size_t N> inline void copyRowText(char (&field)[N], const char* text) {
+    size_t length = text != nullptr ? strnlen(text, N - 1) : 0;
+    if (length > 0) {
+        memcpy(field, text, length);
+    }
+    field[length] = '\0';
+}
 
 // Threshold sensors: temperature probes, voltage probes, cooling devices (fans).
 struct TemperatureInfo {
@@ -36,69 +46,115 @@ struct CoolingDeviceInfo {
     int32_t accuracy;
 };
 
-// Discrete sensors and the power, cooling-unit, drive-slot and chassis groups.
+// Discrete sensors: power units, power supplies, discrete voltage, cooling units,
+// discrete cooling, drive slots. After the common fields: where the sensor is found
+// and what kind of sensor it is, from its SDR record.
+#define HM_DISCRETE_SENSOR_ROW_FIELDS                                                                        \
+    uint32_t id;    /* sensor number */                                                                      \
+    int32_t status; /* status value at start-up */                                                           \
+    char description[128];                                                                                   \
+    int32_t ownerId;          /* sensor owner ID */                                                          \
+    int32_t lun;              /* owner-LUN byte */                                                           \
+    int32_t sensorType;       /* IPMI sensor type */                                                         \
+    int32_t eventReadingType; /* IPMI event/reading type */                                                  \
+    int32_t entityId;                                                                                        \
+    int32_t entityInstance
+
 struct CoolingUnitInfo {
-    uint32_t id;
-    int32_t status;
-    char description[128];
+    HM_DISCRETE_SENSOR_ROW_FIELDS;
 };
 
 struct DiscreteCoolingInfo {
-    uint32_t id;
-    int32_t status;
-    char description[128];
+    HM_DISCRETE_SENSOR_ROW_FIELDS;
 };
 
 struct DiscreteVoltageInfo {
-    uint32_t id;
-    int32_t status;
-    char description[128];
+    HM_DISCRETE_SENSOR_ROW_FIELDS;
 };
 
 struct DriveSlotInfo {
-    uint32_t id;
-    int32_t status;
-    char description[128];
+    HM_DISCRETE_SENSOR_ROW_FIELDS;
 };
 
 struct PowerSupplyInfo {
-    uint32_t id;
-    int32_t status;
-    char description[128];
+    HM_DISCRETE_SENSOR_ROW_FIELDS;
 };
 
 struct PowerUnitInfo {
-    uint32_t id;
-    int32_t status;
-    char description[128];
+    HM_DISCRETE_SENSOR_ROW_FIELDS;
 };
 
+#undef HM_DISCRETE_SENSOR_ROW_FIELDS
+
+// The chassis group's one element: FRU, BMC and SMBIOS chassis facts read at start-up.
 struct ChassisInfo {
     uint32_t id;
-    int32_t status;
+    int32_t status; // worst of the bootup, power supply and thermal states
     char description[128];
+    int32_t chassisType; // FRU chassis type (SMBIOS chassis type code)
+    int32_t bmcProductId;
+    int32_t powerOnPassword; // hardware security settings, 1 disabled .. 4 unknown
+    int32_t keyboardPassword;
+    int32_t administratorPassword;
+    char partNumber[128];
+    char serialNumber[128];
+    char assetTag[128];
+    char manufacturer[128];
 };
 
 // SMBIOS inventory: memory arrays, memory devices, processors.
 struct MemoryArrayInfo {
-    uint32_t id;
-    char description[128];
-    char detail[128]; // second text
+    uint32_t id;           // array number, from 1
+    char description[128]; // "Memory Array n"
+    char detail[128];      // use, as its SMBIOS name
     int32_t status;
+    int32_t location; // SMBIOS codes
+    int32_t use;
+    int32_t errorCorrection;
+    int32_t maxCapacity; // KiB
+    int32_t errorInfoHandle;
+    int32_t numDevices;     // slots
+    int32_t devicesPresent; // populated slots
+    char errorCorrectionName[128];
 };
 
 struct MemoryDeviceInfo {
-    uint32_t id;
-    char description[128];
-    char detail[128];
+    uint32_t id;           // device number over all arrays, from 1
+    char description[128]; // device locator
+    char detail[128];      // bank locator
     int32_t status;
+    int32_t formFactor; // SMBIOS codes
+    int32_t memoryType;
+    int32_t typeDetail;
+    int32_t speed;      // MHz
+    int32_t size;       // MiB
+    int32_t totalWidth; // bits
+    int32_t dataWidth;  // bits
+    int32_t arrayId;    // id of the array row
+    int32_t slot;       // position in its array, from 1
+    char manufacturer[128];
+    char serialNumber[128];
+    char partNumber[128];
+    char assetTag[128];
 };
 
 struct ProcessorInfo {
-    uint32_t id;
-    char description[128];
-    char detail[128];
+    uint32_t id;           // socket number, from 1
+    char description[128]; // socket designation
+    char detail[128];      // manufacturer
     int32_t status;
+    int32_t processorType; // SMBIOS codes
+    int32_t family;
+    int32_t voltage;       // millivolts
+    int32_t externalClock; // MHz
+    int32_t maxSpeed;      // MHz
+    int32_t currentSpeed;  // MHz
+    int32_t upgrade;
+    char version[128];
+    char processorId[128];
+    char partNumber[128];
+    char socketStatus[128]; // "Populated" or "Unpopulated"
+    char serialNumber[128];
 };
 
 // The two layouts, checked.

@@ -55,8 +55,9 @@ int main(int argc, char** argv) {
         }
     } catch (const ResultStatus& failure) {
         for (const RStatus& s : failure.Get())
-            std::fprintf(stderr, "kelvarn-query: %s: failed with code %u (operation %d): %s\n", s.Path.c_str(),
-                         static_cast<unsigned>(s.Code), static_cast<int>(s.Operation), s.Message.c_str());
+            std::fprintf(stderr, "kelvarn-query: %s: failed with code %u (operation %d): %s\n",
+                         s.Path.c_str(), static_cast<unsigned>(s.Code), static_cast<int>(s.Operation),
+                         s.Message.c_str());
         return 1;
     }
     dump(result);

@@ -65,77 +65,10 @@ TEST_F(ChainTest, ThreeTemperatureProbesAreExpandedColumnByColumn) {
         }
     }
     EXPECT_EQ(rows.back()->pMibNext, nullptr);
+    // Only the system group and the temperature table keep variables.
+    for (int i = 0; i < MIB_SUBTREE_COUNT; ++i)
+        EXPECT_EQ(OidSubTrees[i].pMibVar, i == 0 ? rows[0] : i == 12 ? rows[10] : nullptr) << i;
 }
-
-struct SubtreeCase {
-    const char* name;
-    std::vector<std::pair<uint32_t, uint32_t>> sizes;
-    // Relative OID of each subtree's first variable; empty = no variable.
-    std::vector<Arcs> first;
-};
-
-class SubtreeFirstVariables : public AgentTest, public ::testing::WithParamInterface<SubtreeCase> {};
-
-TEST_P(SubtreeFirstVariables, PointAtTheFirstRowOfEachNonEmptyGroup) {
-    const SubtreeCase& c = GetParam();
-    script().sizes[systemManagementEntity] = 1;
-    for (const auto& [entity, size] : c.sizes)
-        script().sizes[entity] = size;
-    HANDLE event = nullptr;
-    AsnObjectIdentifier region{0, nullptr};
-    ASSERT_TRUE(SnmpExtensionInit(0, &event, &region));
-    m_started = true;
-    for (int i = 0; i < MIB_SUBTREE_COUNT; ++i) {
-        SCOPED_TRACE(i);
-        if (c.first[i].empty()) {
-            EXPECT_EQ(OidSubTrees[i].pMibVar, nullptr);
-        } else {
-            ASSERT_NE(OidSubTrees[i].pMibVar, nullptr);
-            EXPECT_EQ(arcsOf(OidSubTrees[i].pMibVar->Oid), c.first[i]);
-        }
-    }
-}
-
-const Arcs none{};
-INSTANTIATE_TEST_SUITE_P(
-    Groups, SubtreeFirstVariables,
-    ::testing::Values(
-        SubtreeCase{"OnlySystem",
-                    {},
-                    {{1, 0}, none, none, none, none, none, none, none, none, none, none, none, none, none}},
-        SubtreeCase{
-            "NoDriveSlots",
-            {{temperatureProbeEntity, 3}, {chassisInfoEntity, 1}},
-            {{1, 0}, {1, 0}, none, none, none, none, none, none, none, none, none, none, {1, 1, 1}, none}},
-        SubtreeCase{"EveryGroup",
-                    {{2, 1},
-                     {3, 2},
-                     {4, 1},
-                     {5, 1},
-                     {6, 1},
-                     {7, 1},
-                     {8, 1},
-                     {9, 1},
-                     {10, 1},
-                     {11, 1},
-                     {12, 1},
-                     {13, 1},
-                     {14, 4}},
-                    {{1, 0},
-                     {1, 0},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1},
-                     {1, 1, 1}}}),
-    [](const ::testing::TestParamInfo<SubtreeCase>& info) { return std::string(info.param.name); });
 
 TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
     std::initializer_list<std::pair<uint32_t, uint32_t>> sizes = {{2, 1},  {3, 2},  {4, 2}, {5, 2},  {6, 2},
@@ -174,6 +107,10 @@ TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
     EXPECT_EQ(dotted(fullName(rows[25])), "1.3.6.1.4.1.64999.2.10.3.5.300.10.1.1.1");
     EXPECT_EQ(dotted(fullName(rows.back())), "1.3.6.1.4.1.64999.2.10.3.5.700.10.1.5.2");
     EXPECT_EQ(rows.back()->HMAttribute, 156u);
+    for (int i = 2; i < MIB_SUBTREE_COUNT; ++i) {
+        ASSERT_NE(OidSubTrees[i].pMibVar, nullptr) << i;
+        EXPECT_EQ(arcsOf(OidSubTrees[i].pMibVar->Oid), (Arcs{1, 1, 1})) << i;
+    }
 }
 
 TEST_F(ChainTest, StartUpTracesTheExpansionTheChainAndTheSubtrees) {

@@ -273,48 +273,31 @@ TEST_F(RequestTest, ACommitReportsTheReadBackNotTheSet) {
 
 // The handlers on their own: index columns and strings refuse every SET phase,
 // integers accept all but the commit without calling the facade.
-struct HandlerCase {
-    const char* name;
-    PMIBFUNC handler;
-    int row; // static row of the descriptor used
-    UINT type;
-    UINT status;
-};
-
-class Handlers : public RequestTest, public ::testing::WithParamInterface<HandlerCase> {};
-
-TEST_P(Handlers, AnswerEverySetPhase) {
-    const HandlerCase& c = GetParam();
-    MIB_VAR_TYPE row = hmSubagentMib[c.row];
-    SnmpVarBind binding{};
-    binding.value.asnType = ASN_INTEGER;
-    script().calls.clear();
-    EXPECT_EQ(c.handler(c.type, &row, &binding), c.status);
-    EXPECT_TRUE(script().calls.empty());
-    EXPECT_EQ(row.value, hmSubagentMib[c.row].value);
+TEST_F(RequestTest, HandlersAnswerEverySetPhase) {
+    const int indexRow = 136, stringRow = 1, thresholdRow = 142; // static rows of attributes 137, 2, 143
+    const struct {
+        PMIBFUNC handler;
+        int row;
+        std::vector<UINT> types;
+        UINT status;
+    } cases[] = {
+        {ProcessIndexFunc, indexRow, {TEST, COMMIT, UNDO, CLEANUP, 0xA5, 0}, 5},
+        {ProcessStringFunc, stringRow, {TEST, COMMIT, UNDO, CLEANUP, 0xA5, 0}, 5},
+        {ProcessIntegerFunc, thresholdRow, {TEST, UNDO, CLEANUP}, 0},
+        {ProcessIntegerFunc, thresholdRow, {0xA5, 0}, 5},
+    };
+    for (const auto& c : cases) {
+        for (UINT type : c.types) {
+            MIB_VAR_TYPE row = hmSubagentMib[c.row];
+            SnmpVarBind binding{};
+            binding.value.asnType = ASN_INTEGER;
+            script().calls.clear();
+            EXPECT_EQ(c.handler(type, &row, &binding), c.status) << c.row << " " << type;
+            EXPECT_TRUE(script().calls.empty());
+            EXPECT_EQ(row.value, hmSubagentMib[c.row].value);
+        }
+    }
 }
-
-constexpr int kIndexRow = 136;     // temperature index column
-constexpr int kStringRow = 1;      // system platform description
-constexpr int kThresholdRow = 142; // temperature threshold column 1.7
-
-INSTANTIATE_TEST_SUITE_P(
-    Phases, Handlers,
-    ::testing::Values(HandlerCase{"IndexTest", ProcessIndexFunc, kIndexRow, TEST, 5},
-                      HandlerCase{"IndexCommit", ProcessIndexFunc, kIndexRow, COMMIT, 5},
-                      HandlerCase{"IndexUndo", ProcessIndexFunc, kIndexRow, UNDO, 5},
-                      HandlerCase{"IndexCleanup", ProcessIndexFunc, kIndexRow, CLEANUP, 5},
-                      HandlerCase{"IndexBulk", ProcessIndexFunc, kIndexRow, 0xA5, 5},
-                      HandlerCase{"StringTest", ProcessStringFunc, kStringRow, TEST, 5},
-                      HandlerCase{"StringCommit", ProcessStringFunc, kStringRow, COMMIT, 5},
-                      HandlerCase{"StringUndo", ProcessStringFunc, kStringRow, UNDO, 5},
-                      HandlerCase{"StringCleanup", ProcessStringFunc, kStringRow, CLEANUP, 5},
-                      HandlerCase{"StringZero", ProcessStringFunc, kStringRow, 0, 5},
-                      HandlerCase{"IntegerTest", ProcessIntegerFunc, kThresholdRow, TEST, 0},
-                      HandlerCase{"IntegerUndo", ProcessIntegerFunc, kThresholdRow, UNDO, 0},
-                      HandlerCase{"IntegerCleanup", ProcessIntegerFunc, kThresholdRow, CLEANUP, 0},
-                      HandlerCase{"IntegerBulk", ProcessIntegerFunc, kThresholdRow, 0xA5, 5}),
-    [](const ::testing::TestParamInfo<HandlerCase>& info) { return std::string(info.param.name); });
 
 TEST_F(RequestTest, ResolutionAndHandlersTraceTheirSteps) {
     script().tracePath = scratchPath("trace.log");

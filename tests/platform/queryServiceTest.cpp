@@ -10,6 +10,8 @@
 #include <string>
 
 #include "core/debugLog.h"
+#include "kelvarn/Platform.h"
+#include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
 #include "platform/queryService.h"
 
@@ -180,6 +182,32 @@ TEST_F(QueryServiceTest, DumpPrintsEveryEntryInKeyOrder) {
                        "\t\tValue[1] = y\n");
 }
 
+// The inventory counters against the service's own demo server.
+TEST_F(QueryServiceTest, CountsTheDemoServersInventory) {
+    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(std::make_shared<kelvarn::SimulatedSource>(
+        "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"))));
+    struct Case {
+        const char* path;
+        uint32_t expected;
+    } cases[] = {
+        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", 2},
+        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", 2},
+        {"/SMBIOS/MemoryArray/TotalNoOfArray", 2},
+        {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", 6},
+        {"/SMBIOS/MemoryArray[0]/TotalNoOfDevicePresent", 4},
+        {"/SMBIOS/MemoryArray[7]/NumMemoryDevices", 77}, // no such array: left as it was
+    };
+    for (const Case& c : cases) {
+        uint32_t out = 77;
+        ExeIntegerQuery(c.path, &out);
+        EXPECT_EQ(out, c.expected) << c.path;
+    }
+    const std::string t = trace();
+    const std::string failure = "\n Query Failed is /SMBIOS/MemoryArray[7]/NumMemoryDevices:Operation: 1"
+                                "on :/SMBIOS/MemoryArray[7]/NumMemoryDevices failed. 1083 code \n error is: ";
+    EXPECT_NE(t.find(failure), std::string::npos) << t;
+}
+
 TEST(QueryPathTest, ComposesPathsLikeTheQueriesDo) {
     char b[64];
     composePath(b, sizeof b, "/SMBIOS/MemoryArray[", 2, "]");
@@ -191,7 +219,8 @@ TEST(QueryPathTest, ComposesPathsLikeTheQueriesDo) {
     composeSensorPath(b, sizeof b, 1, 32, 0, "]/THRESHOLD/", "UPPER_CRITICAL");
     EXPECT_STREQ(b, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL");
     int needed = composeSensorValuePath(b, 20, 1, 32, 0, 200);
-    EXPECT_EQ(needed, static_cast<int>(strlen("/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[200]")));
+    EXPECT_EQ(needed,
+              static_cast<int>(strlen("/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[200]")));
     EXPECT_STREQ(b, "/BMC/SENSOR[1]/OWNE"); // 19 characters and the NUL
 }
 

@@ -179,7 +179,8 @@ TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
            {"name": "Odd", "number": 2, "record": "compact", "sensorType": 7, "eventReadingType": 111,
             "states": [0, 14]},
            {"sdr": "05 00 51 02 1e 20 00 03 07 01 63 40 0d 6f 00 00 00 00 ff 01 c0 00 00 00 00 00 00 00 00 00 00 c3 48 44 44", "states": ["DRIVE_FAULT"]})"));
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "READING_UNAVAILABLE");
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"),
+              "READING_UNAVAILABLE");
     EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "IERR,STATE_14");
     EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NAME"), "HDD");
     EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "DRIVE_FAULT");
@@ -201,7 +202,8 @@ TEST(SelTest, LastEntryKnownIdAndRange) {
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED"].NodeType, 1);
     // Record 5: P12V (sensor 0x14, voltage), lower non-critical going low, readings 178/181.
     // Time stamp 1763689400 = 0x691FC3B8.
-    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/RAW"].Values.at(0), "05 00 02 b8 c3 1f 69 20 00 04 02 14 01 50 b2 b5");
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/RAW"].Values.at(0),
+              "05 00 02 b8 c3 1f 69 20 00 04 02 14 01 50 b2 b5");
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/DESCR"].Values.at(0), "P12V: Lower Non-critical going low Asserted");
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/TIMESTAMP"].Values.at(0), "2025-11-21 01:43:20");
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0005");
@@ -229,8 +231,8 @@ TEST(SelTest, UnknownIdAndBadParameters) {
         const char* id;
         const char* range;
         uint16_t code;
-    } cases[] = {{"1f", "3000", 1089}, {"6", nullptr, 1089}, {"xyz", "1", 1085}, {"12345", "1", 1085},
-                 {"1", "0", 1085},     {"1", "ten", 1085},  {"1", "70000", 1085}};
+    } cases[] = {{"1f", "3000", 1089}, {"6", nullptr, 1089}, {"xyz", "1", 1085},  {"12345", "1", 1085},
+                 {"1", "0", 1085},     {"1", "ten", 1085},   {"1", "70000", 1085}};
     for (const Case& c : cases) {
         auto request = selRequest(c.id, c.range);
         Result r;
@@ -301,7 +303,8 @@ TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
         const char* message;
     } cases[] = {
         {"{\n  \"format\": \"kelvarn-platform\",\n  \"version\": 1,,\n}", "test.json:3:16: syntax error"},
-        {R"({"format": "kelvarn-platform", "version": 2})", "test.json: /version: version 2 is not supported"},
+        {R"({"format": "kelvarn-platform", "version": 2})",
+         "test.json: /version: version 2 is not supported"},
         {R"({"format": "other", "version": 1})", "test.json: /format: expected \"kelvarn-platform\""},
         {R"({"format": "kelvarn-platform", "version": 1, "colour": 1})", "test.json: /colour: unknown field"},
         {platformWith(R"({"name": "A", "number": 1, "colour": "red"})"),
@@ -311,16 +314,19 @@ TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
         {platformWith(R"({"name": "A", "number": 1}, {"name": "B", "number": 1})"),
          "test.json: /bmc/sensors/1/number: duplicate sensor number 1 (owner 32, LUN byte 0) already used at "
          "/bmc/sensors/0"},
-        {platformWith(R"({"sdr": "01 00 51 02 1ff"})"), "test.json: /bmc/sensors/0/sdr: \"1ff\" is not a byte"},
+        {platformWith(R"({"sdr": "01 00 51 02 1ff"})"),
+         "test.json: /bmc/sensors/0/sdr: \"1ff\" is not a byte"},
         {platformWith(R"({"sdr": "01 00 51 02 05 20 00 01 00 00"})"),
          "test.json: /bmc/sensors/0/sdr: not a full (01) or compact (02) sensor record"},
-        {platformWith(R"({"name": "ABCDEFGHIJKLMNOPQ", "number": 1})"), "test.json: /bmc/sensors/0/name: longer"},
+        {platformWith(R"({"name": "ABCDEFGHIJKLMNOPQ", "number": 1})"),
+         "test.json: /bmc/sensors/0/name: longer"},
         {platformWith(R"({"name": "A", "number": 1, "readableThresholds": ["UPPER_CRITICAL"]})"),
          "test.json: /bmc/sensors/0/readableThresholds: UPPER_CRITICAL is readable but has no value"},
         {platformWith(R"({"name": "A", "number": 1, "eventReadingType": 111, "sensorType": 8,
                           "states": ["IERR"]})"),
          "test.json: /bmc/sensors/0/states/0: not a state offset"},
-        {platformWith("", R"({"raw": "01 02"})"), "test.json: /bmc/sel/0/raw: a SEL entry is 16 bytes, 2 given"},
+        {platformWith("", R"({"raw": "01 02"})"),
+         "test.json: /bmc/sel/0/raw: a SEL entry is 16 bytes, 2 given"},
         {platformWith("", R"({"sensor": 9, "offset": 1})"), "test.json: /bmc/sel/0/sensor: no sensor 9"},
     };
     for (const Case& c : cases) {
@@ -386,8 +392,8 @@ TEST_F(ConfiguredSourceTest, UnreachableSourceFailsEveryQuery) {
 
 TEST(QueryToolTest, PrintsTheDemoTemperatureRecords) {
     // Without KELVARN_CONFIG (and no /etc/kelvarn/kelvarn.conf) the tool serves the demo server.
-    const std::string command =
-        std::string("env -u KELVARN_CONFIG ") + HM_BINARY_DIR + "/bin/kelvarn-query '/BMC/SDR/SENSOR_TYPE[1]'";
+    const std::string command = std::string("env -u KELVARN_CONFIG ") + HM_BINARY_DIR +
+                                "/bin/kelvarn-query '/BMC/SDR/SENSOR_TYPE[1]'";
     FILE* p = popen(command.c_str(), "r");
     ASSERT_NE(p, nullptr);
     std::string out;
@@ -396,7 +402,9 @@ TEST(QueryToolTest, PrintsTheDemoTemperatureRecords) {
     while ((n = fread(buf, 1, sizeof buf, p)) > 0)
         out.append(buf, n);
     EXPECT_EQ(pclose(p), 0);
-    EXPECT_EQ(out.rfind("Key = \"/BMC/SDR[0]\"\n\tNodeType = 0\n\t\tValue[0] = 01 00 51 01 35 20 00 01 40 01", 0), 0u)
+    EXPECT_EQ(
+        out.rfind("Key = \"/BMC/SDR[0]\"\n\tNodeType = 0\n\t\tValue[0] = 01 00 51 01 35 20 00 01 40 01", 0),
+        0u)
         << out.substr(0, 200);
     size_t keys = 0;
     for (size_t at = out.find("Key = "); at != std::string::npos; at = out.find("Key = ", at + 1))

@@ -67,15 +67,15 @@ SdrFields voltageSensor() {
 
 TEST(SdrLayoutTest, FullRecordBytes) {
     const Bytes expected = {
-        0x02, 0x01, 0x51, 0x01, 0x2f,                   // record ID 0x0102, SDR 1.5, full, 47 bytes follow
-        0x20, 0x21, 0x30, 0x07, 0x01,                   // owner, owner LUN byte, number, entity, instance
-        0x7f, 0x68, 0x02, 0x01,                         // init, capabilities, voltage, threshold type
-        0x95, 0x7a, 0x95, 0x7a, 0x3f, 0x1b,             // assertion, deassertion, readable, settable masks
-        0x80, 0x04, 0x00, 0x00,                         // 2's complement, volts, no modifier, linear
-        0xd4, 0x85, 0x01, 0x55, 0x59, 0xd2,             // M=-300 tol 5, B=257 acc 341 exp 2 dir 1, R-3 B+2
-        0x01, 0x60, 0x70, 0x50, 0x7f, 0x80,             // nominal given, nominal/normal/sensor ranges
-        0x7a, 0x75, 0x70, 0x86, 0x8a, 0x90,             // UNR UC UNC LNR LC LNC
-        0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4,             // hysteresis, reserved, OEM, 8-bit ASCII length 4
+        0x02, 0x01, 0x51, 0x01, 0x2f,       // record ID 0x0102, SDR 1.5, full, 47 bytes follow
+        0x20, 0x21, 0x30, 0x07, 0x01,       // owner, owner LUN byte, number, entity, instance
+        0x7f, 0x68, 0x02, 0x01,             // init, capabilities, voltage, threshold type
+        0x95, 0x7a, 0x95, 0x7a, 0x3f, 0x1b, // assertion, deassertion, readable, settable masks
+        0x80, 0x04, 0x00, 0x00,             // 2's complement, volts, no modifier, linear
+        0xd4, 0x85, 0x01, 0x55, 0x59, 0xd2, // M=-300 tol 5, B=257 acc 341 exp 2 dir 1, R-3 B+2
+        0x01, 0x60, 0x70, 0x50, 0x7f, 0x80, // nominal given, nominal/normal/sensor ranges
+        0x7a, 0x75, 0x70, 0x86, 0x8a, 0x90, // UNR UC UNC LNR LC LNC
+        0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
         'P',  '1',  '2',  'V'};
     const Bytes actual = kelvarn::encodeSdr(voltageSensor());
     ASSERT_EQ(actual.size(), expected.size());
@@ -100,10 +100,10 @@ TEST(SdrLayoutTest, CompactRecordBytes) {
     f.readableMask = 0x7F;
     f.analogFormat = AnalogFormat::None;
     f.name = "PSU2 Status";
-    const Bytes expected = {0x10, 0x00, 0x51, 0x02, 0x26, 0x20, 0x00, 0x41, 0x0a, 0x02, 0x63, 0x40, 0x08, 0x6f,
-                            0x07, 0x00, 0x07, 0x00, 0x7f, 0x00, 0xc0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
-                            0x00, 0x00, 0x00, 0xcb, 'P',  'S',  'U',  '2',  ' ',  'S',  't',  'a',  't',  'u',
-                            's'};
+    const Bytes expected = {0x10, 0x00, 0x51, 0x02, 0x26, 0x20, 0x00, 0x41, 0x0a, 0x02, 0x63,
+                            0x40, 0x08, 0x6f, 0x07, 0x00, 0x07, 0x00, 0x7f, 0x00, 0xc0, 0x00,
+                            0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xcb, 'P',
+                            'S',  'U',  '2',  ' ',  'S',  't',  'a',  't',  'u',  's'};
     EXPECT_EQ(kelvarn::encodeSdr(f), expected);
 }
 
@@ -136,16 +136,16 @@ TEST(SdrConversionTest, HandComputedValues) {
         uint8_t raw;
         const char* expected;
     } cases[] = {
-        {8, 0, 0, -3, 0, AnalogFormat::Unsigned, 150, "1.2"},           // 150 * 0.008 V
-        {75, 0, 0, 0, 0, AnalogFormat::Unsigned, 80, "6000"},           // 80 * 75 RPM
-        {1, 0, 0, 0, 0, AnalogFormat::TwosComplement, 0xF6, "-10"},     // -10 degrees
-        {1, 0, 0, 0, 0, AnalogFormat::OnesComplement, 0xF5, "-10"},     // ~0xF5 = 10
-        {2, -5, 1, -1, 0, AnalogFormat::Unsigned, 100, "15"},           // (200 - 50) / 10
-        {5, 0, 0, -1, 0, AnalogFormat::Unsigned, 110, "55"},            // half-degree steps
-        {4, 0, 0, -6, 7, AnalogFormat::Unsigned, 42, "5952.380952"},    // 1 / (168e-6)
-        {1, 0, 0, 0, 8, AnalogFormat::Unsigned, 12, "144"},             // square
-        {1, 0, 0, 0, 10, AnalogFormat::Unsigned, 81, "9"},              // square root
-        {6, 0, 0, -3, 0x70, AnalogFormat::Unsigned, 183, "1.098"},      // non-linear: factors at this reading
+        {8, 0, 0, -3, 0, AnalogFormat::Unsigned, 150, "1.2"},        // 150 * 0.008 V
+        {75, 0, 0, 0, 0, AnalogFormat::Unsigned, 80, "6000"},        // 80 * 75 RPM
+        {1, 0, 0, 0, 0, AnalogFormat::TwosComplement, 0xF6, "-10"},  // -10 degrees
+        {1, 0, 0, 0, 0, AnalogFormat::OnesComplement, 0xF5, "-10"},  // ~0xF5 = 10
+        {2, -5, 1, -1, 0, AnalogFormat::Unsigned, 100, "15"},        // (200 - 50) / 10
+        {5, 0, 0, -1, 0, AnalogFormat::Unsigned, 110, "55"},         // half-degree steps
+        {4, 0, 0, -6, 7, AnalogFormat::Unsigned, 42, "5952.380952"}, // 1 / (168e-6)
+        {1, 0, 0, 0, 8, AnalogFormat::Unsigned, 12, "144"},          // square
+        {1, 0, 0, 0, 10, AnalogFormat::Unsigned, 81, "9"},           // square root
+        {6, 0, 0, -3, 0x70, AnalogFormat::Unsigned, 183, "1.098"},   // non-linear: factors at this reading
     };
     for (const Case& c : cases) {
         SdrFields f;
@@ -203,8 +203,8 @@ void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecor
         // FreeIPMI splits the owner ID byte into a 7-bit address and a type bit, and the
         // owner-LUN byte into LUN and channel; the service's paths use the whole bytes.
         const int ownerByte = owner << 1 | ownerType, lunByte = channel << 4 | lun;
-        const std::string base = "/BMC/SENSOR[" + std::to_string(number) + "]/OWNER[" + std::to_string(ownerByte) +
-                                 "]/LUN[" + std::to_string(lunByte) + "]";
+        const std::string base = "/BMC/SENSOR[" + std::to_string(number) + "]/OWNER[" +
+                                 std::to_string(ownerByte) + "]/LUN[" + std::to_string(lunByte) + "]";
         EXPECT_EQ(valueOf(*system, base + "/NAME"), id);
         if (eventType != 0x01)
             continue;
@@ -212,8 +212,8 @@ void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecor
         ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), &readable[0], &readable[1],
                                                     &readable[2], &readable[3], &readable[4], &readable[5]),
                   0);
-        ASSERT_EQ(ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1], &raw[2], &raw[3],
-                                                &raw[4], &raw[5]),
+        ASSERT_EQ(ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1], &raw[2],
+                                                &raw[3], &raw[4], &raw[5]),
                   0);
         const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
                                "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
@@ -236,7 +236,8 @@ void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecor
             // so that one is checked as the cube root of FreeIPMI's linear value.
             const bool cubeRoot = lin == 0x0B;
             uint8_t asLinear = lin >= 0x70 || cubeRoot ? 0 : lin;
-            int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, asLinear, analog, static_cast<uint8_t>(r), &theirs);
+            int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, asLinear, analog, static_cast<uint8_t>(r),
+                                              &theirs);
             if (cubeRoot)
                 theirs = std::cbrt(theirs);
             if (rc < 0 || !std::isfinite(theirs)) {
@@ -251,7 +252,9 @@ void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecor
     ipmi_sdr_ctx_destroy(ctx);
 }
 
-TEST(SdrFreeIpmiTest, DemoServerRecords) { checkWithFreeIpmi(kelvarn::demoPlatformText(), 27); }
+TEST(SdrFreeIpmiTest, DemoServerRecords) {
+    checkWithFreeIpmi(kelvarn::demoPlatformText(), 27);
+}
 
 TEST(SdrFreeIpmiTest, SignedAndLinearizedRecords) {
     const std::string sensors =

@@ -22,7 +22,9 @@ inline std::unique_ptr<SDK::System> systemOver(const std::string& platformText) 
     return std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
 }
 
-inline std::unique_ptr<SDK::System> demoSystem() { return systemOver(kelvarn::demoPlatformText()); }
+inline std::unique_ptr<SDK::System> demoSystem() {
+    return systemOver(kelvarn::demoPlatformText());
+}
 
 // The value of the entry keyed by `path` after querying it; "" when absent.
 inline std::string valueOf(SDK::System& system, const std::string& path) {
@@ -47,8 +49,8 @@ inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& p
 
 // A platform file text holding the given sensors and SEL entries.
 inline std::string platformWith(const std::string& sensors, const std::string& sel = "") {
-    return R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sensors": [)" + sensors + R"(], "sel": [)" +
-           sel + "]}}";
+    return R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sensors": [)" + sensors +
+           R"(], "sel": [)" + sel + "]}}";
 }
 
 #endif

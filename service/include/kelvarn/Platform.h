@@ -122,22 +122,33 @@ struct PlatformModel {
 // answers (conversion, thresholds, state keywords, SEL, inventory paths).
 KELVARN_API std::shared_ptr<class Responder> makePlatformResponder(std::shared_ptr<Source> source);
 
-// A source serving a fixed PlatformModel (replaceable at run time).
+// A source serving a PlatformModel held in memory. With a journal (see
+// kelvarn/Journal.h) it applies the journal's new complete lines before it
+// answers; a journal that shrinks or is replaced starts again from the model.
 class KELVARN_API SimulatedSource : public Source {
 public:
-    SimulatedSource(std::string name, PlatformModel model);
+    SimulatedSource(std::string name, PlatformModel model, std::string journalPath = "");
     std::string describe() const override;
     std::vector<Bytes> sdrRepository() override;
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;
-    void replace(PlatformModel model);
+    // Journal lines that could not be applied so far, and the last reason.
+    size_t rejectedChanges(std::string* lastReason = nullptr) const;
 
 private:
-    std::shared_ptr<const PlatformModel> snapshot() const;
+    std::shared_ptr<const PlatformModel> snapshot();
+    void refreshLocked();
+
     std::string m_name;
+    std::string m_journal;
     mutable std::mutex m_lock;
+    std::shared_ptr<const PlatformModel> m_base;
     std::shared_ptr<const PlatformModel> m_model;
+    uint64_t m_journalOffset = 0;
+    uint64_t m_journalInode = 0;
+    size_t m_rejected = 0;
+    std::string m_lastRejection;
 };
 
 } // namespace kelvarn

@@ -28,6 +28,7 @@ KELVARN_API const std::string& demoPlatformText();
 struct ServiceConfig {
     std::string source = "demo"; // "demo" or "simulated"
     std::string platform;        // platform file of the simulated source
+    std::string journal;         // live-change journal; simulated: the platform file's + ".journal"
     std::string origin;          // the configuration file read, or empty
 };
 

@@ -70,7 +70,7 @@ KELVARN_API bool convertReading(const SdrFields& fields, uint8_t raw, double& va
 
 // Text forms.
 KELVARN_API std::string hexBytes(const uint8_t* data, size_t size); // "01 00 51 ..." (two lower-case digits)
-KELVARN_API std::string formatNumber(double value);                  // shortest decimal, "25.5", "9000", "-3.25"
+KELVARN_API std::string formatNumber(double value); // shortest decimal, "25.5", "9000", "-3.25"
 
 } // namespace kelvarn
 

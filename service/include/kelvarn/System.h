@@ -14,12 +14,11 @@
 #include "kelvarn/Api.h"
 #include "pickmere/ResultStatus.h"
 
-
 // One result node.
 struct _XNode {
-    int32_t NodeType = 0;             // 0: a value node; 1: a container whose Values are child paths
-    std::vector<std::string> Values;  // the node's values, as text
-    std::string Form;                 // how Values read: "hex", "decimal", "text", "keywords", "paths"
+    int32_t NodeType = 0;            // 0: a value node; 1: a container whose Values are child paths
+    std::vector<std::string> Values; // the node's values, as text
+    std::string Form;                // how Values read: "hex", "decimal", "text", "keywords", "paths"
 };
 
 namespace kelvarn {

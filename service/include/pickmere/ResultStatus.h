@@ -20,11 +20,11 @@
 // One failure. Members in this order: the facility word, the failure code, the
 // message, the path that failed and, last, the number of the failed operation.
 struct RStatus {
-    uint16_t Facility = 0;  // which part of the service failed (see kelvarn/Errors.h)
-    uint16_t Code = 0;      // failure code (see kelvarn/Errors.h)
-    std::string Message;    // what went wrong, in plain words
-    std::string Path;       // the query path (or request key) that failed
-    int32_t Operation = 0;  // which service operation failed (see kelvarn/Errors.h)
+    uint16_t Facility = 0; // which part of the service failed (see kelvarn/Errors.h)
+    uint16_t Code = 0;     // failure code (see kelvarn/Errors.h)
+    std::string Message;   // what went wrong, in plain words
+    std::string Path;      // the query path (or request key) that failed
+    int32_t Operation = 0; // which service operation failed (see kelvarn/Errors.h)
 };
 
 class PICKMERE_API ResultStatus {

@@ -5,7 +5,9 @@
 namespace kelvarn {
 namespace {
 
-[[noreturn]] void malformed(const std::string& why) { throw QueryError(kMalformedPath, "malformed path: " + why); }
+[[noreturn]] void malformed(const std::string& why) {
+    throw QueryError(kMalformedPath, "malformed path: " + why);
+}
 
 } // namespace
 
@@ -13,8 +15,8 @@ std::vector<PathSegment> parsePath(const std::string& path) {
     if (path.empty())
         malformed("the path is empty");
     if (path.size() > kMaxPathLength)
-        throw QueryError(kPathTooLong, "path of " + std::to_string(path.size()) + " characters is longer than " +
-                                           std::to_string(kMaxPathLength));
+        throw QueryError(kPathTooLong, "path of " + std::to_string(path.size()) +
+                                           " characters is longer than " + std::to_string(kMaxPathLength));
     if (path[0] != '/')
         malformed("it does not start with '/'");
     std::vector<PathSegment> segments;

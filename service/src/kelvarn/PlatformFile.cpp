@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <set>
 #include <sstream>
 
@@ -46,8 +47,8 @@ public:
         long long n;
         if (v->is_number_integer()) {
             n = v->get<long long>();
-        } else if (v->is_string() && v->get<std::string>().rfind("0x", 0) == 0 && v->get<std::string>().size() > 2 &&
-                   v->get<std::string>().size() <= 10) {
+        } else if (v->is_string() && v->get<std::string>().rfind("0x", 0) == 0 &&
+                   v->get<std::string>().size() > 2 && v->get<std::string>().size() <= 10) {
             const std::string s = v->get<std::string>();
             char* end = nullptr;
             n = std::strtoll(s.c_str() + 2, &end, 16);
@@ -57,7 +58,8 @@ public:
             fail(at(key), "expected an integer");
         }
         if (n < lo || n > hi)
-            fail(at(key), std::to_string(n) + " is out of range " + std::to_string(lo) + ".." + std::to_string(hi));
+            fail(at(key),
+                 std::to_string(n) + " is out of range " + std::to_string(lo) + ".." + std::to_string(hi));
         return n;
     }
 
@@ -73,7 +75,8 @@ public:
         return s;
     }
 
-    std::string choice(const std::string& key, const std::string& def, std::initializer_list<const char*> allowed) {
+    std::string choice(const std::string& key, const std::string& def,
+                       std::initializer_list<const char*> allowed) {
         std::string s = text(key, def);
         std::string list;
         for (const char* a : allowed) {
@@ -227,8 +230,8 @@ SdrFields engineeringFields(Reader& r, size_t index) {
         f.nominal = static_cast<uint8_t>(r.number("nominal", 0, 0, 0xFF));
         if (r.has("nominal"))
             f.analogFlags |= 0x01;
-        const bool isSigned = f.analogFormat == AnalogFormat::OnesComplement ||
-                              f.analogFormat == AnalogFormat::TwosComplement;
+        const bool isSigned =
+            f.analogFormat == AnalogFormat::OnesComplement || f.analogFormat == AnalogFormat::TwosComplement;
         f.sensorMax = static_cast<uint8_t>(r.number("sensorMax", isSigned ? 0x7F : 0xFF, 0, 0xFF));
         f.sensorMin = static_cast<uint8_t>(r.number("sensorMin", isSigned ? 0x80 : 0, 0, 0xFF));
         uint8_t given = 0;
@@ -246,14 +249,15 @@ SdrFields engineeringFields(Reader& r, size_t index) {
             f.settableMask = thresholdMask(r, "settableThresholds", f.readableMask);
             for (int b = 0; b < 6; ++b)
                 if ((f.readableMask & (1u << b)) && !(given & (1u << b)))
-                    r.fail(r.at("readableThresholds"),
-                           std::string(kThresholdNames[b]) + " is readable but has no value in \"thresholds\"");
+                    r.fail(r.at("readableThresholds"), std::string(kThresholdNames[b]) +
+                                                           " is readable but has no value in \"thresholds\"");
         }
     }
     if (r.has("hysteresis")) {
         const json& h = r.array("hysteresis");
-        if (h.size() != 2 || !h[0].is_number_integer() || !h[1].is_number_integer() || h[0].get<long long>() < 0 ||
-            h[0].get<long long>() > 255 || h[1].get<long long>() < 0 || h[1].get<long long>() > 255)
+        if (h.size() != 2 || !h[0].is_number_integer() || !h[1].is_number_integer() ||
+            h[0].get<long long>() < 0 || h[0].get<long long>() > 255 || h[1].get<long long>() < 0 ||
+            h[1].get<long long>() > 255)
             r.fail(r.at("hysteresis"), "expected [positive, negative], two raw values 0..255");
         f.positiveHysteresis = static_cast<uint8_t>(h[0].get<long long>());
         f.negativeHysteresis = static_cast<uint8_t>(h[1].get<long long>());
@@ -266,8 +270,8 @@ SdrFields engineeringFields(Reader& r, size_t index) {
     return f;
 }
 
-void readSensor(const json& j, const std::string& ptr, const std::string& origin, size_t index, PlatformModel& m,
-                std::map<SensorAddress, std::string>& seen) {
+void readSensor(const json& j, const std::string& ptr, const std::string& origin, size_t index,
+                PlatformModel& m, std::map<SensorAddress, std::string>& seen) {
     Reader r(j, ptr, origin);
     SdrFields f;
     Bytes bytes;
@@ -275,8 +279,8 @@ void readSensor(const json& j, const std::string& ptr, const std::string& origin
         const std::string text = r.text("sdr", "", 4096);
         bytes = parseHex(r, "sdr", text);
         if (bytes.size() < 5 || bytes.size() != static_cast<size_t>(bytes[4]) + 5)
-            r.fail(r.at("sdr"), "record length byte (byte 5) does not match the " + std::to_string(bytes.size()) +
-                                    " bytes given");
+            r.fail(r.at("sdr"), "record length byte (byte 5) does not match the " +
+                                    std::to_string(bytes.size()) + " bytes given");
         if (!decodeSdr(bytes, f))
             r.fail(r.at("sdr"), "not a full (01) or compact (02) sensor record of full size");
     } else {
@@ -299,7 +303,70 @@ void readSensor(const json& j, const std::string& ptr, const std::string& origin
     m.readings[a] = reading;
 }
 
-void readSel(const json& j, const std::string& ptr, const std::string& origin, size_t index, PlatformModel& m) {
+// A repository written by "ipmitool sdr dump FILE": the records back to back,
+// each a 5-byte header and its body. Sensors get their nominal reading when the
+// record gives one, otherwise none ("reading unavailable") until bmc.readings says.
+void readSdrDump(Reader& bmc, const std::string& name, PlatformModel& m,
+                 std::map<SensorAddress, std::string>& seen) {
+    std::string path = name;
+    const std::string& origin = bmc.origin();
+    if (path[0] != '/' && origin.rfind('/') != std::string::npos)
+        path = origin.substr(0, origin.rfind('/') + 1) + path;
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        bmc.fail(bmc.at("sdrDump"), "\"" + path + "\" cannot be opened");
+    std::string data((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t at = 0;
+    while (at < data.size()) {
+        if (data.size() - at < 5)
+            bmc.fail(bmc.at("sdrDump"), path + ": record at byte " + std::to_string(at) + " is cut short");
+        const size_t length = 5 + static_cast<uint8_t>(data[at + 4]);
+        if (data.size() - at < length)
+            bmc.fail(bmc.at("sdrDump"), path + ": record at byte " + std::to_string(at) + " is cut short");
+        Bytes rec(data.begin() + static_cast<long>(at), data.begin() + static_cast<long>(at + length));
+        SdrFields f;
+        if (decodeSdr(rec, f)) {
+            SensorAddress a{f.owner, f.lun, f.number};
+            // Real repositories share numbers between records of other owners or LUNs
+            // but never within one; the first record of a sensor answers.
+            if (!seen.count(a)) {
+                seen[a] = bmc.at("sdrDump") + " byte " + std::to_string(at);
+                SensorReading r;
+                if (f.eventReadingType == kEventReadingThreshold) {
+                    r.available = f.recordType == kSdrFullSensor && (f.analogFlags & 0x01);
+                    r.raw = f.nominal;
+                }
+                m.readings[a] = r;
+            }
+        }
+        m.sdr.push_back(std::move(rec));
+        at += length;
+    }
+}
+
+void readReading(const json& j, const std::string& ptr, const std::string& origin, PlatformModel& m) {
+    Reader r(j, ptr, origin);
+    SensorAddress a;
+    a.number = static_cast<uint8_t>(r.number("number", 0, 0, 0xFF));
+    a.owner = static_cast<uint8_t>(r.number("owner", 0x20, 0, 0xFF));
+    a.lun = static_cast<uint8_t>(r.number("lun", 0, 0, 0xFF));
+    auto it = m.readings.find(a);
+    if (it == m.readings.end())
+        r.fail(r.at("number"), "no sensor " + std::to_string(a.number) + " (owner " +
+                                   std::to_string(a.owner) + ", LUN byte " + std::to_string(a.lun) +
+                                   ") is described");
+    SdrFields f;
+    for (const Bytes& rec : m.sdr)
+        if (decodeSdr(rec, f) && f.number == a.number && f.owner == a.owner && f.lun == a.lun)
+            break;
+    it->second.available = r.flag("available", true);
+    it->second.raw = static_cast<uint8_t>(r.number("reading", 0, 0, 0xFF));
+    it->second.states = readStates(r, f);
+    r.finish();
+}
+
+void readSel(const json& j, const std::string& ptr, const std::string& origin, size_t index,
+             PlatformModel& m) {
     Reader r(j, ptr, origin);
     SelEntry e;
     e.description = r.text("description", "", 1000);
@@ -309,7 +376,8 @@ void readSel(const json& j, const std::string& ptr, const std::string& origin, s
             r.fail(r.at("raw"), "a SEL entry is 16 bytes, " + std::to_string(b.size()) + " given");
         std::copy(b.begin(), b.end(), e.raw.begin());
     } else {
-        unsigned id = static_cast<unsigned>(r.number("recordId", static_cast<long long>(index + 1), 1, 0xFFFE));
+        unsigned id =
+            static_cast<unsigned>(r.number("recordId", static_cast<long long>(index + 1), 1, 0xFFFE));
         unsigned ts = static_cast<unsigned>(r.number("timestamp", 0, 0, 0xFFFFFFFFll));
         unsigned sensor = static_cast<unsigned>(r.number("sensor", 0, 0, 0xFF));
         unsigned generator = static_cast<unsigned>(r.number("generator", 0x20, 0, 0xFFFF));
@@ -321,7 +389,8 @@ void readSel(const json& j, const std::string& ptr, const std::string& origin, s
                 known = true;
                 break;
             }
-        unsigned sensorType = static_cast<unsigned>(r.number("sensorType", known ? f.sensorType : 0, 0, 0xFF));
+        unsigned sensorType =
+            static_cast<unsigned>(r.number("sensorType", known ? f.sensorType : 0, 0, 0xFF));
         unsigned eventType =
             static_cast<unsigned>(r.number("eventReadingType", known ? f.eventReadingType : 0, 0, 0x7F));
         if (!known && (!r.has("sensorType") || !r.has("eventReadingType")))
@@ -354,9 +423,10 @@ void readSel(const json& j, const std::string& ptr, const std::string& origin, s
     m.sel.push_back(std::move(e));
 }
 
-const std::initializer_list<const char*> kStates = {"Other", "Unknown", "Safe", "Warning", "Critical",
-                                                    "Non-recoverable"};
-const std::initializer_list<const char*> kPasswordStates = {"Disabled", "Enabled", "Not Implemented", "Unknown"};
+const std::initializer_list<const char*> kStates = {"Other",   "Unknown",  "Safe",
+                                                    "Warning", "Critical", "Non-recoverable"};
+const std::initializer_list<const char*> kPasswordStates = {"Disabled", "Enabled", "Not Implemented",
+                                                            "Unknown"};
 
 void readInventory(Reader& bmc, Reader& smbios, Inventory& inv) {
     if (const json* o = bmc.get("oem")) {
@@ -397,9 +467,9 @@ void readInventory(Reader& bmc, Reader& smbios, Inventory& inv) {
         c.bootupState = r.choice("bootupState", c.bootupState, kStates);
         c.powerSupplyState = r.choice("powerSupplyState", c.powerSupplyState, kStates);
         c.thermalState = r.choice("thermalState", c.thermalState, kStates);
-        c.securityStatus = r.choice("securityStatus", c.securityStatus,
-                                    {"Other", "Unknown", "None", "External interface locked out",
-                                     "External interface enabled"});
+        c.securityStatus = r.choice(
+            "securityStatus", c.securityStatus,
+            {"Other", "Unknown", "None", "External interface locked out", "External interface enabled"});
         c.powerOnPassword = r.choice("powerOnPassword", c.powerOnPassword, kPasswordStates);
         c.keyboardPassword = r.choice("keyboardPassword", c.keyboardPassword, kPasswordStates);
         c.administratorPassword = r.choice("administratorPassword", c.administratorPassword, kPasswordStates);
@@ -507,9 +577,15 @@ PlatformModel parsePlatform(const std::string& text, const std::string& origin) 
     Reader bmc(bmcJson ? *bmcJson : emptyObject, "/bmc", origin);
     Reader smbios(smbiosJson ? *smbiosJson : emptyObject, "/smbios", origin);
     std::map<SensorAddress, std::string> seen;
+    const std::string dump = bmc.text("sdrDump", "", 4096);
+    if (!dump.empty())
+        readSdrDump(bmc, dump, m, seen);
     const json& sensors = bmc.array("sensors");
     for (size_t i = 0; i < sensors.size(); ++i)
         readSensor(sensors[i], "/bmc/sensors/" + std::to_string(i), origin, i, m, seen);
+    const json& readings = bmc.array("readings");
+    for (size_t i = 0; i < readings.size(); ++i)
+        readReading(readings[i], "/bmc/readings/" + std::to_string(i), origin, m);
     const json& sel = bmc.array("sel");
     for (size_t i = 0; i < sel.size(); ++i)
         readSel(sel[i], "/bmc/sel/" + std::to_string(i), origin, i, m);
@@ -562,12 +638,21 @@ ServiceConfig parseServiceConfig(const std::string& text, const std::string& ori
                     value = origin.substr(0, slash + 1) + value;
             }
             c.platform = value;
+        } else if (key == "journal") {
+            if (!value.empty() && value[0] != '/') {
+                size_t slash = origin.rfind('/');
+                if (slash != std::string::npos)
+                    value = origin.substr(0, slash + 1) + value;
+            }
+            c.journal = value;
         } else {
             throw PlatformFileError(origin + ":" + std::to_string(n) + ": unknown key \"" + key + "\"");
         }
     }
     if (c.source == "simulated" && c.platform.empty())
         throw PlatformFileError(origin + ": source=simulated needs platform=<file>");
+    if (c.source == "simulated" && c.journal.empty())
+        c.journal = c.platform + ".journal";
     return c;
 }
 

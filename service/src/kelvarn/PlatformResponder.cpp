@@ -3,7 +3,12 @@
 #include <ctime>
 #include <utility>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "kelvarn/Errors.h"
+#include "kelvarn/Journal.h"
 #include "kelvarn/Platform.h"
 #include "kelvarn/Responder.h"
 #include "kelvarn/Sdr.h"
@@ -24,15 +29,18 @@ struct ThresholdKey {
     ThresholdBit bit;
 };
 const ThresholdKey kThresholdKeys[] = {
-    {"UPPER_NONRECOVERABLE", kUpperNonRecoverable}, {"UPPER_CRITICAL", kUpperCritical},
-    {"UPPER_NONCRITICAL", kUpperNonCritical},       {"LOWER_NONCRITICAL", kLowerNonCritical},
-    {"LOWER_CRITICAL", kLowerCritical},             {"LOWER_NONRECOVERABLE", kLowerNonRecoverable},
+    {"UPPER_NONRECOVERABLE", kUpperNonRecoverable},
+    {"UPPER_CRITICAL", kUpperCritical},
+    {"UPPER_NONCRITICAL", kUpperNonCritical},
+    {"LOWER_NONCRITICAL", kLowerNonCritical},
+    {"LOWER_CRITICAL", kLowerCritical},
+    {"LOWER_NONRECOVERABLE", kLowerNonRecoverable},
 };
 
 // SMBIOS memory type-detail names (type 17, bits 3-12).
-const char* const kTypeDetailNames[] = {"Fast-paged", "Static column", "Pseudo-static", "RAMBUS", "Synchronous",
-                                        "CMOS",       "EDO",           "Window DRAM",   "Cache DRAM",
-                                        "Non-volatile"};
+const char* const kTypeDetailNames[] = {"Fast-paged",  "Static column", "Pseudo-static", "RAMBUS",
+                                        "Synchronous", "CMOS",          "EDO",           "Window DRAM",
+                                        "Cache DRAM",  "Non-volatile"};
 
 // Indexed containers of the inventory tree, by shape: an index that names no
 // instance below one of these is "no such instance" rather than "unknown path".
@@ -59,7 +67,9 @@ _XNode containerNode(std::vector<std::string> children) {
     throw QueryError(kUnknownPath, "unknown path \"" + path + "\"");
 }
 
-[[noreturn]] void noInstance(const std::string& what) { throw QueryError(kNoSuchInstance, what); }
+[[noreturn]] void noInstance(const std::string& what) {
+    throw QueryError(kNoSuchInstance, what);
+}
 
 struct Sensor {
     size_t index; // position in the SDR repository
@@ -71,8 +81,7 @@ public:
     explicit PlatformResponder(std::shared_ptr<Source> source) : m_source(std::move(source)) {}
 
     void answer(const std::string& path, const std::vector<PathSegment>& seg, const Parameters& params,
-                uint8_t /*flags: the simulated and IPMI answers do not depend on the mode*/,
-                ResultMap& out) override {
+                uint8_t /*flags: the answers do not depend on the query mode*/, ResultMap& out) override {
         if (seg[0].is("BMC") && seg.size() >= 2) {
             const PathSegment& s1 = seg[1];
             if (s1.is("SDR") || s1.isIndexed("SDR"))
@@ -107,8 +116,8 @@ private:
         const std::vector<Bytes> sdr = m_source->sdrRepository();
         if (seg.size() == 2 && seg[1].hasIndex) {
             if (seg[1].index >= sdr.size())
-                noInstance("SDR record " + std::to_string(seg[1].index) + " does not exist (the repository holds " +
-                           std::to_string(sdr.size()) + ")");
+                noInstance("SDR record " + std::to_string(seg[1].index) +
+                           " does not exist (the repository holds " + std::to_string(sdr.size()) + ")");
             out[path] = valueNode(hexBytes(sdr[seg[1].index].data(), sdr[seg[1].index].size()), "hex");
             return;
         }
@@ -155,7 +164,8 @@ private:
         const std::vector<Sensor> list = sensors(sdr);
         const Sensor* sensor = nullptr;
         for (const Sensor& s : list)
-            if (s.fields.number == seg[1].index && s.fields.owner == seg[2].index && s.fields.lun == seg[3].index) {
+            if (s.fields.number == seg[1].index && s.fields.owner == seg[2].index &&
+                s.fields.lun == seg[3].index) {
                 sensor = &s;
                 break;
             }
@@ -197,7 +207,8 @@ private:
                     return;
                 }
             unknownPath(path);
-        } else if (seg.size() == 5 && (leaf.is("TOLERANCE") || leaf.is("RESOLUTION") || leaf.is("ACCURACY"))) {
+        } else if (seg.size() == 5 &&
+                   (leaf.is("TOLERANCE") || leaf.is("RESOLUTION") || leaf.is("ACCURACY"))) {
             out[path] = attribute(sensor->fields, leaf.name.c_str());
         } else {
             unknownPath(path);
@@ -279,8 +290,8 @@ private:
             name = "Sensor #" + std::to_string(r[11]);
         const unsigned offset = r[13] & 0x0F;
         const uint8_t type = r[12] & 0x7F;
-        const char* text = type == kEventReadingThreshold ? thresholdEventText(offset)
-                                                          : stateKeyword(type, r[10], offset);
+        const char* text =
+            type == kEventReadingThreshold ? thresholdEventText(offset) : stateKeyword(type, r[10], offset);
         std::string what = text ? text : "event offset " + std::to_string(offset);
         return name + ": " + what + ((r[12] & 0x80) ? " Deasserted" : " Asserted");
     }
@@ -343,7 +354,8 @@ private:
                 bool last;
                 int id = parseRecordId(p.second, last);
                 if (id < 0)
-                    throw QueryError(kBadParameter, "RECORD_ID \"" + p.second + "\" is not a hexadecimal record ID");
+                    throw QueryError(kBadParameter,
+                                     "RECORD_ID \"" + p.second + "\" is not a hexadecimal record ID");
                 if (last) {
                     start = sel.empty() ? 0 : sel.size() - 1;
                 } else if (id != 0) {
@@ -363,7 +375,8 @@ private:
                                       ? 0
                                       : std::strtoul(p.second.c_str(), &end, 10);
                 if (v == 0 || v > 65535 || !end || *end)
-                    throw QueryError(kBadParameter, "RANGE \"" + p.second + "\" is not a count from 1 to 65535");
+                    throw QueryError(kBadParameter,
+                                     "RANGE \"" + p.second + "\" is not a count from 1 to 65535");
                 range = v;
             } else {
                 throw QueryError(kBadParameter, "unknown parameter \"" + p.first + "\" for " + kSelPath);
@@ -487,7 +500,8 @@ private:
     }
 
     static bool startsWith(const std::string& s, const std::string& prefix, char next) {
-        return s.size() > prefix.size() && s.compare(0, prefix.size(), prefix) == 0 && s[prefix.size()] == next;
+        return s.size() > prefix.size() && s.compare(0, prefix.size(), prefix) == 0 &&
+               s[prefix.size()] == next;
     }
 
     static bool nodeExists(const std::vector<std::pair<std::string, std::string>>& leaves,
@@ -536,23 +550,77 @@ std::shared_ptr<Responder> makePlatformResponder(std::shared_ptr<Source> source)
     return std::make_shared<PlatformResponder>(std::move(source));
 }
 
-SimulatedSource::SimulatedSource(std::string name, PlatformModel model)
-    : m_name(std::move(name)), m_model(std::make_shared<const PlatformModel>(std::move(model))) {}
+SimulatedSource::SimulatedSource(std::string name, PlatformModel model, std::string journalPath)
+    : m_name(std::move(name)), m_journal(std::move(journalPath)),
+      m_base(std::make_shared<const PlatformModel>(std::move(model))), m_model(m_base) {}
 
-std::string SimulatedSource::describe() const { return m_name; }
+std::string SimulatedSource::describe() const {
+    return m_name;
+}
 
-std::shared_ptr<const PlatformModel> SimulatedSource::snapshot() const {
+std::shared_ptr<const PlatformModel> SimulatedSource::snapshot() {
     std::lock_guard<std::mutex> guard(m_lock);
+    refreshLocked();
     return m_model;
 }
 
-void SimulatedSource::replace(PlatformModel model) {
-    auto next = std::make_shared<const PlatformModel>(std::move(model));
+size_t SimulatedSource::rejectedChanges(std::string* lastReason) const {
     std::lock_guard<std::mutex> guard(m_lock);
-    m_model = std::move(next);
+    if (lastReason)
+        *lastReason = m_lastRejection;
+    return m_rejected;
 }
 
-std::vector<Bytes> SimulatedSource::sdrRepository() { return snapshot()->sdr; }
+void SimulatedSource::refreshLocked() {
+    if (m_journal.empty())
+        return;
+    int fd = ::open(m_journal.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat st;
+    if (fd < 0 || ::fstat(fd, &st) != 0) {
+        if (fd >= 0)
+            ::close(fd);
+        // No journal (yet, or any more): the platform as described.
+        m_model = m_base;
+        m_journalOffset = 0;
+        return;
+    }
+    const uint64_t size = static_cast<uint64_t>(st.st_size), inode = static_cast<uint64_t>(st.st_ino);
+    if (inode != m_journalInode || size < m_journalOffset) {
+        m_model = m_base;
+        m_journalOffset = 0;
+        m_journalInode = inode;
+    }
+    if (size == m_journalOffset) {
+        ::close(fd);
+        return;
+    }
+    std::string text(static_cast<size_t>(size - m_journalOffset), '\0');
+    ssize_t got = ::pread(fd, &text[0], text.size(), static_cast<off_t>(m_journalOffset));
+    ::close(fd);
+    if (got <= 0)
+        return;
+    text.resize(static_cast<size_t>(got));
+    const size_t complete = text.rfind('\n');
+    if (complete == std::string::npos)
+        return; // a line still being written
+    PlatformModel next = *m_model;
+    size_t start = 0;
+    while (start <= complete) {
+        size_t end = text.find('\n', start);
+        std::string line = text.substr(start, end - start), why;
+        if (!line.empty() && line[0] != '#' && !applyJournalLine(next, line, why)) {
+            ++m_rejected;
+            m_lastRejection = why;
+        }
+        start = end + 1;
+    }
+    m_journalOffset += complete + 1;
+    m_model = std::make_shared<const PlatformModel>(std::move(next));
+}
+
+std::vector<Bytes> SimulatedSource::sdrRepository() {
+    return snapshot()->sdr;
+}
 
 bool SimulatedSource::sensorReading(const SensorAddress& address, SensorReading& out) {
     auto model = snapshot();
@@ -563,8 +631,12 @@ bool SimulatedSource::sensorReading(const SensorAddress& address, SensorReading&
     return true;
 }
 
-std::vector<SelEntry> SimulatedSource::selEntries() { return snapshot()->sel; }
+std::vector<SelEntry> SimulatedSource::selEntries() {
+    return snapshot()->sel;
+}
 
-Inventory SimulatedSource::inventory() { return snapshot()->inventory; }
+Inventory SimulatedSource::inventory() {
+    return snapshot()->inventory;
+}
 
 } // namespace kelvarn

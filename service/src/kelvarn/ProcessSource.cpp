@@ -16,14 +16,17 @@ std::shared_ptr<Responder> openConfigured() {
     try {
         ServiceConfig config = readServiceConfig();
         if (config.source == "simulated")
-            return makePlatformResponder(
-                std::make_shared<SimulatedSource>(config.platform, loadPlatformFile(config.platform)));
+            return makePlatformResponder(std::make_shared<SimulatedSource>(
+                config.platform, loadPlatformFile(config.platform), config.journal));
         return makePlatformResponder(std::make_shared<SimulatedSource>(
-            "built-in demo platform", parsePlatform(demoPlatformText(), "built-in demo platform")));
+            "built-in demo platform", parsePlatform(demoPlatformText(), "built-in demo platform"),
+            config.journal));
     } catch (const PlatformFileError& e) {
-        throw QueryError(kSourceUnavailable, std::string("data source unavailable: ") + e.what(), kFacilitySource);
+        throw QueryError(kSourceUnavailable, std::string("data source unavailable: ") + e.what(),
+                         kFacilitySource);
     } catch (const QueryError& e) {
-        throw QueryError(kSourceUnavailable, std::string("data source unavailable: ") + e.what(), kFacilitySource);
+        throw QueryError(kSourceUnavailable, std::string("data source unavailable: ") + e.what(),
+                         kFacilitySource);
     }
 }
 

@@ -28,8 +28,8 @@ const StateSet kStateSets[] = {
     {0x0A,
      0,
      {"TRANSITION_TO_RUNNING", "TRANSITION_TO_IN_TEST", "TRANSITION_TO_POWER_OFF", "TRANSITION_TO_ON_LINE",
-      "TRANSITION_TO_OFF_LINE", "TRANSITION_TO_OFF_DUTY", "TRANSITION_TO_DEGRADED", "TRANSITION_TO_POWER_SAVE",
-      "INSTALL_ERROR"}},
+      "TRANSITION_TO_OFF_LINE", "TRANSITION_TO_OFF_DUTY", "TRANSITION_TO_DEGRADED",
+      "TRANSITION_TO_POWER_SAVE", "INSTALL_ERROR"}},
     {0x0B,
      0,
      {"FULLY_REDUNDANT", "REDUNDANCY_LOST", "REDUNDANT_DEGRADED", "NON_REDUNDANT_SUFFICIENT_RESOURCES",
@@ -38,8 +38,8 @@ const StateSet kStateSets[] = {
     {0x0C, 0, {"D0_POWER_STATE", "D1_POWER_STATE", "D2_POWER_STATE", "D3_POWER_STATE"}},
     {0x6F,
      0x05, // physical security
-     {"GENERAL_CHASSIS_INTRUSION", "DRIVE_BAY_INTRUSION", "I/O_CARD_AREA_INTRUSION", "PROCESSOR_AREA_INTRUSION",
-      "LAN_LEASH_LOST", "UNAUTHORIZED_DOCK", "FAN_AREA_INTRUSION"}},
+     {"GENERAL_CHASSIS_INTRUSION", "DRIVE_BAY_INTRUSION", "I/O_CARD_AREA_INTRUSION",
+      "PROCESSOR_AREA_INTRUSION", "LAN_LEASH_LOST", "UNAUTHORIZED_DOCK", "FAN_AREA_INTRUSION"}},
     {0x6F,
      0x07, // processor
      {"IERR", "THERMAL_TRIP", "FRB1/BIST_FAILURE", "FRB2/HANG_IN_POST_FAILURE", "CPU_DIDNT_START",
@@ -68,7 +68,7 @@ const StateSet kStateSets[] = {
      {"POWER_BUTTON_PRESSED", "SLEEP_BUTTON_PRESSED", "RESET_BUTTON_PRESSED", "FRU_LATCH_OPEN",
       "FRU_SERVICE_REQUEST_BUTTON_PRESSED"}},
     {0x6F, 0x25, {"ENTITY_PRESENT", "ENTITY_ABSENT", "ENTITY_DISABLED"}}, // entity presence
-    {0x6F, 0x27, {"LAN_HEARTBEAT_LOST", "LAN_HEARTBEAT"}},                 // LAN
+    {0x6F, 0x27, {"LAN_HEARTBEAT_LOST", "LAN_HEARTBEAT"}},                // LAN
 };
 
 const StateSet* findSet(uint8_t eventReadingType, uint8_t sensorType) {
@@ -82,10 +82,10 @@ const StateSet* findSet(uint8_t eventReadingType, uint8_t sensorType) {
 }
 
 const char* const kThresholdEvents[12] = {
-    "Lower Non-critical going low",     "Lower Non-critical going high",     "Lower Critical going low",
-    "Lower Critical going high",        "Lower Non-recoverable going low",   "Lower Non-recoverable going high",
-    "Upper Non-critical going low",     "Upper Non-critical going high",     "Upper Critical going low",
-    "Upper Critical going high",        "Upper Non-recoverable going low",   "Upper Non-recoverable going high",
+    "Lower Non-critical going low", "Lower Non-critical going high",   "Lower Critical going low",
+    "Lower Critical going high",    "Lower Non-recoverable going low", "Lower Non-recoverable going high",
+    "Upper Non-critical going low", "Upper Non-critical going high",   "Upper Critical going low",
+    "Upper Critical going high",    "Upper Non-recoverable going low", "Upper Non-recoverable going high",
 };
 
 } // namespace
@@ -120,6 +120,8 @@ std::string stateText(uint8_t eventReadingType, uint8_t sensorType, uint16_t sta
     return out.empty() ? "ALL_DEASSERTED" : out;
 }
 
-const char* thresholdEventText(unsigned offset) { return offset < 12 ? kThresholdEvents[offset] : nullptr; }
+const char* thresholdEventText(unsigned offset) {
+    return offset < 12 ? kThresholdEvents[offset] : nullptr;
+}
 
 } // namespace kelvarn

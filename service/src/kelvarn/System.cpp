@@ -1,6 +1,7 @@
 #include "kelvarn/System.h"
 
 #include <exception>
+#include <functional>
 #include <new>
 #include <utility>
 
@@ -27,13 +28,15 @@ RStatus makeStatus(uint16_t code, const std::string& message, const std::string&
 }
 
 // Runs one query and turns every failure into RStatus entries appended to `failures`.
-void runOne(Responder* responder, const std::string& path, const Parameters& params, uint8_t flags,
-            ResultMap& out, Operation op, std::vector<RStatus>& failures) {
+void runOne(const std::function<std::shared_ptr<Responder>()>& responder, const std::string& path,
+            const Parameters& params, uint8_t flags, ResultMap& out, Operation op,
+            std::vector<RStatus>& failures) {
     try {
         std::vector<PathSegment> segments = parsePath(path);
-        if (!responder)
+        std::shared_ptr<Responder> r = responder();
+        if (!r)
             throw QueryError(kSourceUnavailable, "no data source is configured", kFacilitySource);
-        responder->answer(path, segments, params, flags, out);
+        r->answer(path, segments, params, flags, out);
     } catch (const QueryError& e) {
         failures.push_back(makeStatus(e.code(), e.what(), path, op, e.facility()));
     } catch (const ResultStatus& e) {
@@ -42,11 +45,16 @@ void runOne(Responder* responder, const std::string& path, const Parameters& par
     } catch (const std::bad_alloc&) {
         failures.push_back(makeStatus(kInternalError, "out of memory", path, op, kFacilityQuery));
     } catch (const std::exception& e) {
-        failures.push_back(makeStatus(kInternalError, std::string("internal error: ") + e.what(), path, op,
-                                      kFacilityQuery));
+        failures.push_back(
+            makeStatus(kInternalError, std::string("internal error: ") + e.what(), path, op, kFacilityQuery));
     } catch (...) {
         failures.push_back(makeStatus(kInternalError, "internal error", path, op, kFacilityQuery));
     }
+}
+
+void merge(ResultMap& answer, std::map<std::string, _XNode>& result) {
+    for (auto& entry : answer)
+        result[entry.first] = std::move(entry.second);
 }
 
 } // namespace
@@ -78,25 +86,16 @@ std::shared_ptr<kelvarn::Responder> System::responder() const {
 
 void System::Get(std::string path, std::map<std::string, _XNode>& result) {
     std::vector<RStatus> failures;
-    {
+    try {
         std::lock_guard<std::mutex> guard(m_lock);
         ResultMap answer;
-        std::shared_ptr<Responder> r;
-        try {
-            r = responder();
-        } catch (const QueryError& e) {
-            failures.push_back(makeStatus(e.code(), e.what(), path, kOpGetPath, e.facility()));
-        } catch (...) {
-            failures.push_back(makeStatus(kSourceUnavailable, "the data source could not be opened", path,
-                                          kOpGetPath, kFacilitySource));
-        }
-        if (failures.empty())
-            runOne(r.get(), path, {}, m_flags, answer, kOpGetPath, failures);
+        runOne([this] { return responder(); }, path, {}, m_flags, answer, kOpGetPath, failures);
         if (failures.empty()) {
-            for (auto& entry : answer)
-                result[entry.first] = std::move(entry.second);
+            merge(answer, result);
             return;
         }
+    } catch (...) { // out of memory while merging the answer
+        failures.push_back(makeStatus(kInternalError, "out of memory", path, kOpGetPath, kFacilityQuery));
     }
     throw ResultStatus(std::move(failures));
 }
@@ -104,29 +103,21 @@ void System::Get(std::string path, std::map<std::string, _XNode>& result) {
 void System::Get(std::map<std::string, std::map<std::string, std::string>>& request,
                  std::map<std::string, _XNode>& result) {
     std::vector<RStatus> failures;
-    {
+    try {
         std::lock_guard<std::mutex> guard(m_lock);
-        std::shared_ptr<Responder> r;
-        try {
-            r = responder();
-        } catch (const QueryError& e) {
-            failures.push_back(makeStatus(e.code(), e.what(), "", kOpGetRequest, e.facility()));
-        } catch (...) {
-            failures.push_back(makeStatus(kSourceUnavailable, "the data source could not be opened", "",
-                                          kOpGetRequest, kFacilitySource));
-        }
-        if (failures.empty() && request.empty())
-            failures.push_back(makeStatus(kEmptyRequest, "the request holds no query", "", kOpGetRequest,
-                                          kFacilityQuery));
+        if (request.empty())
+            failures.push_back(
+                makeStatus(kEmptyRequest, "the request holds no query", "", kOpGetRequest, kFacilityQuery));
         ResultMap answer;
-        if (failures.empty())
-            for (const auto& query : request)
-                runOne(r.get(), query.first, query.second, m_flags, answer, kOpGetRequest, failures);
+        for (const auto& query : request)
+            runOne([this] { return responder(); }, query.first, query.second, m_flags, answer, kOpGetRequest,
+                   failures);
         if (failures.empty()) {
-            for (auto& entry : answer)
-                result[entry.first] = std::move(entry.second);
+            merge(answer, result);
             return;
         }
+    } catch (...) {
+        failures.push_back(makeStatus(kInternalError, "out of memory", "", kOpGetRequest, kFacilityQuery));
     }
     throw ResultStatus(std::move(failures));
 }

@@ -1,0 +1,152 @@
+// Decoding of SEL RAW text into the decoded record, with the record-ID bookkeeping,
+// and the status and description rules of threshold events.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "events/eventDecoders.h"
+#include "events/selPoller.h"
+
+namespace {
+
+struct Fields {
+    uint16_t recordId;
+    uint8_t recordType;
+    int64_t timeStamp;
+    uint16_t generator;
+    uint8_t revision, sensorType, sensorNumber, dirType, data1, data2, data3;
+};
+
+void expectFields(const SelRecord& r, const Fields& f) {
+    EXPECT_EQ(static_cast<int64_t>(r.usRecordID), static_cast<int64_t>(f.recordId));
+    EXPECT_EQ(static_cast<int64_t>(r.ucRecordType), static_cast<int64_t>(f.recordType));
+    EXPECT_EQ(static_cast<int64_t>(r.llTimeStamp), static_cast<int64_t>(f.timeStamp));
+    EXPECT_EQ(static_cast<int64_t>(r.usGeneratorID), static_cast<int64_t>(f.generator));
+    EXPECT_EQ(static_cast<int64_t>(r.ucEvMRevision), static_cast<int64_t>(f.revision));
+    EXPECT_EQ(static_cast<int64_t>(r.ucSensorType), static_cast<int64_t>(f.sensorType));
+    EXPECT_EQ(static_cast<int64_t>(r.ucSensorNumber), static_cast<int64_t>(f.sensorNumber));
+    EXPECT_EQ(static_cast<int64_t>(r.ucEventDirType), static_cast<int64_t>(f.dirType));
+    EXPECT_EQ(static_cast<int64_t>(r.ucEventData1), static_cast<int64_t>(f.data1));
+    EXPECT_EQ(static_cast<int64_t>(r.ucEventData2), static_cast<int64_t>(f.data2));
+    EXPECT_EQ(static_cast<int64_t>(r.ucEventData3), static_cast<int64_t>(f.data3));
+}
+
+// Sixteen meaningful tokens followed by 24 more.
+std::string fortyTokens() {
+    std::string text = "01 00 02 00 00 00 00 20 00 04 0c 60 6f 02 ff ff";
+    for (int i = 0; i < 24; ++i)
+        text += " ee";
+    return text;
+}
+
+TEST(SelDecode, RawTextBecomesTheRecordFields) {
+    const struct {
+        const char* name;
+        std::string text;
+        Fields fields;
+    } rows[] = {
+        {"full entry",
+         "2a 01 02 10 32 54 fe 20 01 04 07 50 6f a7 10 ff",
+         {0x012a, 2, 0xfe543210, 0x0120, 4, 7, 0x50, 0x6f, 0xa7, 0x10, 0xff}},
+        {"upper-case digits",
+         "0A 00 02 00 00 00 80 20 00 04 01 01 81 09 FF FF",
+         {10, 2, 0x80000000, 0x20, 4, 1, 1, 0x81, 9, 0xff, 0xff}},
+        {"five tokens: the rest reads as 0", "05 00 02 11 22", {5, 2, 0x2211, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"forty tokens: the first sixteen count",
+         fortyTokens(),
+         {1, 2, 0, 0x20, 4, 0x0c, 0x60, 0x6f, 2, 0xff, 0xff}},
+        {"non-hexadecimal tokens read as strtol reads them",
+         "zz 1g 02 -1 0x10 12345 ab",
+         {0x0100, 2, static_cast<int64_t>(0xab4510ff), 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"runs of blanks separate one token", "  03  00   02 ", {3, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+        {"empty text", "", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        SelRecord record;
+        std::memset(&record, 0x5a, sizeof(record));
+        std::strcpy(record.stDescription, "kept");
+        int32_t last = kSelLastEntry;
+        decodeSelEntry(row.text.c_str(), record, last);
+        expectFields(record, row.fields);
+        EXPECT_STREQ(record.stDescription, "kept");
+        EXPECT_EQ(last, row.fields.recordId);
+    }
+}
+
+TEST(SelDecode, LastRecordIdOnlyMovesForwardExceptOutOfTheNewestMarker) {
+    const struct {
+        int32_t last;
+        const char* text;
+        int32_t expected;
+    } rows[] = {
+        {65535, "07 00 02", 7},     // the newest marker gives way to any ID
+        {65535, "00 00 02", 0},     //
+        {7, "08 00 02", 8},         // forward
+        {7, "07 00 02", 7},         // equal
+        {7, "03 00 02", 7},         // the SEL restarted its numbering: stays
+        {300, "ff ff 02", 65535},   // a record numbered 0xffff
+        {65535, "ff ff 02", 65535}, //
+    };
+    for (const auto& row : rows) {
+        SelRecord record{};
+        int32_t last = row.last;
+        decodeSelEntry(row.text, record, last);
+        EXPECT_EQ(last, row.expected) << row.last << " / " << row.text;
+    }
+}
+
+TEST(SelDecode, ThresholdOffsetsGiveTheirStatusWords) {
+    const char* asserted[] = {"Degraded", "Degraded", "Error", "Error", "Fatal", "Fatal",
+                              "Degraded", "Degraded", "Error", "Error", "Fatal", "Fatal"};
+    for (uint8_t offset = 0; offset < 12; ++offset) {
+        EXPECT_STREQ(thresholdStatusWord(offset, true), asserted[offset]) << int(offset);
+        EXPECT_STREQ(thresholdStatusWord(offset, false), "OK") << int(offset);
+    }
+    for (uint8_t offset : {12, 13, 15}) {
+        EXPECT_EQ(thresholdStatusWord(offset, true), nullptr);
+        EXPECT_EQ(thresholdStatusWord(offset, false), nullptr);
+    }
+}
+
+TEST(SelDecode, TemperatureDescriptionsKeepTheSharedWording) {
+    const struct {
+        uint8_t offset;
+        bool asserted;
+        const char* description;
+        const char* status;
+    } rows[] = {
+        {0, true, "Status Changed from OK to Upper Non-Critical", "Degraded"},
+        {2, true, "Status Changed from OK to Upper Non-Critical", "Error"},
+        {4, true, "Status Changed from OK to Upper Non-Critical", "Fatal"},
+        {6, false, "Status Changed to OK", "OK"},
+        {7, true, "Status Changed from OK to Upper Non-Critical", "Degraded"},
+        {7, false, "Status Changed to OK", "OK"},
+        {9, true, "Status Changed to Upper Critical", "Error"},
+        {9, false, "Status Changed from Critical to Upper Non-Critical", "OK"},
+        {10, true, "Status Changed from OK to Upper Non-Critical", "Fatal"},
+        {11, true, "Status is Critical", "Fatal"},
+        {11, false, "Status is Critical", "OK"},
+        {5, true, nullptr, nullptr},
+        {5, false, nullptr, nullptr},
+        {12, true, nullptr, nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.offset) + (row.asserted ? " asserted" : " deasserted"));
+        const TemperatureDescription d = temperatureDescription(row.offset, row.asserted);
+        if (row.description == nullptr) {
+            EXPECT_EQ(d.description, nullptr);
+            EXPECT_EQ(d.status, nullptr);
+        } else {
+            EXPECT_STREQ(d.description, row.description);
+            EXPECT_STREQ(d.status, row.status);
+        }
+    }
+}
+
+TEST(SelDecode, RoutingOfANullRecordIsRefused) {
+    EXPECT_EQ(routeEvent(nullptr), 0);
+}
+
+} // namespace

@@ -1,0 +1,542 @@
+// hmagentd end to end, with net-snmp's own tools: the daemon started on a free
+// loopback port, walked, queried and refused; traps received by snmptrapd; the
+// daemon as AgentX subagent of a real snmpd that is restarted; bad configurations.
+// Every server started here listens on loopback only and is stopped by a guard
+// that kills its process group, also when a check fails.
+#include <arpa/inet.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+#include <snmp.h>
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+const std::string kPrivate = "1.3.6.1.4.1.64999";
+const std::string kSystem = "1.3.6.1.4.1.64999.2.10.3.5.100";
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
+}
+
+std::string lastLine(const std::string& text) {
+    const std::vector<std::string> lines = linesOf(text);
+    return lines.empty() ? "" : lines.back();
+}
+
+// A free UDP port on the loopback interface (bound, read back, released).
+int freePort() {
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+// A server process in its own process group, output to a file; the destructor
+// stops the whole group.
+class Process {
+public:
+    Process(const std::vector<std::string>& argv, const std::string& output) : m_output(output) {
+        // Everything the child needs is prepared before fork: other threads may hold
+        // the allocator's locks at that moment.
+        std::vector<char*> args;
+        for (const std::string& arg : argv)
+            args.push_back(const_cast<char*>(arg.c_str()));
+        args.push_back(nullptr);
+        const int fd = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        m_pid = fork();
+        if (m_pid == 0) {
+            setpgid(0, 0);
+            dup2(fd, 1);
+            dup2(fd, 2);
+            execvp(args[0], args.data());
+            std::perror("exec");
+            _exit(127);
+        }
+        setpgid(m_pid, m_pid);
+        ::close(fd);
+    }
+    ~Process() { stop(SIGKILL); }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    // Sends `signal` to the group and waits (at most 10 s, then SIGKILL). Returns
+    // the exit status, or 128 + signal number when killed, or -1 when not running.
+    int stop(int signal = SIGTERM) {
+        if (m_pid <= 0)
+            return m_status;
+        kill(-m_pid, signal);
+        const auto deadline = Clock::now() + 10s;
+        int status = 0;
+        while (waitpid(m_pid, &status, WNOHANG) == 0) {
+            if (Clock::now() > deadline) {
+                kill(-m_pid, SIGKILL);
+                waitpid(m_pid, &status, 0);
+                break;
+            }
+            std::this_thread::sleep_for(20ms);
+        }
+        kill(-m_pid, SIGKILL); // anything the process left behind in its group
+        m_pid = -1;
+        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return m_status;
+    }
+    // Waits for the process to end by itself (at most `limit`).
+    int wait(std::chrono::milliseconds limit) {
+        const auto deadline = Clock::now() + limit;
+        int status = 0;
+        while (m_pid > 0 && waitpid(m_pid, &status, WNOHANG) == 0) {
+            if (Clock::now() > deadline)
+                return stop(SIGKILL);
+            std::this_thread::sleep_for(20ms);
+        }
+        if (m_pid > 0) {
+            m_pid = -1;
+            m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        return m_status;
+    }
+    bool running() const { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
+    std::string output() const { return readFile(m_output); }
+    // Waits until the output contains `text`.
+    bool waitFor(const std::string& text, std::chrono::milliseconds limit) const {
+        const auto deadline = Clock::now() + limit;
+        while (Clock::now() < deadline) {
+            if (output().find(text) != std::string::npos)
+                return true;
+            std::this_thread::sleep_for(50ms);
+        }
+        return false;
+    }
+
+private:
+    pid_t m_pid = -1;
+    int m_status = -1;
+    std::string m_output;
+};
+
+struct Result {
+    int status;
+    std::string output;
+};
+
+// Runs a net-snmp command-line tool; MIB files are not read, output is numeric.
+Result run(const std::string& command) {
+    const std::string full = "MIBS= " + command + " 2>&1";
+    FILE* pipe = popen(full.c_str(), "r");
+    std::string output;
+    char buffer[4096];
+    size_t got = 0;
+    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.append(buffer, got);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+// The agent library driven in this process through its entry points: the view
+// walked with GETNEXT, each variable rendered as snmpwalk -On prints it.
+class LibraryWalk {
+    static std::vector<UINT> arcsOf(const AsnObjectIdentifier& oid) {
+        UINT* ids = nullptr;
+        std::memcpy(&ids, reinterpret_cast<const char*>(&oid) + offsetof(AsnObjectIdentifier, ids), sizeof ids);
+        return ids == nullptr ? std::vector<UINT>{} : std::vector<UINT>(ids, ids + oid.idLength);
+    }
+    static std::string render(const std::vector<UINT>& name, const AsnAny& value) {
+        std::string line;
+        for (UINT arc : name)
+            line += "." + std::to_string(arc);
+        if (value.asnType == ASN_INTEGER)
+            return line + " = INTEGER: " + std::to_string(value.asnValue.number);
+        AsnOctetString text;
+        std::memcpy(&text, &value.asnValue.string, sizeof text);
+        return line + " = STRING: \"" + std::string(reinterpret_cast<char*>(text.stream), text.length) + "\"";
+    }
+
+public:
+    static std::vector<std::string> walk(const std::string& registry) {
+        static void* library = dlopen(HM_SUBAGENT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        EXPECT_NE(library, nullptr) << dlerror();
+        if (library == nullptr)
+            return {};
+        auto init = reinterpret_cast<PFNSNMPEXTENSIONINIT>(dlsym(library, "SnmpExtensionInit"));
+        auto initEx = reinterpret_cast<PFNSNMPEXTENSIONINITEX>(dlsym(library, "SnmpExtensionInitEx"));
+        auto query = reinterpret_cast<PFNSNMPEXTENSIONQUERYEX>(dlsym(library, "SnmpExtensionQueryEx"));
+        auto close = reinterpret_cast<PFNSNMPEXTENSIONCLOSE>(dlsym(library, "SnmpExtensionClose"));
+        setenv("HMSUBAGENT_REGISTRY", registry.c_str(), 1);
+        HANDLE event = nullptr;
+        AsnObjectIdentifier region{0, nullptr};
+        std::vector<std::string> lines;
+        if (!init(0, &event, &region)) {
+            ADD_FAILURE() << "SnmpExtensionInit failed";
+            return lines;
+        }
+        // The regions in the order they are handed out, each walked from its root
+        // as the SNMP service walks them: an answer outside the region (the next
+        // region's first variable, or the end of the view) ends that region.
+        std::vector<std::vector<UINT>> regions{arcsOf(region)};
+        AsnObjectIdentifier next{0, nullptr};
+        while (initEx(&next))
+            regions.push_back(arcsOf(next));
+        SnmpVarBindList list{nullptr, 1};
+        auto* binding = static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(sizeof(SnmpVarBind)));
+        std::memset(binding, 0, sizeof *binding);
+        std::memcpy(reinterpret_cast<char*>(&list) + offsetof(SnmpVarBindList, list), &binding, sizeof binding);
+        for (const std::vector<UINT>& root : regions) {
+            SnmpUtilOidFree(&binding->name);
+            AsnObjectIdentifier start{static_cast<UINT>(root.size()), const_cast<UINT*>(root.data())};
+            SnmpUtilOidCpy(&binding->name, &start);
+            std::vector<UINT> previous = root;
+            for (int step = 0; step < 20000; ++step) {
+                AsnInteger32 status = 0;
+                AsnInteger32 index = 0;
+                query(SNMP_EXTENSION_GET_NEXT, 0, &list, nullptr, &status, &index);
+                const std::vector<UINT> name = arcsOf(binding->name);
+                if (status != 0 || name.size() < root.size() || !std::equal(root.begin(), root.end(), name.begin()) ||
+                    !(previous < name))
+                    break;
+                previous = name;
+                lines.push_back(render(name, binding->value));
+            }
+        }
+        SnmpUtilVarBindListFree(&list);
+        close();
+        unsetenv("HMSUBAGENT_REGISTRY");
+        return lines;
+    }
+};
+
+class HostE2e : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char dir[] = "/tmp/hmhostXXXXXX";
+        ASSERT_NE(mkdtemp(dir), nullptr);
+        m_dir = dir;
+        mkdir((m_dir + "/state").c_str(), 0700);
+        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
+        setenv("MIBS", "", 1);
+        write("agent.conf", "platformdescription = Host test platform\n"
+                            "platformid = 4242\n"
+                            "trapsenabled = 1\n"
+                            "setsenabled = 1\n"
+                            "debugenabled = 1\n"
+                            "manufacturer = Test Works\n"
+                            "productname = HT-1\n"
+                            "productversion = 9.8\n"
+                            "productbuildnumber = 77\n"
+                            "productdescription = Host end-to-end test\n");
+        writeRegistry("registry.reg", m_dir + "/agent.conf", m_dir + "/daemon-agent.log");
+        writeRegistry("walk.reg", m_dir + "/agent.conf", m_dir + "/walk-agent.log");
+        m_port = freePort();
+    }
+    void TearDown() override {
+        unsetenv("HMFAKE_TRAPS");
+        run("rm -rf " + m_dir);
+    }
+
+    void write(const std::string& name, const std::string& text) { std::ofstream(m_dir + "/" + name) << text; }
+    void writeRegistry(const std::string& name, const std::string& config, const std::string& log) {
+        write(name, "Windows Registry Editor Version 5.00\r\n\r\n"
+                    "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
+                    "\"ConfigFile\"=\"" + config + "\"\r\n\"LogFile\"=\"" + log + "\"\r\n");
+    }
+    std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
+
+    // The daemon's configuration for the master role with the real library.
+    std::string masterConfig(const std::string& extra = "") const {
+        return "agentLibrary " HM_SUBAGENT_LIBRARY "\n"
+               "agentRegistry " + m_dir + "/registry.reg\n"
+               "agentRole master\n"
+               "agentaddress udp:" + endpoint() + "\n"
+               "rocommunity public 127.0.0.1\n"
+               "rwcommunity private 127.0.0.1\n"
+               "createUser tester SHA \"tester-auth-pass\" AES \"tester-priv-pass\"\n"
+               "rouser tester priv\n" + extra;
+    }
+    std::unique_ptr<Process> startDaemon(const std::string& config, const std::string& name = "hmagentd") {
+        write(name + ".conf", config);
+        return std::make_unique<Process>(
+            std::vector<std::string>{HM_AGENTD, "-c", m_dir + "/" + name + ".conf"}, m_dir + "/" + name + ".out");
+    }
+    std::vector<std::string> libraryWalk() const { return LibraryWalk::walk(m_dir + "/walk.reg"); }
+
+    std::string m_dir;
+    int m_port = 0;
+};
+
+TEST_F(HostE2e, WalkAndBulkWalkEqualTheLibrarysOwnWalk) {
+    auto daemon = startDaemon(masterConfig());
+    ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
+    const std::vector<std::string> expected = libraryWalk();
+    ASSERT_GE(expected.size(), 10u);
+
+    const Result walk = run("snmpwalk -v2c -c public -On -t 5 -r 1 " + endpoint() + " " + kPrivate);
+    EXPECT_EQ(walk.status, 0) << walk.output;
+    EXPECT_EQ(linesOf(walk.output), expected);
+
+    const Result bulk = run("snmpbulkwalk -v2c -c public -On -Cr7 -t 5 -r 1 " + endpoint() + " " + kPrivate);
+    EXPECT_EQ(bulk.status, 0) << bulk.output;
+    EXPECT_EQ(linesOf(bulk.output), expected);
+}
+
+TEST_F(HostE2e, AnswersGetsAndRefusesSets) {
+    auto daemon = startDaemon(masterConfig());
+    ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
+    const std::string get = "snmpget -On -t 2 -r 1 -c public ";
+
+    const Result known = run(get + "-v2c " + endpoint() + " " + kSystem + ".2.0 " + kSystem + ".3.0 " +
+                             kSystem + ".5.0 " + kSystem + ".6.0 " + kSystem + ".10.0");
+    EXPECT_EQ(linesOf(known.output), (std::vector<std::string>{
+                                         ".1.3.6.1.4.1.64999.2.10.3.5.100.2.0 = STRING: \"Host test platform\"",
+                                         ".1.3.6.1.4.1.64999.2.10.3.5.100.3.0 = INTEGER: 4242",
+                                         ".1.3.6.1.4.1.64999.2.10.3.5.100.5.0 = INTEGER: 0",
+                                         ".1.3.6.1.4.1.64999.2.10.3.5.100.6.0 = STRING: \"Test Works\"",
+                                         ".1.3.6.1.4.1.64999.2.10.3.5.100.10.0 = STRING: \"Host end-to-end test\"",
+                                     }));
+
+    const Result missing =
+        run(get + "-v2c " + endpoint() + " " + kSystem + ".3.1 " + kSystem + ".99.0 " + kPrivate + ".5.0");
+    EXPECT_EQ(linesOf(missing.output),
+              (std::vector<std::string>{
+                  ".1.3.6.1.4.1.64999.2.10.3.5.100.3.1 = No Such Instance currently exists at this OID",
+                  ".1.3.6.1.4.1.64999.2.10.3.5.100.99.0 = No Such Object available on this agent at this OID",
+                  ".1.3.6.1.4.1.64999.5.0 = No Such Object available on this agent at this OID",
+              }));
+
+    const Result v1 = run(get + "-v1 " + endpoint() + " " + kSystem + ".7.0");
+    EXPECT_EQ(lastLine(v1.output), ".1.3.6.1.4.1.64999.2.10.3.5.100.7.0 = STRING: \"HT-1\"");
+    const Result v1Missing = run(get + "-v1 " + endpoint() + " " + kSystem + ".3.1");
+    EXPECT_NE(v1Missing.output.find("Reason: (noSuchName)"), std::string::npos) << v1Missing.output;
+
+    // Thresholds and every other variable are read-only: the read-only community
+    // is stopped by access control, the read-write one by the agent.
+    const std::string set = "snmpset -On -t 2 -r 1 ";
+    const std::string threshold = " 1.3.6.1.4.1.64999.2.10.3.5.600.40.1.11.1 i 50";
+    const std::string scalar = " " + kSystem + ".3.0 i 5";
+    EXPECT_NE(run(set + "-v2c -c public " + endpoint() + scalar).output.find("Reason: noAccess"), std::string::npos);
+    const Result notWritable = run(set + "-v2c -c private " + endpoint() + scalar);
+    EXPECT_NE(notWritable.output.find("Reason: notWritable"), std::string::npos) << notWritable.output;
+    const Result thresholdSet = run(set + "-v2c -c private " + endpoint() + threshold);
+    EXPECT_NE(thresholdSet.status, 0);
+    EXPECT_TRUE(thresholdSet.output.find("Reason: notWritable") != std::string::npos ||
+                thresholdSet.output.find("Reason: noCreation") != std::string::npos)
+        << thresholdSet.output;
+    const Result v1Set = run(set + "-v1 -c private " + endpoint() + scalar);
+    EXPECT_NE(v1Set.output.find("Reason: (noSuchName)"), std::string::npos) << v1Set.output;
+    EXPECT_EQ(lastLine(run(get + "-v2c " + endpoint() + " " + kSystem + ".3.0").output),
+              ".1.3.6.1.4.1.64999.2.10.3.5.100.3.0 = INTEGER: 4242");
+}
+
+TEST_F(HostE2e, SnmpV3UsersAndCommunitiesAreChecked) {
+    auto daemon = startDaemon(masterConfig());
+    ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
+    const std::string v3 = "snmpget -On -t 2 -r 1 -v3 -l authPriv -u tester -a SHA -x AES ";
+    const Result good = run(v3 + "-A tester-auth-pass -X tester-priv-pass " + endpoint() + " " + kSystem + ".6.0");
+    EXPECT_EQ(lastLine(good.output), ".1.3.6.1.4.1.64999.2.10.3.5.100.6.0 = STRING: \"Test Works\"");
+    const Result badPass = run(v3 + "-A wrong-auth-pass -X tester-priv-pass " + endpoint() + " " + kSystem + ".6.0");
+    EXPECT_NE(badPass.status, 0);
+    EXPECT_NE(badPass.output.find("Authentication failure"), std::string::npos) << badPass.output;
+
+    const Result wrong = run("snmpget -On -t 1 -r 0 -v2c -c nosuchcommunity " + endpoint() + " " + kSystem + ".6.0");
+    EXPECT_NE(wrong.status, 0);
+    EXPECT_EQ(lastLine(wrong.output), "Timeout: No Response from " + endpoint() + ".");
+}
+
+TEST_F(HostE2e, StopsCleanlyOnSigtermAndClosesTheAgent) {
+    auto daemon = startDaemon(masterConfig());
+    ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
+    EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
+    EXPECT_NE(readFile(m_dir + "/daemon-agent.log").find("SNMP Extension Agent closing\n"), std::string::npos);
+}
+
+// The agent's traps with the scripted agent (two traps queued at start-up): each
+// reaches the SNMPv1 sink as an enterprise-specific trap and the SNMPv2c sink in
+// its converted form, bindings included.
+TEST_F(HostE2e, TrapsReachTheConfiguredSinks) {
+    const int trapPort = freePort();
+    write("snmptrapd.conf", "authCommunity log public\n"
+                            "format1 V1 %N %w %q %T|%V|%v\\n\n"
+                            "format2 V2 %V|%v\\n\n");
+    Process receiver({"snmptrapd", "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf", m_dir + "/traps.log",
+                      "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
+                     m_dir + "/snmptrapd.out");
+    ASSERT_TRUE(receiver.waitFor("NET-SNMP version", 10s) ||
+                readFile(m_dir + "/traps.log").find("NET-SNMP version") != std::string::npos);
+    std::this_thread::sleep_for(300ms);
+
+    setenv("HMFAKE_TRAPS", "2", 1);
+    const std::string sink = "127.0.0.1:" + std::to_string(trapPort);
+    auto daemon = startDaemon("agentLibrary " HM_FAKE_AGENT_LIBRARY "\n"
+                              "agentaddress udp:" + endpoint() + "\n"
+                              "rocommunity public 127.0.0.1\n"
+                              "trapsink " + sink + " public\n"
+                              "trap2sink " + sink + " public\n");
+    ASSERT_TRUE(daemon->waitFor("serving 3 regions", 20s)) << daemon->output();
+
+    const auto deadline = Clock::now() + 10s;
+    std::vector<std::string> received;
+    while (Clock::now() < deadline) {
+        received.clear();
+        for (const std::string& line : linesOf(readFile(m_dir + "/traps.log")))
+            if (line.rfind("V1 ", 0) == 0 || line.rfind("V2 ", 0) == 0)
+                received.push_back(line);
+        if (received.size() >= 4)
+            break;
+        std::this_thread::sleep_for(100ms);
+    }
+    ASSERT_EQ(received.size(), 4u) << readFile(m_dir + "/traps.log");
+    auto has = [&](const std::string& line) {
+        return std::find(received.begin(), received.end(), line) != received.end();
+    };
+    // SNMPv1: enterprise, generic trap 6, specific trap, the agent's time stamp
+    // (4200 hundredths = 42 s) and the agent's two bindings.
+    const std::string bindings1 =
+        "|.1.3.6.1.4.1.64999.7.1.1.0 = INTEGER: 1|.1.3.6.1.4.1.64999.7.1.2.0 = STRING: \"trap 1\"";
+    const std::string bindings2 =
+        "|.1.3.6.1.4.1.64999.7.1.1.0 = INTEGER: 2|.1.3.6.1.4.1.64999.7.1.2.0 = STRING: \"trap 2\"";
+    // (snmptrapd prints the specific trap number with a leading dot.)
+    EXPECT_TRUE(has("V1 .1.3.6.1.4.1.64999.7.1000 6 .22 4200" + bindings2)) << readFile(m_dir + "/traps.log");
+    EXPECT_TRUE(has("V1 .1.3.6.1.4.1.64999.7.1000 6 .21 4200" + bindings1)) << readFile(m_dir + "/traps.log");
+    // SNMPv2c: sysUpTime.0, snmpTrapOID.0 = enterprise.0.specific, the bindings
+    // and nothing else.
+    EXPECT_TRUE(has("V2 .1.3.6.1.2.1.1.3.0 = Timeticks: (4200) 0:00:42.00|.1.3.6.1.6.3.1.1.4.1.0 = OID: "
+                    ".1.3.6.1.4.1.64999.7.1000.0.21" +
+                    bindings1))
+        << readFile(m_dir + "/traps.log");
+    EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
+}
+
+TEST_F(HostE2e, AgentxSubagentOfSnmpdSurvivesAMasterRestart) {
+    const std::string socket = "unix:" + m_dir + "/agentx";
+    write("snmpd.conf", "master agentx\n"
+                        "agentXSocket " + socket + "\n"
+                        "agentaddress udp:" + endpoint() + "\n"
+                        "rocommunity public 127.0.0.1\n");
+    const std::vector<std::string> snmpd{"snmpd", "-f", "-C", "-c", m_dir + "/snmpd.conf", "-Lo", "-p",
+                                         m_dir + "/snmpd.pid"};
+    auto master = std::make_unique<Process>(snmpd, m_dir + "/snmpd.out");
+    ASSERT_TRUE(master->waitFor("NET-SNMP version", 10s)) << master->output();
+
+    auto daemon = startDaemon("agentLibrary " HM_SUBAGENT_LIBRARY "\n"
+                              "agentRegistry " + m_dir + "/registry.reg\n"
+                              "agentRole subagent\n"
+                              "agentXSocket " + socket + "\n");
+    ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
+    const std::vector<std::string> expected = libraryWalk();
+    ASSERT_GE(expected.size(), 10u);
+
+    const std::string walk = "snmpwalk -v2c -c public -On -t 5 -r 1 " + endpoint() + " " + kPrivate;
+    auto walkable = [&] { return linesOf(run(walk).output) == expected; };
+    const auto connectDeadline = Clock::now() + 15s;
+    while (!walkable() && Clock::now() < connectDeadline)
+        std::this_thread::sleep_for(200ms);
+    EXPECT_EQ(linesOf(run(walk).output), expected);
+
+    // The master goes away and comes back on the same socket.
+    master->stop(SIGTERM);
+    master = std::make_unique<Process>(snmpd, m_dir + "/snmpd2.out");
+    ASSERT_TRUE(master->waitFor("NET-SNMP version", 10s)) << master->output();
+    const auto restarted = Clock::now();
+    const std::string probe = "snmpget -On -t 1 -r 0 -v2c -c public " + endpoint() + " " + kSystem + ".3.0";
+    bool back = false;
+    while (!back && Clock::now() - restarted < 15s) {
+        back = lastLine(run(probe).output) == ".1.3.6.1.4.1.64999.2.10.3.5.100.3.0 = INTEGER: 4242";
+        if (!back)
+            std::this_thread::sleep_for(250ms);
+    }
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - restarted);
+    RecordProperty("reconnect_ms", static_cast<int>(took.count()));
+    ASSERT_TRUE(back) << daemon->output();
+    EXPECT_EQ(linesOf(run(walk).output), expected);
+    EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
+}
+
+TEST_F(HostE2e, BadConfigurationsStopTheDaemonWithTheirMessage) {
+    // Holds the port the transport case asks for.
+    const int busy = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(bind(busy, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    socklen_t length = sizeof address;
+    getsockname(busy, reinterpret_cast<sockaddr*>(&address), &length);
+    const std::string busyPort = std::to_string(ntohs(address.sin_port));
+
+    const std::string base = "agentaddress udp:" + endpoint() + "\nrocommunity public 127.0.0.1\n";
+    struct Case {
+        std::string name;
+        std::string config;
+        std::string message;
+    } cases[] = {
+        {"missing-library", base + "agentLibrary " + m_dir + "/libnothing.so\n",
+         "hmagentd: error: agent library " + m_dir + "/libnothing.so does not exist"},
+        {"no-entry-points", base + "agentLibrary " HM_COMPAT_LIBRARY "\n",
+         "hmagentd: error: agent library " HM_COMPAT_LIBRARY " does not export SnmpExtensionInit"},
+        {"init-fails", base + "agentLibrary " HM_FAKE_AGENT_LIBRARY "\n",
+         "hmagentd: error: SnmpExtensionInit failed: the agent did not start"},
+        {"transport-in-use",
+         "agentaddress udp:127.0.0.1:" + busyPort + "\nagentLibrary " HM_SUBAGENT_LIBRARY "\n",
+         "hmagentd: error: cannot listen on udp:127.0.0.1:" + busyPort + " (address in use or not available)"},
+        {"unknown-directive", base + "agentLibrary " HM_SUBAGENT_LIBRARY "\nbogusDirective 12\n",
+         "hmagentd: error: " + m_dir + "/unknown-directive.conf: line 4: Unknown token: bogusDirective."},
+        {"bad-role", base + "agentRole boss\n",
+         "hmagentd: error: " + m_dir + "/bad-role.conf: line 3: agentRole must be master or subagent"},
+    };
+    for (const Case& c : cases) {
+        // The scripted agent refuses to start when told so.
+        if (c.name == "init-fails")
+            setenv("HMFAKE_FAIL_INIT", "1", 1);
+        auto daemon = startDaemon(c.config, c.name);
+        unsetenv("HMFAKE_FAIL_INIT");
+        const int status = daemon->wait(20s);
+        EXPECT_NE(status, 0) << c.name;
+        EXPECT_EQ(lastLine(daemon->output()), c.message) << c.name << ":\n" << daemon->output();
+    }
+    close(busy);
+
+    Process missing({HM_AGENTD, "-c", m_dir + "/none.conf"}, m_dir + "/none.out");
+    EXPECT_EQ(missing.wait(20s), 1);
+    EXPECT_EQ(lastLine(missing.output()),
+              "hmagentd: error: configuration file " + m_dir + "/none.conf cannot be read");
+}
+
+} // namespace

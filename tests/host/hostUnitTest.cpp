@@ -1,0 +1,363 @@
+// The host's request and trap paths against the scripted fake extension agent
+// (loaded in process) and a mock of the net-snmp calls.
+#include <dlfcn.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "host/agentHost.h"
+#include "host/hostConfig.h"
+
+namespace hmhost {
+namespace {
+
+using ::testing::_;
+using ::testing::Invoke;
+using ::testing::Return;
+
+Arcs fake(std::initializer_list<uint32_t> tail) {
+    Arcs arcs{1, 3, 6, 1, 4, 1, 64999, 7};
+    arcs.insert(arcs.end(), tail);
+    return arcs;
+}
+
+class MockNetSnmp : public NetSnmp {
+public:
+    MockNetSnmp() {
+        // Registrations are real structures so that the host can fill them in.
+        ON_CALL(*this, createHandlerRegistration(_, _, _, _, _))
+            .WillByDefault(Invoke([](const char* name, Netsnmp_Node_Handler* handler, const oid* root,
+                                     size_t length, int modes) {
+                return netsnmp_create_handler_registration(name, handler, root, length, modes);
+            }));
+        ON_CALL(*this, registerHandler(_)).WillByDefault(Invoke([this](netsnmp_handler_registration* r) {
+            roots.push_back(arcsOf(r->rootoid, r->rootoid_len));
+            registrations.push_back(r);
+            return MIB_REGISTERED_OK;
+        }));
+        ON_CALL(*this, unregisterHandler(_)).WillByDefault(Invoke([](netsnmp_handler_registration* r) {
+            netsnmp_handler_registration_free(r);
+            return 0;
+        }));
+        ON_CALL(*this, setRequestError(_, _, _))
+            .WillByDefault(Invoke([this](netsnmp_agent_request_info*, netsnmp_request_info*, int error) {
+                errors.push_back(error);
+                return error;
+            }));
+        ON_CALL(*this, sendV2trap(_)).WillByDefault(Invoke([this](netsnmp_variable_list* vars) {
+            std::vector<std::string> lines;
+            for (netsnmp_variable_list* v = vars; v != nullptr; v = v->next_variable) {
+                char text[512];
+                snprint_variable(text, sizeof text, v->name, v->name_length, v);
+                lines.push_back(text);
+            }
+            traps.push_back(lines);
+        }));
+    }
+    MOCK_METHOD(netsnmp_handler_registration*, createHandlerRegistration,
+                (const char*, Netsnmp_Node_Handler*, const oid*, size_t, int), (override));
+    MOCK_METHOD(int, registerHandler, (netsnmp_handler_registration*), (override));
+    MOCK_METHOD(int, unregisterHandler, (netsnmp_handler_registration*), (override));
+    MOCK_METHOD(int, registerReadfd, (int, void (*)(int, void*), void*), (override));
+    MOCK_METHOD(int, unregisterReadfd, (int), (override));
+    MOCK_METHOD(int, setRequestError, (netsnmp_agent_request_info*, netsnmp_request_info*, int), (override));
+    MOCK_METHOD(void, sendV2trap, (netsnmp_variable_list*), (override));
+
+    std::vector<Arcs> roots;
+    std::vector<netsnmp_handler_registration*> registrations;
+    std::vector<int> errors;
+    std::vector<std::vector<std::string>> traps;
+};
+
+// One request as net-snmp hands it to a handler.
+struct Request {
+    explicit Request(const Arcs& name, int mode) {
+        const std::vector<oid> arcs = oidsOf(name);
+        snmp_varlist_add_variable(&vars, arcs.data(), arcs.size(), ASN_NULL, nullptr, 0);
+        info.requestvb = vars;
+        reqinfo.mode = mode;
+    }
+    ~Request() { snmp_free_varbind(vars); }
+    Arcs name() const { return arcsOf(vars->name, vars->name_length); }
+
+    netsnmp_variable_list* vars = nullptr;
+    netsnmp_request_info info{};
+    netsnmp_agent_request_info reqinfo{};
+};
+
+class HostTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        // Printed OIDs stay numeric and no MIB files are read.
+        setenv("MIBS", "", 1);
+        netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OID_OUTPUT_FORMAT, NETSNMP_OID_OUTPUT_NUMERIC);
+        init_snmp("hmhosttest");
+    }
+    void SetUp() override {
+        ASSERT_TRUE(loadEntryPoints(HM_FAKE_AGENT_LIBRARY, m_entries, m_error)) << m_error;
+    }
+    void TearDown() override { unsetenv("HMFAKE_TRAPS"); }
+
+    EntryPoints m_entries;
+    std::string m_error;
+};
+
+TEST(StatusMapping, ExtensionStatusesBecomeWhatAManagerExpects) {
+    struct Case {
+        int32_t agent;
+        bool set;
+        bool exists;
+        int expected;
+    } cases[] = {
+        {kNoError, false, false, SNMP_ERR_NOERROR},
+        {kNoSuchName, false, true, SNMP_NOSUCHINSTANCE},
+        {kNoSuchName, false, false, SNMP_NOSUCHOBJECT},
+        {kNoSuchName, true, false, SNMP_ERR_NOCREATION},
+        {kReadOnly, true, false, SNMP_ERR_NOTWRITABLE},
+        {kBadValue, true, false, SNMP_ERR_WRONGVALUE},
+        {kBadValue, false, false, SNMP_ERR_BADVALUE},
+        {kGenErr, false, false, SNMP_ERR_GENERR},
+        {kGenErr, true, false, SNMP_ERR_GENERR},
+        {kTooBig, false, false, SNMP_ERR_TOOBIG},
+        {17, true, false, SNMP_ERR_NOTWRITABLE},
+        {18, true, false, SNMP_ERR_INCONSISTENTNAME},
+        {19, true, false, SNMP_ERR_GENERR},
+        {-1, false, false, SNMP_ERR_GENERR},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(netSnmpStatus(c.agent, c.set, c.exists), c.expected)
+            << "status " << c.agent << " set " << c.set << " exists " << c.exists;
+}
+
+TEST(StatusMapping, HandlerModesBecomeRequestTypes) {
+    struct Case {
+        int mode;
+        bool served;
+        uint32_t type;
+    } cases[] = {
+        {MODE_GET, true, 0xA0},         {MODE_GETNEXT, true, 0xA1},    {MODE_SET_RESERVE1, true, 0xE0},
+        {MODE_SET_RESERVE2, false, 0},  {MODE_SET_ACTION, false, 0},   {MODE_SET_COMMIT, true, 0xA3},
+        {MODE_SET_UNDO, true, 0xE1},    {MODE_SET_FREE, true, 0xE2},   {MODE_GETBULK, false, 0},
+    };
+    for (const Case& c : cases) {
+        uint32_t type = 0;
+        EXPECT_EQ(requestTypeFor(c.mode, type), c.served) << c.mode;
+        if (c.served) {
+            EXPECT_EQ(type, c.type) << c.mode;
+        }
+    }
+}
+
+TEST_F(HostTest, RegistersEveryRegionAndWaitsOnTheTrapEvent) {
+    MockNetSnmp snmp;
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    EXPECT_CALL(snmp, createHandlerRegistration(_, _, _, _, HANDLER_CAN_RWRITE)).Times(3);
+    EXPECT_CALL(snmp, registerHandler(_)).Times(3);
+    int waitedOn = -1;
+    EXPECT_CALL(snmp, registerReadfd(_, _, &host)).WillOnce(Invoke([&](int fd, void (*)(int, void*), void*) {
+        waitedOn = fd;
+        return 0;
+    }));
+    ASSERT_TRUE(host.start("test", 0, m_error)) << m_error;
+    EXPECT_GE(waitedOn, 0);
+    EXPECT_EQ(waitedOn, agent.trapEventFd());
+    EXPECT_EQ(snmp.roots, (std::vector<Arcs>{fake({1}), fake({2}), fake({3})}));
+    EXPECT_CALL(snmp, unregisterReadfd(_)).Times(1);
+    EXPECT_CALL(snmp, unregisterHandler(_)).Times(3);
+    host.stop();
+}
+
+TEST_F(HostTest, FailedInitIsReported) {
+    MockNetSnmp snmp;
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    setenv("HMFAKE_FAIL_INIT", "1", 1);
+    EXPECT_CALL(snmp, registerHandler(_)).Times(0);
+    EXPECT_FALSE(host.start("test", 0, m_error));
+    unsetenv("HMFAKE_FAIL_INIT");
+    EXPECT_EQ(m_error, "SnmpExtensionInit failed: the agent did not start");
+}
+
+TEST_F(HostTest, GetAnswersValuesAndTellsMissingInstancesFromMissingObjects) {
+    ::testing::NiceMock<MockNetSnmp> snmp;
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    ASSERT_TRUE(host.start("test", 0, m_error));
+
+    Request number(fake({1, 1, 0}), MODE_GET);
+    host.serve(fake({1}), &number.reqinfo, &number.info, SNMP_VERSION_2c);
+    ASSERT_EQ(number.vars->type, ASN_INTEGER);
+    EXPECT_EQ(*number.vars->val.integer, 42);
+
+    Request text(fake({1, 2, 0}), MODE_GET);
+    host.serve(fake({1}), &text.reqinfo, &text.info, SNMP_VERSION_2c);
+    ASSERT_EQ(text.vars->type, ASN_OCTET_STR);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(text.vars->val.string), text.vars->val_len), "alpha");
+
+    Request negative(fake({1, 3, 0}), MODE_GET);
+    host.serve(fake({1}), &negative.reqinfo, &negative.info, SNMP_VERSION_2c);
+    EXPECT_EQ(*negative.vars->val.integer, -7);
+
+    // 1.1.5: the object 1.1 exists, the instance does not; 1.9.0: no such object;
+    // with SNMPv1 no probe is needed, either answer becomes noSuchName.
+    Request instance(fake({1, 1, 5}), MODE_GET);
+    host.serve(fake({1}), &instance.reqinfo, &instance.info, SNMP_VERSION_2c);
+    Request object(fake({1, 9, 0}), MODE_GET);
+    host.serve(fake({1}), &object.reqinfo, &object.info, SNMP_VERSION_2c);
+    Request tableInstance(fake({3, 2, 7}), MODE_GET);
+    host.serve(fake({3}), &tableInstance.reqinfo, &tableInstance.info, SNMP_VERSION_2c);
+    Request v1(fake({1, 1, 5}), MODE_GET);
+    host.serve(fake({1}), &v1.reqinfo, &v1.info, SNMP_VERSION_1);
+    EXPECT_EQ(snmp.errors,
+              (std::vector<int>{SNMP_NOSUCHINSTANCE, SNMP_NOSUCHOBJECT, SNMP_NOSUCHINSTANCE, SNMP_NOSUCHOBJECT}));
+}
+
+TEST_F(HostTest, GetNextStaysInItsRegionAndLeavesTheRestToTheNextOne) {
+    ::testing::NiceMock<MockNetSnmp> snmp;
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    ASSERT_TRUE(host.start("test", 0, m_error));
+
+    struct Case {
+        Arcs region;
+        Arcs asked;
+        bool answered;
+        Arcs name;
+    } cases[] = {
+        {fake({1}), fake({1}), true, fake({1, 1, 0})},
+        {fake({1}), {1, 3, 6, 1}, true, fake({1, 1, 0})}, // before the region: from its root
+        {fake({1}), fake({1, 1, 0}), true, fake({1, 2, 0})},
+        {fake({1}), fake({1, 3, 0}), false, {}},  // next variable is in region 3
+        {fake({2}), fake({2}), false, {}},        // empty region
+        {fake({3}), fake({2, 5}), true, fake({3, 1, 1})},
+        {fake({3}), fake({3, 2, 1}), false, {}},  // end of the view
+    };
+    for (const Case& c : cases) {
+        Request request(c.asked, MODE_GETNEXT);
+        host.serve(c.region, &request.reqinfo, &request.info, SNMP_VERSION_2c);
+        if (c.answered) {
+            EXPECT_EQ(request.name(), c.name);
+            EXPECT_NE(request.vars->type, ASN_NULL);
+        } else {
+            EXPECT_EQ(request.name(), c.asked);
+            EXPECT_EQ(request.vars->type, ASN_NULL);
+        }
+    }
+    EXPECT_TRUE(snmp.errors.empty());
+}
+
+TEST_F(HostTest, SetPhasesAreRefusedAsTheAgentSays) {
+    ::testing::NiceMock<MockNetSnmp> snmp;
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    ASSERT_TRUE(host.start("test", 0, m_error));
+    struct Case {
+        Arcs name;
+        int mode;
+        std::vector<int> errors;
+    } cases[] = {
+        {fake({1, 1, 0}), MODE_SET_RESERVE1, {SNMP_ERR_NOTWRITABLE}},
+        {fake({1, 7, 0}), MODE_SET_RESERVE1, {SNMP_ERR_NOCREATION}},
+        {fake({1, 1, 0}), MODE_SET_COMMIT, {SNMP_ERR_NOTWRITABLE}},
+        {fake({1, 1, 0}), MODE_SET_RESERVE2, {}},
+        {fake({1, 1, 0}), MODE_SET_FREE, {}},
+        {fake({1, 1, 0}), MODE_SET_UNDO, {}},
+    };
+    for (const Case& c : cases) {
+        snmp.errors.clear();
+        Request request(c.name, c.mode);
+        long value = 5;
+        snmp_set_var_typed_value(request.vars, ASN_INTEGER, &value, sizeof value);
+        host.serve(fake({1}), &request.reqinfo, &request.info, SNMP_VERSION_2c);
+        EXPECT_EQ(snmp.errors, c.errors) << c.mode;
+    }
+}
+
+TEST_F(HostTest, TrapsAreCollectedUntilTheAgentHasNoMoreAndSentInSnmpV2Form) {
+    ::testing::NiceMock<MockNetSnmp> snmp;
+    setenv("HMFAKE_TRAPS", "2", 1);
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    ASSERT_TRUE(host.start("test", 0, m_error));
+    host.collectTraps();
+    ASSERT_EQ(snmp.traps.size(), 2u);
+    const std::vector<std::string> first{
+        ".1.3.6.1.2.1.1.3.0 = Timeticks: (4200) 0:00:42.00",
+        ".1.3.6.1.6.3.1.1.4.1.0 = OID: .1.3.6.1.4.1.64999.7.1000.0.22",
+        ".1.3.6.1.4.1.64999.7.1.1.0 = INTEGER: 2",
+        ".1.3.6.1.4.1.64999.7.1.2.0 = STRING: \"trap 2\"",
+    };
+    EXPECT_EQ(snmp.traps[0], first);
+    EXPECT_EQ(snmp.traps[1][1], ".1.3.6.1.6.3.1.1.4.1.0 = OID: .1.3.6.1.4.1.64999.7.1000.0.21");
+    EXPECT_EQ(host.trapsSent(), 2u);
+    // The event was consumed: nothing more until it is signalled again.
+    host.collectTraps();
+    EXPECT_EQ(snmp.traps.size(), 2u);
+}
+
+TEST_F(HostTest, AManyTrapWakeUpYieldsToTheSocketsAndComesBack) {
+    ::testing::NiceMock<MockNetSnmp> snmp;
+    setenv("HMFAKE_TRAPS", std::to_string(AgentHost::kTrapsPerWake + 3).c_str(), 1);
+    ExtensionAgent agent(m_entries);
+    AgentHost host(snmp, agent);
+    ASSERT_TRUE(host.start("test", 0, m_error));
+    host.collectTraps();
+    EXPECT_EQ(snmp.traps.size(), static_cast<size_t>(AgentHost::kTrapsPerWake));
+    host.collectTraps(); // the event was signalled again
+    EXPECT_EQ(snmp.traps.size(), static_cast<size_t>(AgentHost::kTrapsPerWake + 3));
+}
+
+TEST(EntryPoints, MissingLibraryOrEntryPointIsNamed) {
+    EntryPoints entries;
+    std::string error;
+    EXPECT_FALSE(loadEntryPoints("/nonexistent/libnothing.so", entries, error));
+    EXPECT_EQ(error, "agent library /nonexistent/libnothing.so does not exist");
+    EXPECT_FALSE(loadEntryPoints(HM_COMPAT_LIBRARY, entries, error));
+    EXPECT_EQ(error, std::string("agent library ") + HM_COMPAT_LIBRARY + " does not export SnmpExtensionInit");
+}
+
+TEST(RoleDirective, ReadBeforeTheAgentStarts) {
+    struct Case {
+        std::string text;
+        bool ok;
+        Role role;
+        std::string error;
+    } cases[] = {
+        {"agentaddress udp:127.0.0.1:1161\n", true, Role::Master, ""},
+        {"agentRole subagent\n", true, Role::Subagent, ""},
+        {"  AGENTROLE   Master  \n", true, Role::Master, ""},
+        {"agentRole subagent\nagentRole master\n", true, Role::Master, ""},
+        {"# agentRole subagent\n", true, Role::Master, ""},
+        {"rocommunity public\nagentRole boss\n", false, Role::Master, ": line 2: agentRole must be master or subagent"},
+    };
+    char dir[] = "/tmp/hmhostroleXXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/role.conf";
+    for (const Case& c : cases) {
+        std::ofstream(path) << c.text;
+        Role role = Role::Master;
+        std::string error;
+        EXPECT_EQ(readRole(path, role, error), c.ok) << c.text;
+        if (c.ok) {
+            EXPECT_EQ(role, c.role) << c.text;
+        } else {
+            EXPECT_EQ(error, path + c.error);
+        }
+    }
+    unlink(path.c_str());
+    Role role = Role::Master;
+    std::string error;
+    EXPECT_FALSE(readRole(path, role, error));
+    EXPECT_EQ(error, "configuration file " + path + " cannot be read");
+    rmdir(dir);
+}
+
+} // namespace
+} // namespace hmhost

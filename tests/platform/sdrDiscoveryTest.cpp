@@ -1,0 +1,395 @@
+// SDR discovery (GetSDRData): decoding of the record bytes, the queries made for
+// each sensor and their order, the failure paths and malformed service data.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/sdrDiscovery.h"
+#include "sensorTestSupport.h"
+
+namespace {
+
+using sensortest::containsInOrder;
+using sensortest::ScriptedResponder;
+using sensortest::TracedTest;
+
+std::string narrow(const CString& s) {
+    char buffer[CString::kLogBufferSize];
+    return s.NarrowForLog(buffer);
+}
+
+// An SDR text of `count` bytes, byte n (from 1) taken from `bytes`, 0 elsewhere.
+std::string sdrText(const std::map<int, int>& bytes, int count = 48) {
+    std::string text;
+    for (int n = 1; n <= count; ++n) {
+        auto it = bytes.find(n);
+        char token[8];
+        std::snprintf(token, sizeof token, "%02x", it == bytes.end() ? 0 : it->second);
+        text += (n > 1 ? " " : "") + std::string(token);
+    }
+    return text;
+}
+
+// Owner 0x20, LUN byte 0x21, sensor 0x30 (48), type 1, and raw thresholds
+// UNR 100, UC 90, UNC 80, LNR 2, LC 5, LNC 10 in bytes 37 to 42.
+std::map<int, int> probeBytes() {
+    return {{4, 0x01},  {6, 0x20},  {7, 0x21},  {8, 0x30},  {9, 0x03},  {10, 0x02},
+            {13, 0x01}, {14, 0x01}, {20, 0x10}, {22, 0x01}, {24, 0x00}, {37, 100},
+            {38, 90},   {39, 80},   {40, 2},    {41, 5},    {42, 10}};
+}
+
+const char* const kProbe = "/BMC/SENSOR[48]/OWNER[32]/LUN[33]";
+
+std::string probe(const std::string& tail) {
+    return kProbe + tail;
+}
+
+class SdrDiscoveryTest : public TracedTest {
+protected:
+    void SetUp() override {
+        TracedTest::SetUp();
+        script = useScript();
+    }
+    // The scan of `type` answers with one entry per text.
+    void scanAnswers(int type, const std::vector<std::string>& texts) {
+        const std::string path = "/BMC/SDR/SENSOR_TYPE[" + std::to_string(type) + "]";
+        QueryResult r;
+        for (size_t i = 0; i < texts.size(); ++i)
+            r["/BMC/SDR[" + std::to_string(i) + "]"] = ScriptedResponder::node({texts[i]});
+        script->answers[path] = r;
+    }
+    std::shared_ptr<ScriptedResponder> script;
+    CDatabase<CSensorWrapper> db;
+};
+
+TEST(SensorKey, PacksLunBitsSensorOwnerAndLunByte) {
+    struct Case {
+        uint32_t lun, number, owner, key;
+    } cases[] = {
+        {0x21, 0x30, 0x20, 0x01302021u},
+        {0x00, 0x01, 0x20, 0x00012000u},
+        {0xE3, 0xFF, 0xFF, 0x07FFFFE3u},
+        {0x1F, 0x05, 0x82, 0x0005821Fu}, // the low LUN bits do not reach the top byte
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(makeSensorKey(c.lun, c.number, c.owner), c.key) << std::hex << c.lun << " " << c.number;
+}
+
+TEST_F(SdrDiscoveryTest, NoRecordsTracesOnlyStartDumpAndEnd) {
+    GetSDRData(7, &db, 1);
+    EXPECT_EQ(db.GetCount(), 0);
+    EXPECT_EQ(trace(), "\n Inside GetSDR Data function"
+                       "\n /BMC/SDR/SENSOR_TYPE[7]\n"
+                       "\nAfter the resultsmap\n"
+                       "\nAfter the resultsmap\n"
+                       "\n End of the GetSDRData Function");
+}
+
+TEST_F(SdrDiscoveryTest, SkipsContainerNodesSilentlyAndEmptyEntriesWithATrace) {
+    script->answers["/BMC/SDR/SENSOR_TYPE[4]"] = {{"a", ScriptedResponder::node({"01 02"}, 1)},
+                                                  {"b", ScriptedResponder::node({})}};
+    GetSDRData(4, &db, 1);
+    EXPECT_EQ(db.GetCount(), 0);
+    EXPECT_EQ(trace(), "\n Inside GetSDR Data function"
+                       "\n /BMC/SDR/SENSOR_TYPE[4]\n"
+                       "\nAfter the resultsmap\n"
+                       "Key = \"a\"\n\tNodeType = 1\n\t\tValue[0] = 01 02\n"
+                       "Key = \"b\"\n\tNodeType = 0\n"
+                       "\nAfter the resultsmap\n"
+                       "\n Inside for loop\n"
+                       "\n Inside for loop\n"
+                       "\nNo Data, continue\n"
+                       "\n End of the GetSDRData Function");
+}
+
+TEST_F(SdrDiscoveryTest, FailedScanIsTracedAndAddsNothing) {
+    script->failures["/BMC/SDR/SENSOR_TYPE[1]"] = {sensortest::failure(12, 6, "BMC not responding")};
+    GetSDRData(1, &db, 10);
+    EXPECT_EQ(db.GetCount(), 0);
+    EXPECT_EQ(trace(), "\n Inside GetSDR Data function"
+                       "\n /BMC/SDR/SENSOR_TYPE[1]\n"
+                       "\n SensorType Query Failed\n"
+                       "Operation: 12"
+                       "on :/BMC/SDR/SENSOR_TYPE[1]"
+                       " failed Error code. 6  -"
+                       "\nAfter the resultsmap\n"
+                       "\nAfter the resultsmap\n"
+                       "\n End of the GetSDRData Function");
+}
+
+TEST_F(SdrDiscoveryTest, QueriesNineValuesNameAndReadingInOrder) {
+    scanAnswers(1, {sdrText(probeBytes())});
+    // No threshold answers: the SDR bytes are interpreted (value = raw byte + 0.5).
+    for (int raw : {100, 90, 80, 2, 5, 10})
+        script->value(probe("/INTERPRET_SENSOR_VALUE[" + std::to_string(raw) + "]"),
+                      std::to_string(raw) + ".5");
+    script->value(probe("/ACCURACY"), "100");
+    script->value(probe("/TOLERANCE"), "2");
+    script->value(probe("/RESOLUTION"), "1");
+    script->value(probe("/NAME"), "Probe A");
+    script->value(probe("/INTERPRET_SENSOR_VALUE"), "45");
+    GetSDRData(1, &db, 10);
+
+    EXPECT_EQ(script->calls, (std::vector<std::string>{
+                                 "/BMC/SDR/SENSOR_TYPE[1]",
+                                 probe("/THRESHOLD/LOWER_CRITICAL"),
+                                 probe("/INTERPRET_SENSOR_VALUE[5]"),
+                                 probe("/THRESHOLD/LOWER_NONCRITICAL"),
+                                 probe("/INTERPRET_SENSOR_VALUE[10]"),
+                                 probe("/THRESHOLD/UPPER_CRITICAL"),
+                                 probe("/INTERPRET_SENSOR_VALUE[90]"),
+                                 probe("/THRESHOLD/UPPER_NONCRITICAL"),
+                                 probe("/INTERPRET_SENSOR_VALUE[80]"),
+                                 probe("/THRESHOLD/LOWER_NONRECOVERABLE"),
+                                 probe("/INTERPRET_SENSOR_VALUE[2]"),
+                                 probe("/THRESHOLD/UPPER_NONRECOVERABLE"),
+                                 probe("/INTERPRET_SENSOR_VALUE[100]"),
+                                 probe("/ACCURACY"),
+                                 probe("/TOLERANCE"),
+                                 probe("/RESOLUTION"),
+                                 probe("/NAME"),
+                                 probe("/INTERPRET_SENSOR_VALUE"),
+                             }));
+
+    ASSERT_EQ(db.GetCount(), 1);
+    const CSensorInfo& info = db.GetAt(0)->m_SensorInfo;
+    const CSensorData& data = db.GetAt(0)->m_SensorData;
+    EXPECT_EQ(info.SensorKey, 0x01302021u);
+    EXPECT_EQ(data.nLowerCritical, 55);
+    EXPECT_EQ(data.nLowerNonCritical, 105);
+    EXPECT_EQ(data.nUpperCritical, 905);
+    EXPECT_EQ(data.nUpperNonCritical, 805);
+    EXPECT_EQ(data.nLowerNonRecoverable, 25);
+    EXPECT_EQ(data.nUpperNonRecoverable, 1005);
+    EXPECT_EQ(info.nAccuracy, 100);
+    EXPECT_EQ(info.nTolerance, 2);
+    EXPECT_EQ(info.nResolution, 1);
+    EXPECT_EQ(data.nReading, 450);
+    EXPECT_EQ(narrow(info.stName), "Probe A");
+
+    EXPECT_TRUE(containsInOrder(
+        trace(), {"\n Inside for loop\n",
+                  "\nssdrreading = " + sdrText(probeBytes()) + "\n",
+                  "\n-------------Before Thresholds------------------------------------\n",
+                  "SensorNumber 48, Ownerid 32, LUN 33, lByte 5 , Multiplier 10\n",
+                  "Thresholdquery completed with 55\n",
+                  "Lower Critical threshold for sensor number 48.\n",
+                  "Get Lower Non Critical threshold for sensor number 48.\n",
+                  "Thresholdquery completed with 105\n",
+                  "\n After the thresholds\n",
+                  "Get Upper Critical threshold for sensor number 48.\n",
+                  "Thresholdquery completed with 905\n",
+                  "Get Upper Non Critical threshold for sensor number 48.\n",
+                  "Thresholdquery completed with 805\n",
+                  "Get Lower Non Critical threshold for sensor number 48.\n",
+                  "Thresholdquery completed with 25\n",
+                  "Get Upper Non Critical threshold for sensor number 48.\n",
+                  "Thresholdquery completed with 1005\n",
+                  "\n\n Description =  ,Value = 0, LC = 55, LNC = 105, UC =905, UNC =805, Tolarane =100, "
+                  "Accuracy =2\n\n",
+                  "\n\n Name of the sensorquerry = /BMC/SENSOR[48]/OWNER[32]/LUN[33]/NAME\n",
+                  "\n Name of the sensor = Probe A\n",
+                  "\n\n Adding the object for sensor Probe A with sensor number 48 and type 1\n\n ",
+                  "\n\n Entering GetSensorData2 for sensor Probe A",
+                  "\n End of the GetSDRData Function"}));
+    // A full record gives no trace of a short or long text.
+    EXPECT_EQ(trace().find("SDR record"), std::string::npos);
+}
+
+TEST_F(SdrDiscoveryTest, SensorWithoutNameIsAddedWithAnEmptyName) {
+    scanAnswers(1, {sdrText(probeBytes())});
+    GetSDRData(1, &db, 1);
+    ASSERT_EQ(db.GetCount(), 1);
+    EXPECT_TRUE(db.GetAt(0)->m_SensorInfo.stName.IsEmpty());
+
+    db.RemoveAll();
+    script->failures[probe("/NAME")] = {sensortest::failure(5, 9, "no name")};
+    clearTrace();
+    GetSDRData(1, &db, 1);
+    ASSERT_EQ(db.GetCount(), 1);
+    EXPECT_TRUE(db.GetAt(0)->m_SensorInfo.stName.IsEmpty());
+    EXPECT_TRUE(
+        containsInOrder(trace(), {"\n FAILED FOR SENSORNAMEQUERY", "Operation: 5",
+                                  "on :/BMC/SENSOR[48]/OWNER[32]/LUN[33]/NAME", " failed. 9", ": no name",
+                                  "\n\n Adding the object for sensor  with sensor number 48 and type 1"}));
+}
+
+TEST_F(SdrDiscoveryTest, ThresholdFailureAbandonsOnlyThatRecord) {
+    std::map<int, int> second = probeBytes();
+    second[8] = 0x31; // sensor 49
+    scanAnswers(1, {sdrText(probeBytes()), sdrText(second)});
+    script->failures[probe("/THRESHOLD/UPPER_CRITICAL")] = {sensortest::failure(3, 1, "timeout")};
+    GetSDRData(1, &db, 1);
+    ASSERT_EQ(db.GetCount(), 1);
+    EXPECT_EQ(db.GetAt(0)->m_SensorInfo.nSensorNumber, 49);
+    const std::string t = trace();
+    EXPECT_EQ(sensortest::countOf(t, "Unknown error: Functions:GetData"), 1u);
+    EXPECT_EQ(sensortest::countOf(t, "\n\n Adding the object for sensor"), 1u);
+}
+
+TEST_F(SdrDiscoveryTest, MalformedRecordTextsAreBounded) {
+    // One decoded field per case: byte 6 (owner), 7 (LUN byte) and 8 (sensor number).
+    struct Case {
+        const char* what;
+        std::string text;
+        int32_t owner, lun, number;
+        const char* traceLine;
+    } cases[] = {
+        {"8 bytes", "01 00 51 01 10 20 00 30", 0x20, 0, 0x30,
+         "\n SDR record has 8 bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n"},
+        {"non-hex tokens", sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, nullptr},
+        {"2,000 characters", "", 0x20, 0x21, 0x30, "\n SDR record text of 2000 characters cut to 1023\n"},
+        {"one huge token", std::string(1500, 'f'), 0, 0, 0,
+         "\n SDR record has 1 bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n"},
+    };
+    // 667 tokens, 2,000 characters: 48 record bytes and 619 bytes of padding.
+    cases[2].text = sdrText(probeBytes());
+    while (cases[2].text.size() < 2000)
+        cases[2].text += " ff";
+    ASSERT_EQ(cases[2].text.size(), 2000u);
+
+    for (const Case& c : cases) {
+        db.RemoveAll();
+        clearTrace();
+        scanAnswers(1, {c.text});
+        GetSDRData(1, &db, 1);
+        ASSERT_EQ(db.GetCount(), 1) << c.what;
+        const CSensorInfo& info = db.GetAt(0)->m_SensorInfo;
+        EXPECT_EQ(info.nOwnerID, c.owner) << c.what;
+        EXPECT_EQ(info.nLUN, c.lun) << c.what;
+        EXPECT_EQ(info.nSensorNumber, c.number) << c.what;
+        if (c.traceLine != nullptr) {
+            EXPECT_NE(trace().find(c.traceLine), std::string::npos) << c.what << "\n" << trace();
+        }
+    }
+    // The 2,000-character text keeps 341 tokens, of which bytes 1 to 129 are used.
+    db.RemoveAll();
+    clearTrace();
+    scanAnswers(1, {cases[2].text});
+    GetSDRData(1, &db, 1);
+    EXPECT_TRUE(
+        containsInOrder(trace(), {"\n SDR record text of 2000 characters cut to 1023\n",
+                                  "\nssdrreading = " + cases[2].text.substr(0, 1023) + "\n",
+                                  "\n SDR record has 341 bytes, the 212 beyond byte 129 are ignored\n"}));
+}
+
+TEST_F(SdrDiscoveryTest, LongNameAndLongReadingAreKeptWithinTheirBuffers) {
+    scanAnswers(1, {sdrText(probeBytes())});
+    const std::string name(300, 'N');
+    script->value(probe("/NAME"), name);
+    const std::string reading = "FULLY_REDUNDANT," + std::string(184, 'R');
+    script->value(probe("/INTERPRET_SENSOR_VALUE"), reading);
+    GetSDRData(1, &db, 1);
+    ASSERT_EQ(db.GetCount(), 1);
+    const CSensorWrapper& w = *db.GetAt(0);
+    EXPECT_EQ(w.m_SensorInfo.stName.GetLength(), 300u);
+    EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "Full Redundancy," + std::string(111, 'R'));
+    EXPECT_EQ(w.m_SensorData.nReading, 0);
+    EXPECT_TRUE(containsInOrder(
+        trace(),
+        {"\n Name of the sensor = " + name + "\n",
+         "\n\n Adding the object for sensor " + std::string(127, 'N') + " with sensor number 48 and type 1",
+         "\n Reading text of more than 127 characters, only the first 127 are mapped\n"}));
+}
+
+TEST_F(SdrDiscoveryTest, DatabaseGrowsByOneRecordPerSensorInScanOrder) {
+    std::vector<std::string> texts;
+    for (int n = 1; n <= 5; ++n) {
+        std::map<int, int> b = probeBytes();
+        b[8] = n;
+        texts.push_back(sdrText(b));
+    }
+    scanAnswers(1, texts);
+    GetSDRData(1, &db, 1);
+    ASSERT_EQ(db.GetCount(), 5);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(db.GetAt(i)->m_SensorInfo.nSensorNumber, i + 1);
+    // A second scan appends again: the caller clears before a rescan.
+    GetSDRData(1, &db, 1);
+    EXPECT_EQ(db.GetCount(), 10);
+    db.RemoveAt(0);
+    EXPECT_EQ(db.GetCount(), 9);
+    EXPECT_EQ(db.GetAt(0)->m_SensorInfo.nSensorNumber, 2);
+    EXPECT_EQ(db.GetAt(9), nullptr);
+}
+
+// Against a platform file: the service's own conversions and keys.
+class SdrDiscoveryPlatformTest : public TracedTest {};
+
+TEST_F(SdrDiscoveryPlatformTest, DecodesEveryRecordOfTheScannedType) {
+    sensortest::usePlatformFile("discovery.json");
+    CDatabase<CSensorWrapper> db;
+    GetSDRData(1, &db, 10);
+    ASSERT_EQ(db.GetCount(), 3);
+
+    struct Expected {
+        const char* name;
+        int32_t number, owner, lun, entityId, entityInstance, baseUnit, eventType, settable;
+        uint32_t key;
+        int32_t reading, unr, uc, unc, lnc, lc, lnr, tolerance, resolution, accuracy;
+        const char* text;
+    } expected[] = {
+        // Probe A: m 1; thresholds raw 90, 80, 5; reading 45; all x10.
+        {"Probe A", 48,  32,  33,       3,  2,        1, 1, 0x10, 0x01302021u, 450,
+         NO_VALUE,  900, 800, NO_VALUE, 50, NO_VALUE, 2, 1, 100,  "45"},
+        // Probe B: 0.5 per count; UNR 200 -> 100, UC 180 -> 90, LNC 21 -> 10.5; reading 81 -> 40.5.
+        {"Probe B", 49,  32,       0,   7,        1,        1, 1, 0x31, 0x00312000u, 405,
+         1000,      900, NO_VALUE, 105, NO_VALUE, NO_VALUE, 1, 5, 0,    "40.5"},
+        // A compact discrete record, decoded with the full layout all the same: byte 20 is the
+        // high byte of its reading mask (0x7FFF).
+        {"Temp Status",
+         51,
+         32,
+         0,
+         7,
+         4,
+         0,
+         3,
+         0x7F,
+         0x00332000u,
+         0,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         NO_VALUE,
+         "State Asserted"},
+    };
+    for (int i = 0; i < 3; ++i) {
+        const Expected& e = expected[i];
+        const CSensorInfo& info = db.GetAt(i)->m_SensorInfo;
+        const CSensorData& data = db.GetAt(i)->m_SensorData;
+        SCOPED_TRACE(e.name);
+        EXPECT_EQ(narrow(info.stName), e.name);
+        EXPECT_EQ(info.nSensorNumber, e.number);
+        EXPECT_EQ(info.nOwnerID, e.owner);
+        EXPECT_EQ(info.nLUN, e.lun);
+        EXPECT_EQ(info.nEntityID, e.entityId);
+        EXPECT_EQ(info.nEntityInstance, e.entityInstance);
+        EXPECT_EQ(info.nSensorType, 1);
+        EXPECT_EQ(info.nBaseUnit, e.baseUnit);
+        EXPECT_EQ(info.nEventReadingType, e.eventType);
+        EXPECT_EQ(info.nThresholdMask, e.settable);
+        EXPECT_EQ(info.SensorKey, e.key);
+        EXPECT_EQ(data.nReading, e.reading);
+        EXPECT_EQ(data.nUpperNonRecoverable, e.unr);
+        EXPECT_EQ(data.nUpperCritical, e.uc);
+        EXPECT_EQ(data.nUpperNonCritical, e.unc);
+        EXPECT_EQ(data.nLowerNonCritical, e.lnc);
+        EXPECT_EQ(data.nLowerCritical, e.lc);
+        EXPECT_EQ(data.nLowerNonRecoverable, e.lnr);
+        EXPECT_EQ(info.nTolerance, e.tolerance);
+        EXPECT_EQ(info.nResolution, e.resolution);
+        EXPECT_EQ(info.nAccuracy, e.accuracy);
+        EXPECT_EQ(narrow(data.stReadingText), e.text);
+    }
+}
+
+} // namespace

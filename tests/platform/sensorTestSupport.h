@@ -1,0 +1,194 @@
+// Shared by the sensor tests: a query source answering from a script or from a
+// platform file, and the trace written during a test, read back without its
+// time and thread prefixes.
+#ifndef HM_TESTS_PLATFORM_SENSORTESTSUPPORT_H
+#define HM_TESTS_PLATFORM_SENSORTESTSUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "core/debugLog.h"
+#include "kelvarn/Platform.h"
+#include "kelvarn/PlatformFile.h"
+#include "kelvarn/Responder.h"
+#include "platform/queryService.h"
+
+namespace sensortest {
+
+// Answers from a script: one result map per path, or a failure to throw; any
+// other path gets an empty result. Records every path asked, in order.
+class ScriptedResponder : public kelvarn::Responder {
+public:
+    std::map<std::string, QueryResult> answers;
+    std::map<std::string, std::vector<RStatus>> failures;
+    std::vector<std::string> calls;
+
+    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
+                uint8_t, kelvarn::ResultMap& out) override {
+        calls.push_back(path);
+        auto f = failures.find(path);
+        if (f != failures.end())
+            throw ResultStatus(f->second);
+        auto a = answers.find(path);
+        if (a != answers.end())
+            out = a->second;
+    }
+
+    // A single-valued answer keyed by its own path.
+    void value(const std::string& path, const std::string& text) { answers[path] = {{path, node({text})}}; }
+
+    static _XNode node(std::vector<std::string> values, int type = 0) {
+        _XNode n;
+        n.NodeType = type;
+        n.Values = std::move(values);
+        return n;
+    }
+};
+
+inline RStatus failure(int operation, uint16_t code, const char* message) {
+    RStatus s;
+    s.Operation = operation;
+    s.Code = code;
+    s.Message = message;
+    return s;
+}
+
+inline std::string dataFile(const std::string& name) {
+    return std::string(HM_TEST_DATA_DIR) + "/sensors/" + name;
+}
+
+inline kelvarn::PlatformModel loadModel(const std::string& name) {
+    return kelvarn::loadPlatformFile(dataFile(name));
+}
+
+// A source serving a platform model that a test can replace while it runs.
+class MutableSource : public kelvarn::Source {
+public:
+    explicit MutableSource(kelvarn::PlatformModel model) : m_model(std::move(model)) {}
+    std::string describe() const override { return "test platform"; }
+    std::vector<kelvarn::Bytes> sdrRepository() override {
+        std::lock_guard<std::mutex> guard(m_lock);
+        return m_model.sdr;
+    }
+    bool sensorReading(const kelvarn::SensorAddress& address, kelvarn::SensorReading& out) override {
+        std::lock_guard<std::mutex> guard(m_lock);
+        auto it = m_model.readings.find(address);
+        if (it == m_model.readings.end())
+            return false;
+        out = it->second;
+        return true;
+    }
+    std::vector<kelvarn::SelEntry> selEntries() override {
+        std::lock_guard<std::mutex> guard(m_lock);
+        return m_model.sel;
+    }
+    kelvarn::Inventory inventory() override {
+        std::lock_guard<std::mutex> guard(m_lock);
+        return m_model.inventory;
+    }
+    void replace(kelvarn::PlatformModel model) {
+        std::lock_guard<std::mutex> guard(m_lock);
+        m_model = std::move(model);
+    }
+
+private:
+    std::mutex m_lock;
+    kelvarn::PlatformModel m_model;
+};
+
+// Serves the platform file tests/data/sensors/<name> as the process's query source;
+// the source returned can be given another model while a test runs.
+inline std::shared_ptr<MutableSource> usePlatformFile(const std::string& name) {
+    auto source = std::make_shared<MutableSource>(loadModel(name));
+    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(source));
+    return source;
+}
+
+// Changes the raw reading of sensor `number` (owner 0x20, LUN 0) in `model`.
+inline void setRawReading(kelvarn::PlatformModel& model, uint8_t number, uint8_t raw) {
+    kelvarn::SensorAddress address;
+    address.number = number;
+    model.readings[address].raw = raw;
+}
+
+// Opens a fresh trace file per test and closes it (and drops the query source) after.
+class TracedTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char name[] = "/tmp/hm-sensor-trace-XXXXXX";
+        int fd = mkstemp(name);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        tracePath = name;
+        openDebugLog(tracePath.c_str(), 10);
+    }
+    void TearDown() override {
+        closeDebugLog();
+        std::remove(tracePath.c_str());
+        kelvarn::setProcessResponder(nullptr);
+    }
+
+    std::shared_ptr<ScriptedResponder> useScript() {
+        auto responder = std::make_shared<ScriptedResponder>();
+        kelvarn::setProcessResponder(responder);
+        return responder;
+    }
+
+    // The trace written since SetUp, without the banner and the line prefixes.
+    std::string trace() const {
+        std::ifstream in(tracePath);
+        std::stringstream text;
+        text << in.rdbuf();
+        std::string s = text.str();
+        const std::string banner = "*********** New Log ****************\n";
+        if (s.compare(0, banner.size(), banner) == 0)
+            s.erase(0, banner.size());
+        return std::regex_replace(s, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}: \\([0-9]+\\) "), "");
+    }
+
+    // Empties the trace file, so that the next trace() shows only what follows.
+    void clearTrace() {
+        closeDebugLog();
+        std::ofstream(tracePath, std::ios::trunc).close();
+        openDebugLog(tracePath.c_str(), 10);
+    }
+
+    std::string tracePath;
+};
+
+// True when every piece occurs in `text`, in the given order.
+inline ::testing::AssertionResult containsInOrder(const std::string& text,
+                                                  const std::vector<std::string>& pieces) {
+    size_t at = 0;
+    for (const std::string& piece : pieces) {
+        size_t found = text.find(piece, at);
+        if (found == std::string::npos)
+            return ::testing::AssertionFailure() << "missing (in order): \"" << piece << "\"\n--- trace ---\n"
+                                                 << text;
+        at = found + piece.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+inline size_t countOf(const std::string& text, const std::string& piece) {
+    size_t n = 0;
+    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + piece.size()))
+        ++n;
+    return n;
+}
+
+} // namespace sensortest
+
+#endif

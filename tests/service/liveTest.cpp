@@ -1,0 +1,167 @@
+// Live changes through the journal, and SDR repositories replayed from
+// "ipmitool sdr dump" files.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include <unistd.h>
+
+#include "kelvarn/Journal.h"
+#include "kelvarn/Sdr.h"
+#include "serviceTestUtil.h"
+
+namespace {
+
+using kelvarn::PlatformModel;
+
+class JournalTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        journal = "/tmp/kelvarn-journal-" + std::to_string(getpid()) + "-" +
+                  ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        std::remove(journal.c_str());
+        source = std::make_shared<kelvarn::SimulatedSource>(
+            "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"), journal);
+        system = std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
+    }
+    void TearDown() override { std::remove(journal.c_str()); }
+    void appendRaw(const std::string& text) { std::ofstream(journal, std::ios::app) << text; }
+    size_t selSize() {
+        Result r;
+        system->Get("/BMC/SEL/TRANSLATED", r);
+        return r["/BMC/SEL/TRANSLATED"].Values.size();
+    }
+
+    std::string journal;
+    std::shared_ptr<kelvarn::SimulatedSource> source;
+    std::unique_ptr<SDK::System> system;
+};
+
+const char* const kCpu2 = "/BMC/SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE";
+const char* const kPsu2 = "/BMC/SENSOR[65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE";
+
+TEST_F(JournalTest, ChangesApplyInOrder) {
+    kelvarn::appendJournal(journal, "reading 32 0 4 93");
+    kelvarn::appendJournal(journal, "states 32 0 65 0x3");
+    EXPECT_EQ(valueOf(*system, kCpu2), "93");
+    EXPECT_EQ(valueOf(*system, kPsu2), "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED");
+    kelvarn::appendJournal(journal, "available 32 0 4 0");
+    kelvarn::appendJournal(journal, "reading 32 0 4 60");
+    EXPECT_EQ(valueOf(*system, kCpu2), "READING_UNAVAILABLE");
+    kelvarn::appendJournal(journal, "available 32 0 4 1");
+    EXPECT_EQ(valueOf(*system, kCpu2), "60");
+}
+
+TEST_F(JournalTest, SelEventsFollowTheNewestRecordAndClearEmptiesTheSel) {
+    // CPU2 Temp (sensor 4, temperature, threshold type), upper critical going high.
+    kelvarn::appendJournal(journal, "sel-add 1763700000 32 4 9 assert 92 90");
+    kelvarn::appendJournal(journal, "sel-raw 07 00 02 00 00 00 00 20 00 04 05 80 6f 00 ff ff");
+    Result r;
+    system->Get("/BMC/SEL/TRANSLATED[5]", r);
+    // 1763700000 = 0x691FED20; event data 1 = 0x50 | offset 9.
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/RAW"].Values.at(0),
+              "06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a");
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/DESCR"].Values.at(0),
+              "CPU2 Temp: Upper Critical going high Asserted");
+    EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[6]/DESCR"),
+              "Intrusion: GENERAL_CHASSIS_INTRUSION Asserted");
+    kelvarn::appendJournal(journal, "sel-clear");
+    EXPECT_EQ(selSize(), 0u);
+    kelvarn::appendJournal(journal, "sel-add 1763700100 32 4 9 deassert 255 255");
+    EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[0]/VALUE"), "0001");
+}
+
+TEST_F(JournalTest, AHalfWrittenLineWaitsForItsEnd) {
+    appendRaw("reading 32 0 4 9");
+    EXPECT_EQ(valueOf(*system, kCpu2), "87");
+    appendRaw("1\n");
+    EXPECT_EQ(valueOf(*system, kCpu2), "91");
+}
+
+TEST_F(JournalTest, BadLinesAreSkippedAndCounted) {
+    appendRaw("reading 32 0 200 5\nreading 32 0 4 300\nfly away\n# a note\nreading 32 0 4 70\n");
+    EXPECT_EQ(valueOf(*system, kCpu2), "70");
+    std::string why;
+    EXPECT_EQ(source->rejectedChanges(&why), 3u);
+    EXPECT_EQ(why, "unknown change \"fly away\"");
+    EXPECT_THROW(kelvarn::appendJournal(journal, "two\nlines"), kelvarn::PlatformFileError);
+    EXPECT_THROW(kelvarn::appendJournal("/nonexistent/dir/journal", "sel-clear"), kelvarn::PlatformFileError);
+}
+
+TEST_F(JournalTest, AShrunkOrRemovedJournalStartsAgainFromThePlatform) {
+    kelvarn::appendJournal(journal, "reading 32 0 4 10");
+    kelvarn::appendJournal(journal, "reading 32 0 4 11");
+    EXPECT_EQ(valueOf(*system, kCpu2), "11");
+    std::ofstream(journal, std::ios::trunc) << "reading 32 0 4 12\n";
+    EXPECT_EQ(valueOf(*system, kCpu2), "12");
+    std::remove(journal.c_str());
+    EXPECT_EQ(valueOf(*system, kCpu2), "87");
+}
+
+TEST(JournalLineTest, RefusesMalformedChanges) {
+    PlatformModel m = kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo");
+    std::string why;
+    for (const char* line : {"", "reading 32 0 4", "reading 32 0 4 256", "states 32 0 65 0x8000",
+                             "available 32 0 4 2", "sel-add 1 32 99 0 assert 255 255",
+                             "sel-add 1 32 4 15 assert 255 255", "sel-add 1 32 4 0 sideways 255 255",
+                             "sel-raw 00 11", "sel-raw 0 1 2 3 4 5 6 7 8 9 a b c d e 100", "sel-clear now"})
+        EXPECT_FALSE(kelvarn::applyJournalLine(m, line, why)) << line;
+    EXPECT_EQ(m.sel.size(), 5u);
+}
+
+// An "ipmitool sdr dump" file: records back to back, here a full sensor record with a
+// nominal reading, a compact one and a management controller locator (type 0x12).
+TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
+    kelvarn::SdrFields full;
+    full.recordId = 1;
+    full.number = 0x30;
+    full.sensorType = 1;
+    full.analogFlags = 0x01;
+    full.nominal = 40;
+    full.readableMask = 0x10;
+    full.thresholds[kelvarn::kUpperCritical] = 90;
+    full.name = "Temp";
+    kelvarn::SdrFields compact;
+    compact.recordId = 2;
+    compact.recordType = 2;
+    compact.number = 0x31;
+    compact.sensorType = 0x0D;
+    compact.eventReadingType = 0x6F;
+    compact.analogFormat = kelvarn::AnalogFormat::None;
+    compact.name = "Bay";
+    const kelvarn::Bytes locator = {0x03, 0x00, 0x51, 0x12, 0x0b, 0x20, 0x00, 0x00,
+                                    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xc0 | 0x00};
+    std::string dir = "/tmp/kelvarn-dump-" + std::to_string(getpid());
+    std::string dump = dir + ".bin", platform = dir + ".json";
+    {
+        std::ofstream out(dump, std::ios::binary);
+        for (const kelvarn::Bytes& rec : {kelvarn::encodeSdr(full), kelvarn::encodeSdr(compact), locator})
+            out.write(reinterpret_cast<const char*>(rec.data()), static_cast<std::streamsize>(rec.size()));
+        std::ofstream(platform) << R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sdrDump": ")" +
+                                       dump.substr(dump.rfind('/') + 1) +
+                                       R"(", "readings": [{"number": 49, "states": ["DRIVE_FAULT"]}]}})";
+    }
+    auto source = std::make_shared<kelvarn::SimulatedSource>("dump", kelvarn::loadPlatformFile(platform));
+    SDK::System system(kelvarn::makePlatformResponder(source));
+    Result all;
+    system.Get("/BMC/SDR", all);
+    EXPECT_EQ(all.size(), 3u);
+    EXPECT_EQ(all["/BMC/SDR[2]"].Values.at(0), "03 00 51 12 0b 20 00 00 00 00 00 00 00 00 00 c0");
+    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "40");
+    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[48]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL"), "90");
+    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[49]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "DRIVE_FAULT");
+
+    // A dump cut inside a record is refused.
+    { std::ofstream(dump, std::ios::binary | std::ios::app) << std::string("\x04\x00\x51\x01\x30\x20", 6); }
+    try {
+        kelvarn::loadPlatformFile(platform);
+        ADD_FAILURE() << "cut dump accepted";
+    } catch (const kelvarn::PlatformFileError& e) {
+        EXPECT_NE(std::string(e.what()).find("record at byte"), std::string::npos) << e.what();
+    }
+    std::remove(dump.c_str());
+    std::remove(platform.c_str());
+}
+
+} // namespace

@@ -1,0 +1,172 @@
+// Shared by the inventory table tests: serving a platform file of tests/data/inventory
+// (or a scripted answer set) as the process's query source, a fresh trace per test, and
+// reading a table's columns as plain values.
+#ifndef HM_TESTS_TABLES_INVENTORYTESTSUPPORT_H
+#define HM_TESTS_TABLES_INVENTORYTESTSUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/debugLog.h"
+#include "kelvarn/Platform.h"
+#include "kelvarn/PlatformFile.h"
+#include "kelvarn/Responder.h"
+#include "platform/queryService.h"
+#include "tables/BaseAccessor.h"
+
+namespace inventorytest {
+
+inline std::string dataFile(const std::string& name) {
+    return std::string(HM_TEST_DATA_DIR) + "/inventory/" + name;
+}
+
+inline void servePlatform(kelvarn::PlatformModel model, const std::string& name) {
+    auto source = std::make_shared<kelvarn::SimulatedSource>(name, std::move(model));
+    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(source));
+}
+
+// Serves tests/data/inventory/<name>.
+inline void servePlatformFile(const std::string& name) {
+    servePlatform(kelvarn::loadPlatformFile(dataFile(name)), name);
+}
+
+// Serves platform text given by the test.
+inline void servePlatformText(const std::string& text) {
+    servePlatform(kelvarn::parsePlatform(text, "test platform"), "test platform");
+}
+
+// Answers from a script: a failure for every path in `failing` (or for every path when
+// `failAll`), an empty answer for anything else.
+class FailingResponder : public kelvarn::Responder {
+public:
+    bool failAll = true;
+    std::vector<std::string> failing;
+    std::vector<std::string> calls;
+
+    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
+                uint8_t, kelvarn::ResultMap&) override {
+        calls.push_back(path);
+        bool fail = failAll;
+        for (const std::string& f : failing)
+            fail = fail || f == path;
+        if (fail) {
+            RStatus s;
+            s.Operation = 1;
+            s.Code = 1086;
+            s.Message = "data source unavailable";
+            throw ResultStatus(std::vector<RStatus>{s});
+        }
+    }
+};
+
+// A fresh trace file per test; the query source is dropped after each test.
+class InventoryTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char name[] = "/tmp/hm-inventory-trace-XXXXXX";
+        int fd = mkstemp(name);
+        ASSERT_GE(fd, 0);
+        close(fd);
+        tracePath = name;
+        openDebugLog(tracePath.c_str(), 10);
+    }
+    void TearDown() override {
+        closeDebugLog();
+        std::remove(tracePath.c_str());
+        kelvarn::setProcessResponder(nullptr);
+    }
+
+    std::string trace() const {
+        std::ifstream in(tracePath);
+        std::stringstream text;
+        text << in.rdbuf();
+        return text.str();
+    }
+
+    std::string tracePath;
+};
+
+// One column read: the result code and the value.
+struct IntRead {
+    uint32_t code;
+    int32_t value;
+};
+
+struct StrRead {
+    uint32_t code;
+    std::string value;
+    bool null;
+};
+
+enum class Getter { IntInfo, IntData, StrInfo, StrData };
+
+inline IntRead readInt(BaseAccessor& table, Getter getter, int attribute, int index) {
+    IntRead r{0, 12345};
+    r.code = getter == Getter::IntInfo ? table.getIntInfo(attribute, index, &r.value)
+                                       : table.getIntData(attribute, index, &r.value);
+    return r;
+}
+
+inline StrRead readStr(BaseAccessor& table, Getter getter, int attribute, int index) {
+    char* text = reinterpret_cast<char*>(1);
+    StrRead r{0, "", false};
+    r.code = getter == Getter::StrInfo ? table.getStrInfo(attribute, index, &text)
+                                       : table.getStrData(attribute, index, &text);
+    r.null = text == nullptr;
+    if (text != nullptr) {
+        r.value = text;
+        free(text);
+    }
+    return r;
+}
+
+// An expected integer or text column of one row.
+struct Column {
+    int attribute;
+    Getter getter;
+    int32_t number;   // for IntInfo / IntData
+    const char* text; // for StrInfo / StrData
+};
+
+inline Column I(int attribute, int32_t value) {
+    return {attribute, Getter::IntInfo, value, nullptr};
+}
+inline Column IL(int attribute, int32_t value) {
+    return {attribute, Getter::IntData, value, nullptr};
+}
+inline Column S(int attribute, const char* value) {
+    return {attribute, Getter::StrInfo, 0, value};
+}
+inline Column SL(int attribute, const char* value) {
+    return {attribute, Getter::StrData, 0, value};
+}
+
+// Checks every listed column of row `index`.
+inline void expectRow(BaseAccessor& table, int index, const std::vector<Column>& columns) {
+    for (const Column& c : columns) {
+        SCOPED_TRACE("row " + std::to_string(index) + " attribute " + std::to_string(c.attribute));
+        if (c.getter == Getter::IntInfo || c.getter == Getter::IntData) {
+            IntRead r = readInt(table, c.getter, c.attribute, index);
+            EXPECT_EQ(CLIENT_SUCCESS, r.code);
+            EXPECT_EQ(c.number, r.value);
+        } else {
+            StrRead r = readStr(table, c.getter, c.attribute, index);
+            EXPECT_EQ(CLIENT_SUCCESS, r.code);
+            EXPECT_EQ(std::string(c.text), r.value);
+        }
+    }
+}
+
+} // namespace inventorytest
+
+#endif

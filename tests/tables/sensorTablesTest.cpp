@@ -1,0 +1,371 @@
+// The temperature, voltage and cooling-device tables against platform files whose
+// raw readings, thresholds and conversion factors give the published values below,
+// worked out by hand from the tables' rules.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "core/hmClient.h"
+#include "platform/sensorTableSupport.h"
+#include "tables/coolingDevice.h"
+#include "tables/temperatureProbe.h"
+#include "tables/voltageProbe.h"
+#include "tests/platform/sensorTestSupport.h"
+
+namespace {
+
+using sensortest::containsInOrder;
+using sensortest::countOf;
+using sensortest::TracedTest;
+
+constexpr int32_t A = NO_VALUE; // absent
+
+// Attribute codes of one table, and its no-row code.
+struct Codes {
+    int id, description, statusName, status, reading, unr, uc, unc, lnc, lc, lnr, resolution, tolerance,
+        accuracy;
+    uint32_t noRow;
+};
+const Codes kTemperature{138, 139, 140, 141, 142, 143, 144, 145, 148, 147, 146, 149, 150, 151, 32};
+const Codes kVoltage{55, 56, 57, 58, 59, 60, 61, 62, 63, 64, 65, 66, 67, 68, 25};
+const Codes kCooling{117, 118, 119, 120, 121, 122, 123, 124, 125, 126, 127, 128, 129, 130, 30};
+
+// One published row.
+struct Row {
+    uint32_t id;
+    const char* description;
+    int32_t initStatus; // the row's status as start-up found it
+    const char* statusName;
+    int32_t status;
+    int32_t reading, unr, uc, unc, lnc, lc, lnr, resolution, tolerance, accuracy;
+};
+
+int32_t intInfo(BaseAccessor& t, int attribute, int index) {
+    int32_t v = 0;
+    EXPECT_EQ(t.getIntInfo(attribute, index, &v), CLIENT_SUCCESS) << "attribute " << attribute;
+    return v;
+}
+
+int32_t intData(BaseAccessor& t, int attribute, int index) {
+    int32_t v = 0;
+    EXPECT_EQ(t.getIntData(attribute, index, &v), CLIENT_SUCCESS) << "attribute " << attribute;
+    return v;
+}
+
+std::string text(uint32_t (BaseAccessor::*get)(int, int, char**), BaseAccessor& t, int attribute, int index) {
+    char* v = nullptr;
+    EXPECT_EQ((t.*get)(attribute, index, &v), CLIENT_SUCCESS) << "attribute " << attribute;
+    std::string s = v ? v : "(null)";
+    free(v);
+    return s;
+}
+
+template <class XInfo>
+void expectRows(BaseContainer<XInfo>& t, const Codes& c, const std::vector<Row>& rows) {
+    ASSERT_EQ(t.getCount(), static_cast<int>(rows.size()));
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const Row& r = rows[i];
+        const int n = static_cast<int>(i);
+        SCOPED_TRACE(r.description);
+        EXPECT_EQ(intInfo(t, c.id, n), static_cast<int32_t>(r.id));
+        EXPECT_EQ(text(&BaseAccessor::getStrInfo, t, c.description, n), r.description);
+        EXPECT_EQ(static_cast<XInfo*>(t.getRow(n))->status, r.initStatus);
+        EXPECT_EQ(text(&BaseAccessor::getStrData, t, c.statusName, n), r.statusName);
+        EXPECT_EQ(intData(t, c.status, n), r.status);
+        EXPECT_EQ(intData(t, c.reading, n), r.reading);
+        EXPECT_EQ(intData(t, c.unr, n), r.unr);
+        EXPECT_EQ(intData(t, c.uc, n), r.uc);
+        EXPECT_EQ(intData(t, c.unc, n), r.unc);
+        EXPECT_EQ(intData(t, c.lnc, n), r.lnc);
+        EXPECT_EQ(intData(t, c.lc, n), r.lc);
+        EXPECT_EQ(intData(t, c.lnr, n), r.lnr);
+        EXPECT_EQ(intInfo(t, c.resolution, n), r.resolution);
+        EXPECT_EQ(intInfo(t, c.tolerance, n), r.tolerance);
+        EXPECT_EQ(intInfo(t, c.accuracy, n), r.accuracy);
+    }
+}
+
+// Every operation of an empty table answers its no-row code; unknown attributes 9.
+void expectNoRows(BaseAccessor& t, const Codes& c) {
+    int32_t v = 0;
+    char* s = reinterpret_cast<char*>(1);
+    EXPECT_EQ(t.getCount(), 0);
+    EXPECT_EQ(t.getIntInfo(c.id, 0, &v), c.noRow);
+    EXPECT_EQ(v, -1);
+    EXPECT_EQ(t.getIntData(c.reading, 0, &v), c.noRow);
+    EXPECT_EQ(t.getStrInfo(c.description, 0, &s), c.noRow);
+    EXPECT_EQ(s, nullptr);
+    EXPECT_EQ(t.getStrData(c.statusName, 0, &s), c.noRow);
+    EXPECT_EQ(t.setIntData(c.uc, 0, 100), c.noRow);
+}
+
+void expectUnknownAttributes(BaseAccessor& t, const Codes& c) {
+    int32_t v = 0;
+    char* s = nullptr;
+    EXPECT_EQ(t.getIntInfo(c.description, 0, &v), CLIENT_ERROR_NOSUCHNAME);
+    EXPECT_EQ(v, -1);
+    EXPECT_EQ(t.getIntData(c.id, 0, &v), CLIENT_ERROR_NOSUCHNAME);
+    EXPECT_EQ(v, -1);
+    EXPECT_EQ(t.getStrInfo(c.statusName, 0, &s), CLIENT_ERROR_NOSUCHNAME);
+    EXPECT_EQ(s, nullptr);
+    EXPECT_EQ(t.getStrData(c.description, 0, &s), CLIENT_ERROR_NOSUCHNAME);
+    EXPECT_EQ(s, nullptr);
+    EXPECT_EQ(t.setIntData(c.reading, 0, 5), CLIENT_ERROR_NOSUCHNAME);
+    EXPECT_EQ(t.setIntData(c.resolution, 0, 5), CLIENT_ERROR_NOSUCHNAME);
+}
+
+class SensorTablesTest : public TracedTest {
+protected:
+    void TearDown() override {
+        hmClient::bInverseLinearization = false;
+        TracedTest::TearDown();
+    }
+};
+
+// temperature.json, scale 10 (tenths of a degree):
+//   CPU Temp   degrees C, reading 45, UNR 100, UC 90, UNC 85, LC 5, m 1, tolerance 2, accuracy 50
+//   Hot Temp   degrees C, reading 95, UNR 100, UC 90
+//   Kelvin Temp  Kelvin, m 2: reading 320, UC 364 -> (364 - 273) x 10 = 910 against reading 3200;
+//              at start-up the raw 320 was judged against the raw 364: "ok"
+//   Cold Temp  reading 5, LC 10 only: lower thresholds do not count, so "unknown"
+//   Lost Temp  no reading
+//   Odd Unit Temp  unit code 5: every present threshold converts to 0
+TEST_F(SensorTablesTest, TemperatureProbePublishesTenthsOfDegreesAndJudgesUpperThresholds) {
+    sensortest::usePlatformFile("temperature.json");
+    temperatureProbe t;
+    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
+    expectRows(t, kTemperature,
+               {
+                   {1, "CPU Temp", 3, "ok", 3, 450, 1000, 900, 850, A, 50, A, 100, 20, 50},
+                   {2, "Hot Temp", 5, "critical", 5, 950, 1000, 900, A, A, A, A, 100, 0, 0},
+                   {3, "Kelvin Temp", 3, "critical", 5, 3200, A, 910, A, A, A, A, 200, 0, 0},
+                   {4, "Cold Temp", 2, "unknown", 2, 50, A, A, A, A, 100, A, 100, 0, 0},
+                   {5, "Lost Temp", 2, "unknown", 2, A, A, 900, A, A, A, A, 100, 0, 0},
+                   {6, "Odd Unit Temp", 3, "critical", 5, 200, A, 0, A, A, A, A, 100, 0, 0},
+               });
+    EXPECT_EQ(t.getMaxStatus(), 5);
+    EXPECT_EQ(temperatureSensorDatabase().GetCount(), 6);
+    expectUnknownAttributes(t, kTemperature);
+
+    const std::string log = trace();
+    EXPECT_TRUE(containsInOrder(
+        log, {"Temperature probe init() called",
+              "\n The value of m_nCount is 6:", "\n The value of Resolution = 1,Accuracy = 50,Tolerance = 2",
+              "buffer len:8\n", "temp1 buffer:CPU Temp:  description:CPU Temp:\n",
+              "\n Inside Temperature probe the value of status is: 3: ",
+              " Threshold values is LC =2147483647,LNC =2147483647,LNR =2147483647,UC= 90,"
+              "UNC = 85,UR =100,Resolution = 1,UnitType = 1",
+              "\n End of ClTemperatureProbe init()"}));
+    EXPECT_NE(
+        log.find("Inside getIntData Getting temp status: read:450 LC:50 LNR:2147483647 LNC:2147483647 UC:900 "
+                 "UNR1000 UC:850\n"),
+        std::string::npos);
+    EXPECT_NE(log.find("\n UpperCritical =900,iType = 144"), std::string::npos);
+    EXPECT_NE(log.find("\n\n\n Inside getIntData of Temperature status is :3"), std::string::npos);
+}
+
+TEST_F(SensorTablesTest, TemperatureStatusNameUsesTheReadingFoundAtStartUp) {
+    auto source = sensortest::usePlatformFile("temperature.json");
+    temperatureProbe t;
+    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
+    // CPU Temp rises to 95 degrees after start-up.
+    kelvarn::PlatformModel model = sensortest::loadModel("temperature.json");
+    sensortest::setRawReading(model, 1, 95);
+    source->replace(model);
+    EXPECT_EQ(intData(t, kTemperature.reading, 0), 950);
+    EXPECT_EQ(intData(t, kTemperature.status, 0), 5);
+    EXPECT_EQ(text(&BaseAccessor::getStrData, t, kTemperature.statusName, 0), "ok");
+    EXPECT_EQ(static_cast<TemperatureInfo*>(t.getRow(0))->status, 3);
+}
+
+TEST_F(SensorTablesTest, ThresholdWritesAreAcceptedAndDiscarded) {
+    sensortest::usePlatformFile("temperature.json");
+    temperatureProbe temperature;
+    ASSERT_EQ(temperature.init(), CLIENT_SUCCESS);
+    for (int attribute = 143; attribute <= 148; ++attribute)
+        EXPECT_EQ(temperature.setIntData(attribute, 0, 950), CLIENT_SUCCESS) << attribute;
+    EXPECT_EQ(intData(temperature, kTemperature.uc, 0), 900);
+    EXPECT_TRUE(containsInOrder(trace(), {"temperatureProbe::setIntData setting to 950\n",
+                                          "clTemperature init, status is unknown\n"}));
+    EXPECT_EQ(temperature.setIntData(142, 0, 1), CLIENT_ERROR_NOSUCHNAME);
+
+    sensortest::usePlatformFile("voltage.json");
+    voltageProbe voltage;
+    ASSERT_EQ(voltage.init(), CLIENT_SUCCESS);
+    for (int attribute = 60; attribute <= 65; ++attribute)
+        EXPECT_EQ(voltage.setIntData(attribute, 0, 12000), CLIENT_SUCCESS) << attribute;
+    EXPECT_EQ(intData(voltage, kVoltage.uc, 0), 13200);
+
+    sensortest::usePlatformFile("fan.json");
+    coolingDevice cooling;
+    ASSERT_EQ(cooling.init(), CLIENT_SUCCESS);
+    for (int attribute = 122; attribute <= 127; ++attribute)
+        EXPECT_EQ(cooling.setIntData(attribute, 0, 100), CLIENT_SUCCESS) << attribute;
+    EXPECT_EQ(intData(cooling, kCooling.lc, 0), 975);
+}
+
+// voltage.json, multiplier 1000 (millivolts), 0.1 V per count; UC 13.2, UNC 12.6, LNC 11.4, LC 10.8 V.
+// "P1V1 Curve" is non-linear and dropped.
+TEST_F(SensorTablesTest, VoltageProbeKeepsLinearSensorsInMillivolts) {
+    sensortest::usePlatformFile("voltage.json");
+    voltageProbe t;
+    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
+    expectRows(t, kVoltage,
+               {
+                   {20, "P12V A", 3, "ok", 3, 12100, A, 13200, 12600, 11400, 10800, A, 100, 3, 25},
+                   {21, "P12V B", 5, "critical", 5, 10700, A, 13200, 12600, 11400, 10800, A, 100, 3, 0},
+                   {23, "P12V C", 4, "nonCritical", 4, 11300, A, 13200, 12600, 11400, 10800, A, 100, 3, 0},
+                   {24, "P5V", 2, "unknown", 2, A, A, 5746, A, A, A, A, 26, 0, 0},
+               });
+    CDatabase<CSensorWrapper>& db = voltageSensorDatabase();
+    ASSERT_EQ(db.GetCount(), 4);
+    EXPECT_EQ(db.GetAt(2)->m_SensorInfo.nSensorNumber, 23);
+    expectUnknownAttributes(t, kVoltage);
+
+    const std::string log = trace();
+    EXPECT_EQ(countOf(log, "\n Removing the object "), 1u);
+    EXPECT_TRUE(containsInOrder(
+        log,
+        {"\n Voltager probe init() called:", "\n The value of m_nCount is 5:",
+         "\n In voltage probe the Resolution=100,Tolerance=3,Accuracy=25",
+         "\n In voltage probe the value of unit is 4",
+         "\n Inside voltage Threshold P12V A values is LC =10800,LNC =11400,LNR =2147483647,UC= 13200,UNC = "
+         "12600,UR =2147483647,Resolution = 100,UnitType = 4",
+         "Voltage:Status[0]=3\n", "Voltage:Status[1]=5\n", "\n Removing the object 2",
+         "Voltage:Status[2]=4\n", "\n End of VoltageProbe init()"}));
+    EXPECT_NE(
+        log.find("\n\n---Voltage Proble getStrData---\n  \t\t\t\t\t CR = 12100, LC =10800, LNR = 2147483647, "
+                 "LNC =11400 ,UC=13200, UNR2147483647, UNC = 12600 \n\n"),
+        std::string::npos);
+}
+
+TEST_F(SensorTablesTest, VoltageStatusNameReadsLive) {
+    auto source = sensortest::usePlatformFile("voltage.json");
+    voltageProbe t;
+    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
+    kelvarn::PlatformModel model = sensortest::loadModel("voltage.json");
+    sensortest::setRawReading(model, 20, 113); // 11.3 V: below the lower non-critical 11.4 V
+    source->replace(model);
+    EXPECT_EQ(text(&BaseAccessor::getStrData, t, kVoltage.statusName, 0), "nonCritical");
+    EXPECT_EQ(static_cast<VoltageInfo*>(t.getRow(0))->status, 3);
+}
+
+// fan.json, RPM: FAN1 75 x 80 = 6000 (LNC 1500, LC 975); FAN2 75 x 18 = 1350; FAN3 non-linear;
+// FAN4 100 x 4 = 400 with LC 500 and UC 9000.
+TEST_F(SensorTablesTest, CoolingDeviceKeepsLinearFans) {
+    sensortest::usePlatformFile("fan.json");
+    coolingDevice t;
+    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
+    expectRows(t, kCooling,
+               {
+                   {48, "FAN1", 3, "ok", 3, 6000, A, A, A, 1500, 975, A, 750, 1, 40},
+                   {49, "FAN2", 4, "nonCritical", 4, 1350, A, A, A, 1500, 975, A, 750, 1, 0},
+                   {51, "FAN4", 5, "critical", 5, 400, A, 9000, A, A, 500, A, 1000, 2, 0},
+               });
+    EXPECT_EQ(coolingSensorDatabase().GetCount(), 3);
+    expectUnknownAttributes(t, kCooling);
+    const std::string log = trace();
+    EXPECT_TRUE(containsInOrder(
+        log,
+        {"coolingDevice::init() called.\n", "\n The value of nCount is 4:",
+         "\n This cooling device is linear value = 0, count =0\n", "\n This cooling device is linear\n",
+         "\n This cooling device is linear value = 7, count =2\n", "\n This cooling device is Non-linear\n",
+         "\n Inside cooling value of m_nCount is 3:", "\n Inside the cooling Device value of ret is 0:",
+         "\n Inside coolingDevice value of Resolution = 75,Accuracy = 40,Tolerance = 1",
+         " Inside cooling Device Threshold values is LC =975,LNC =1500,LNR =2147483647,UC= 2147483647,UNC = "
+         "2147483647,UR =2147483647,Resolution = 75,UnitType = 18",
+         "\n Removing the object 2", "getIntData called: 119,0\n"}));
+    EXPECT_EQ(log.find("hmClient::bInverseLinearization\n"), std::string::npos);
+}
+
+// With inverse linearization the record's lower thresholds are published and judged as
+// upper ones: FAN4's 400 RPM is below the working lower critical 9000.
+TEST_F(SensorTablesTest, InverseLinearizationSwapsUpperAndLowerThresholds) {
+    hmClient::bInverseLinearization = true;
+    sensortest::usePlatformFile("fan.json");
+    coolingDevice t;
+    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
+    expectRows(t, kCooling,
+               {
+                   {48, "FAN1", 5, "critical", 5, 6000, A, 975, 1500, A, A, A, 750, 1, 40},
+                   {49, "FAN2", 5, "critical", 5, 1350, A, 975, 1500, A, A, A, 750, 1, 0},
+                   {51, "FAN4", 5, "critical", 5, 400, A, 500, A, A, 9000, A, 1000, 2, 0},
+               });
+    EXPECT_NE(trace().find("hmClient::bInverseLinearization\n"), std::string::npos);
+}
+
+TEST_F(SensorTablesTest, TablesWithoutSensorsAnswerTheirNoRowCode) {
+    // No sensor of any of the three types.
+    sensortest::usePlatformFile("discovery.json");
+    coolingDevice cooling;
+    ASSERT_EQ(cooling.init(), CLIENT_SUCCESS);
+    expectNoRows(cooling, kCooling);
+
+    sensortest::usePlatformFile("fan.json");
+    temperatureProbe temperature;
+    ASSERT_EQ(temperature.init(), CLIENT_SUCCESS);
+    expectNoRows(temperature, kTemperature);
+    voltageProbe voltage;
+    ASSERT_EQ(voltage.init(), CLIENT_SUCCESS);
+    expectNoRows(voltage, kVoltage);
+    EXPECT_EQ(voltage.getMaxStatus(), 0);
+}
+
+TEST(SensorTableSupport, TemperatureThresholdConversionByUnit) {
+    struct Case {
+        int32_t value, unit, expected;
+    } cases[] = {
+        {90, 0, 90}, {90, 1, 900}, {363, 3, 900}, {363, 2, 900}, {250, 2, -230},    {90, 4, 0},
+        {90, 18, 0}, {A, 1, A},    {A, 3, A},     {A, 7, A},     {300000000, 1, A}, // does not fit
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(temperatureProbe::convertThreshold(c.value, c.unit, 10), c.expected)
+            << c.value << " unit " << c.unit;
+}
+
+TEST(SensorTableSupport, DescriptionsAreCutTo127Characters) {
+    char description[kSensorDescriptionSize];
+    size_t length = 0;
+    const std::string longName(300, 'D');
+    EXPECT_TRUE(describeSensor(CString(longName.c_str()), "PX_TemperatureSensor", description, &length));
+    EXPECT_EQ(length, 127u);
+    EXPECT_EQ(std::string(description), std::string(127, 'D'));
+    EXPECT_TRUE(describeSensor(CString(), "PX_VoltageSensor", description, &length));
+    EXPECT_STREQ(description, "PX_VoltageSensor");
+}
+
+// The flag is a DWORD of the agent's Parameters key; absent, zero or not a DWORD: clear.
+TEST(InverseLinearizationSetting, ReadFromTheRegistry) {
+    const std::string path =
+        ::testing::TempDir() + "hm-sensors-registry-" + std::to_string(getpid()) + ".reg";
+    struct Case {
+        const char* line;
+        bool expected;
+    } cases[] = {
+        {"\"bInverseLinearization\"=dword:00000001", true},
+        {"\"bInverseLinearization\"=dword:00000000", false},
+        {"\"bInverseLinearization\"=\"1\"", false},
+        {"", false},
+    };
+    for (const Case& c : cases) {
+        std::ofstream reg(path);
+        reg << "Windows Registry Editor Version 5.00\r\n\r\n"
+            << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
+            << "\"LogFile\"=\"/tmp/unused.log\"\r\n"
+            << c.line << "\r\n";
+        reg.close();
+        setenv("HMSUBAGENT_REGISTRY", path.c_str(), 1);
+        hmClient::bInverseLinearization = !c.expected;
+        hmClient client;
+        client.readInverseLinearization();
+        EXPECT_EQ(hmClient::bInverseLinearization, c.expected) << c.line;
+    }
+    unsetenv("HMSUBAGENT_REGISTRY");
+    std::remove(path.c_str());
+    hmClient::bInverseLinearization = false;
+}
+
+} // namespace
