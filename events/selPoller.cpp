@@ -35,9 +35,11 @@ struct SelPollerState {
     SelEventFields fields{};
 };
 
+// Never destroyed: the poller thread runs until the process ends, also while the
+// process's static objects are being destroyed.
 SelPollerState& state() {
-    static SelPollerState s;
-    return s;
+    static SelPollerState* const s = new SelPollerState();
+    return *s;
 }
 
 std::atomic<void (*)(DWORD)> g_pollSleep{nullptr};
@@ -268,7 +270,8 @@ int CheckForNewSELEntry() {
         // After a cleared SEL the poller asks for the newest entry; anchor on it so
         // that the next poll asks from a record the SEL holds.
         if (s.lastRecordId == kSelLastEntry) {
-            decodeCurrentEntry();
+            SelRecord anchor{};
+            decodeSelEntry(s.currentEntryText.c_str(), anchor, s.lastRecordId);
         }
         return 0;
     }

@@ -17,8 +17,8 @@ constexpr int32_t kEnterpriseSpecific = 6;
 // Extension-agent statuses that have an SNMPv2 counterpart of their own.
 struct StatusRule {
     int32_t agent;
-    int get;  // GET and GETNEXT
-    int set;  // SET phases
+    int get; // GET and GETNEXT
+    int set; // SET phases
 };
 const StatusRule kStatusRules[] = {
     {kNoError, SNMP_ERR_NOERROR, SNMP_ERR_NOERROR},
@@ -277,8 +277,7 @@ void AgentHost::serveGet(const Arcs& region, netsnmp_agent_request_info* reqinfo
         return;
     }
     // An SNMPv1 manager sees noSuchName either way; only v2c and v3 need to know.
-    const bool exists =
-        status == kNoSuchName && version != SNMP_VERSION_1 && instanceExists(region, asked);
+    const bool exists = status == kNoSuchName && version != SNMP_VERSION_1 && instanceExists(region, asked);
     m_snmp.setRequestError(reqinfo, request, netSnmpStatus(status, false, exists));
 }
 

@@ -89,8 +89,10 @@ bool readRole(const std::string& path, Role& role, std::string& error) {
 
 void registerDirectives(const char* app, HostSettings& settings) {
     g_settings = &settings;
-    register_config_handler(app, "agentLibrary", parseLibrary, nullptr, "path of the extension agent library");
-    register_config_handler(app, "agentRegistry", parseRegistry, nullptr, "path of the agent's registry file");
+    register_config_handler(app, "agentLibrary", parseLibrary, nullptr,
+                            "path of the extension agent library");
+    register_config_handler(app, "agentRegistry", parseRegistry, nullptr,
+                            "path of the agent's registry file");
     register_config_handler(app, "agentRole", parseRoleDirective, nullptr, "master|subagent");
 }
 

@@ -125,7 +125,8 @@ int main(int argc, char** argv) {
     init_agent(kApp);
     // The agent library sets its own defaults in init_agent; agentXPingInterval in
     // the file still overrides this one.
-    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, kDefaultPingInterval);
+    netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL,
+                       kDefaultPingInterval);
     if (master) {
         init_vacm_vars();
         init_vacm_conf();
@@ -149,8 +150,12 @@ int main(int argc, char** argv) {
             return fail("cannot listen on " + ports + " (address in use or not available)", true);
     }
 
+    // The agent reads its registry file from HMSUBAGENT_REGISTRY: the configured one,
+    // else the one in the environment, else the one installed beside this file.
     if (!settings.registry.empty())
         setenv("HMSUBAGENT_REGISTRY", settings.registry.c_str(), 1);
+    else
+        setenv("HMSUBAGENT_REGISTRY", HM_DEFAULT_REGISTRY, 0);
     hmhost::NetSnmpLibrary snmp;
     hmhost::ExtensionAgent agent(entries);
     hmhost::AgentHost host(snmp, agent);

@@ -9,8 +9,10 @@ const char* const kSdrFullRecordsPath = "/BMC/SDR/RECORD_TYPE[1]";
 const char* const kSdrCompactRecordsPath = "/BMC/SDR/RECORD_TYPE[2]";
 
 SDK::System& queryService() {
-    static SDK::System system;
-    return system;
+    // Never destroyed: the SEL poller thread goes on querying after the agent is closed and
+    // while the process exits, and must never meet a destroyed object.
+    static SDK::System* const system = new SDK::System();
+    return *system;
 }
 
 namespace {

@@ -44,10 +44,10 @@ public:
                      dropped, kSdrTokenSlots);
         }
         if (m_nCount < kSdrFullRecordBytes) {
-            debugLog("\n SDR record has %d bytes, fewer than the %d of a full sensor record; missing bytes "
-                     "read as "
-                     "0\n",
+            // clang-format off
+            debugLog("\n SDR record has %d bytes, fewer than the %d of a full sensor record; missing bytes read as 0\n",
                      m_nCount, kSdrFullRecordBytes);
+            // clang-format on
         }
     }
 

@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds the release tree and starts the agent's client facade on the sample
-# configuration in config/, printing the system group and the overall health.
+# Builds the release tree and runs the agent in the foreground: hmagentd, the
+# extension-agent host on net-snmp, serving the agent library on the built-in demo
+# server at udp:127.0.0.1:1161 (community "public"), traps to 127.0.0.1:1162.
+# Ctrl-C stops it.
 # Usage: scripts/run.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,12 +12,15 @@ bash scripts/install-deps.sh build
 
 echo "=== release: configure and build"
 cmake --preset release >/dev/null
-cmake --build --preset release --target hm-show-system
+cmake --build --preset release --target hmagentd hmSubagent kelvarn-sim
 
 out="$root/build/release"
 config="$root/config/hmsubagent.conf"
 log="$out/hmsubagent.log"
 registry="$out/registry.reg"
+daemon_config="$out/hmagentd.conf"
+kelvarn_config="$out/kelvarn.conf"
+trapd_config="$out/snmptrapd.conf"
 
 # The agent keeps each registry path in 128 bytes.
 for path in "$config" "$log"; do
@@ -37,7 +42,37 @@ Windows Registry Editor Version 5.00
 "LogFile"="$(reg_escape "$log")"
 REG
 
+cat >"$daemon_config" <<CONF
+# Written by scripts/run.sh; see config/hmagentd.conf for every directive.
+agentLibrary  $out/lib/libhmSubagent.so
+agentRegistry $registry
+agentRole master
+agentaddress udp:127.0.0.1:1161
+rocommunity public 127.0.0.1
+trapsink 127.0.0.1:1162 public
+CONF
+
+# The built-in demo server, with a journal so that kelvarn-sim can change it live.
+cat >"$kelvarn_config" <<CONF
+source=demo
+journal=$out/demo.journal
+CONF
+rm -f "$out/demo.journal"
+
+printf 'authCommunity log public\n' >"$trapd_config"
+
 export HMSUBAGENT_REGISTRY="$registry"
-echo "=== hm-show-system (registry: $registry)"
-"$out/bin/hm-show-system"
-echo "=== the debug trace was appended to $log"
+export KELVARN_CONFIG="$kelvarn_config"
+export SNMP_PERSISTENT_DIR="$out/snmp-state"
+mkdir -p "$SNMP_PERSISTENT_DIR"
+
+cat <<HINT
+=== hmagentd on udp:127.0.0.1:1161 (Ctrl-C stops it); the agent's trace goes to $log
+Walk it from another terminal (the snmp package: sudo apt-get install snmp):
+    snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.4.1.64999
+Receive its traps (the snmptrapd package):
+    MIBS= snmptrapd -f -Lo -C -c $trapd_config udp:127.0.0.1:1162
+Make one happen: log an upper-critical temperature event in the demo server's SEL
+    KELVARN_CONFIG=$kelvarn_config $out/bin/kelvarn-sim sel-add "CPU2 Temp" 9
+HINT
+exec "$out/bin/hmagentd" -c "$daemon_config"

@@ -7,6 +7,10 @@
 #include "core/debugLog.h"
 #include "platform/queryService.h"
 
+// The chassis is a scalar group with one row. The front end passes index 0 for its
+// integers and 1 for its texts; both name that row, as in the system group.
+constexpr int kScalarRow = 0;
+
 namespace {
 
 const char* const kFruPath = "/BMC/FRU";
@@ -173,8 +177,8 @@ uint32_t chassisInfo::init() {
     return CLIENT_SUCCESS;
 }
 
-uint32_t chassisInfo::getIntInfo(int attribute, int index, int32_t* value) {
-    const ChassisInfo* row = beginGet(index, value);
+uint32_t chassisInfo::getIntInfo(int attribute, int, int32_t* value) {
+    const ChassisInfo* row = beginGet(kScalarRow, value);
     if (row == nullptr) {
         return CHASSIS_ERROR_NOROW;
     }
@@ -200,8 +204,8 @@ uint32_t chassisInfo::getIntInfo(int attribute, int index, int32_t* value) {
     return CLIENT_SUCCESS;
 }
 
-uint32_t chassisInfo::getStrInfo(int attribute, int index, char** value) {
-    const ChassisInfo* row = beginGet(index, value);
+uint32_t chassisInfo::getStrInfo(int attribute, int, char** value) {
+    const ChassisInfo* row = beginGet(kScalarRow, value);
     if (row == nullptr) {
         return CHASSIS_ERROR_NOROW;
     }
@@ -220,8 +224,8 @@ uint32_t chassisInfo::getStrInfo(int attribute, int index, char** value) {
 }
 
 // The chassis states and security settings are asked anew at every request.
-uint32_t chassisInfo::getIntData(int attribute, int index, int32_t* value) {
-    if (beginGet(index, value) == nullptr) {
+uint32_t chassisInfo::getIntData(int attribute, int, int32_t* value) {
+    if (beginGet(kScalarRow, value) == nullptr) {
         return CHASSIS_ERROR_NOROW;
     }
     if (attribute < chassisBootupStateAttr || attribute > chassisStatusAttr) {
@@ -255,8 +259,8 @@ uint32_t chassisInfo::getIntData(int attribute, int index, int32_t* value) {
     return CLIENT_SUCCESS;
 }
 
-uint32_t chassisInfo::getStrData(int, int index, char** value) {
-    if (beginGet(index, value) == nullptr) {
+uint32_t chassisInfo::getStrData(int, int, char** value) {
+    if (beginGet(kScalarRow, value) == nullptr) {
         return CHASSIS_ERROR_NOROW;
     }
     return CLIENT_ERROR_NOSUCHNAME;

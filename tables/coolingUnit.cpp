@@ -2,7 +2,7 @@
 
 namespace {
 
-const discrete::TableSpec kCoolingUnitSpec = {
+const discrete::TableProfile kCoolingUnitProfile = {
     "coolingUnit",
     {0x04, 0x0A},
     discrete::Kind::Redundancy,
@@ -19,6 +19,6 @@ const discrete::TableSpec kCoolingUnitSpec = {
 
 } // namespace
 
-coolingUnit::coolingUnit() : discreteSensorTable<CoolingUnitInfo>(kCoolingUnitSpec) {}
+coolingUnit::coolingUnit() : discreteSensorTable<CoolingUnitInfo>(kCoolingUnitProfile) {}
 
 coolingUnit::~coolingUnit() = default;

@@ -2,7 +2,7 @@
 
 namespace {
 
-const discrete::TableSpec kDiscreteCoolingSpec = {
+const discrete::TableProfile kDiscreteCoolingProfile = {
     "discreteCooling",
     {0x04, 0x0A},
     discrete::Kind::NotRedundancy,
@@ -19,6 +19,6 @@ const discrete::TableSpec kDiscreteCoolingSpec = {
 
 } // namespace
 
-discreteCooling::discreteCooling() : discreteSensorTable<DiscreteCoolingInfo>(kDiscreteCoolingSpec) {}
+discreteCooling::discreteCooling() : discreteSensorTable<DiscreteCoolingInfo>(kDiscreteCoolingProfile) {}
 
 discreteCooling::~discreteCooling() = default;

@@ -31,7 +31,7 @@ enum class Kind {
 };
 
 // What makes one table: its sensors, codes and attribute codes.
-struct TableSpec {
+struct TableProfile {
     const char* name;   // for the trace
     int sensorTypes[2]; // IPMI sensor types; 0 marks an unused slot
     Kind kind;
@@ -166,6 +166,17 @@ inline const KeywordStatus kKeywordStatus[] = {
     {"AC_LOST", HM_STATUS_CRITICAL},
     {"SOFT_POWER_CONTROL_FAILURE", HM_STATUS_CRITICAL},
     {"POWER_UNIT_FAILURE_DETECTED", HM_STATUS_CRITICAL},
+    // processors
+    {"IERR", HM_STATUS_CRITICAL},
+    {"THERMAL_TRIP", HM_STATUS_CRITICAL},
+    {"FRB1/BIST_FAILURE", HM_STATUS_CRITICAL},
+    {"FRB2/HANG_IN_POST_FAILURE", HM_STATUS_CRITICAL},
+    {"CPU_DIDNT_START", HM_STATUS_CRITICAL},
+    {"SMBIOS_UNCORRECTABLE_CPU-COMPLEX_ERROR", HM_STATUS_CRITICAL},
+    {"PROCESSOR_PRESENCE_DETECTED", HM_STATUS_OK},
+    {"PROCESSOR_DISABLED", HM_STATUS_NONCRITICAL},
+    {"THREMAL_PRESENCE_DETECTED", HM_STATUS_OK},
+    {"PROCESSOR_AUTOMATICALLY_THROTTLED", HM_STATUS_NONCRITICAL},
     // drive slots
     {"DRIVE_PRESENCE", HM_STATUS_OK},
     {"DRIVE_FAULT", HM_STATUS_CRITICAL},
@@ -286,14 +297,14 @@ inline bool kindKeeps(Kind kind, int eventReadingType) {
 
 template <class XInfo> class discreteSensorTable : public BaseContainer<XInfo> {
 public:
-    explicit discreteSensorTable(const discrete::TableSpec& spec) : m_spec(spec) {}
+    explicit discreteSensorTable(const discrete::TableProfile& profile) : m_profile(profile) {}
 
     uint32_t getIntInfo(int attribute, int index, int32_t* value) override {
         const XInfo* row = this->beginGet(index, value);
         if (row == nullptr) {
-            return m_spec.noRowCode;
+            return m_profile.noRowCode;
         }
-        if (attribute == m_spec.idAttr) {
+        if (attribute == m_profile.idAttr) {
             *value = static_cast<int32_t>(row->id);
             return CLIENT_SUCCESS;
         }
@@ -303,12 +314,12 @@ public:
     uint32_t getStrInfo(int attribute, int index, char** value) override {
         const XInfo* row = this->beginGet(index, value);
         if (row == nullptr) {
-            return m_spec.noRowCode;
+            return m_profile.noRowCode;
         }
-        if (attribute == m_spec.descriptionAttr) {
+        if (attribute == m_profile.descriptionAttr) {
             return this->copyOutText(row->description, value);
         }
-        if (m_spec.entityAttr != discrete::kNoAttribute && attribute == m_spec.entityAttr) {
+        if (m_profile.entityAttr != discrete::kNoAttribute && attribute == m_profile.entityAttr) {
             char entity[32];
             snprintf(entity, sizeof entity, "%d.%d", row->entityId, row->entityInstance);
             return this->copyOutText(entity, value);
@@ -319,13 +330,13 @@ public:
     uint32_t getIntData(int attribute, int index, int32_t* value) override {
         const XInfo* row = this->beginGet(index, value);
         if (row == nullptr) {
-            return m_spec.noRowCode;
+            return m_profile.noRowCode;
         }
-        if (attribute == m_spec.statusAttr) {
+        if (attribute == m_profile.statusAttr) {
             *value = mapValueToStatus(readStates(*row).c_str());
             return CLIENT_SUCCESS;
         }
-        if (m_spec.stateMaskAttr != discrete::kNoAttribute && attribute == m_spec.stateMaskAttr) {
+        if (m_profile.stateMaskAttr != discrete::kNoAttribute && attribute == m_profile.stateMaskAttr) {
             *value = discrete::stateMaskOfKeywords(readStates(*row), row->eventReadingType, row->sensorType);
             return CLIENT_SUCCESS;
         }
@@ -335,9 +346,9 @@ public:
     uint32_t getStrData(int attribute, int index, char** value) override {
         const XInfo* row = this->beginGet(index, value);
         if (row == nullptr) {
-            return m_spec.noRowCode;
+            return m_profile.noRowCode;
         }
-        if (attribute == m_spec.statusTextAttr) {
+        if (attribute == m_profile.statusTextAttr) {
             std::string text;
             MapMultipleCRStrToSNMPStr(readStates(*row).c_str(), text);
             return this->copyOutText(text.c_str(), value);
@@ -349,13 +360,13 @@ public:
 
     // The table's status of a reading answer (comma-separated state keywords).
     virtual int32_t mapValueToStatus(const char* keywords) {
-        return discrete::statusOfKeywords(keywords != nullptr ? keywords : "", m_spec.idleStatus);
+        return discrete::statusOfKeywords(keywords != nullptr ? keywords : "", m_profile.idleStatus);
     }
 
     uint32_t init() override {
-        debugLog("\n %s::init() called\n", m_spec.name);
+        debugLog("\n %s::init() called\n", m_profile.name);
         std::vector<CSensorWrapper> kept;
-        for (int sensorType : m_spec.sensorTypes) {
+        for (int sensorType : m_profile.sensorTypes) {
             if (sensorType == 0) {
                 continue;
             }
@@ -363,13 +374,13 @@ public:
             GetSDRData(static_cast<uint32_t>(sensorType), &found, 1);
             for (int i = 0; i < found.GetCount(); ++i) {
                 const CSensorWrapper* sensor = found.GetAt(i);
-                if (discrete::kindKeeps(m_spec.kind, sensor->m_SensorInfo.nEventReadingType)) {
+                if (discrete::kindKeeps(m_profile.kind, sensor->m_SensorInfo.nEventReadingType)) {
                     kept.push_back(*sensor);
                 }
             }
         }
         this->m_nCount = static_cast<int32_t>(kept.size());
-        debugLog("\n %s: %d sensors\n", m_spec.name, this->m_nCount);
+        debugLog("\n %s: %d sensors\n", m_profile.name, this->m_nCount);
         uint32_t status = this->allocTable(this->m_nCount);
         if (status != CLIENT_SUCCESS) {
             return status;
@@ -386,10 +397,10 @@ public:
             row.entityInstance = info.nEntityInstance;
             narrowName(info.stName, row.description);
             if (row.description[0] == '\0') {
-                snprintf(row.description, sizeof row.description, "%s", m_spec.defaultDescription);
+                snprintf(row.description, sizeof row.description, "%s", m_profile.defaultDescription);
             }
             row.status = mapValueToStatus(readStates(row).c_str());
-            debugLog("\n %s: sensor %d \"%s\" status %d\n", m_spec.name, static_cast<int>(row.id),
+            debugLog("\n %s: sensor %d \"%s\" status %d\n", m_profile.name, static_cast<int>(row.id),
                      row.description, static_cast<int>(row.status));
         }
         return CLIENT_SUCCESS;
@@ -411,10 +422,10 @@ protected:
             }
             return it->second.Values[0];
         } catch (const ResultStatus& failure) {
-            debugLog("\n %s: state query failed\n", m_spec.name);
+            debugLog("\n %s: state query failed\n", m_profile.name);
             logQueryFailure(failure, path, QUERY_FAILURE_VALUE);
         } catch (...) {
-            debugLog("\n %s: state query failed\n", m_spec.name);
+            debugLog("\n %s: state query failed\n", m_profile.name);
         }
         return discrete::kStateUnavailableKeyword;
     }
@@ -425,7 +436,7 @@ protected:
         name.Narrow(out, sizeof out, sizeof out - 1);
     }
 
-    const discrete::TableSpec m_spec;
+    const discrete::TableProfile m_profile;
 };
 
 #endif

@@ -2,7 +2,7 @@
 
 namespace {
 
-const discrete::TableSpec kDiscreteVoltageSpec = {
+const discrete::TableProfile kDiscreteVoltageProfile = {
     "discreteVoltage",
     {0x02, 0},
     discrete::Kind::AnyDiscrete,
@@ -19,6 +19,6 @@ const discrete::TableSpec kDiscreteVoltageSpec = {
 
 } // namespace
 
-discreteVoltage::discreteVoltage() : discreteSensorTable<DiscreteVoltageInfo>(kDiscreteVoltageSpec) {}
+discreteVoltage::discreteVoltage() : discreteSensorTable<DiscreteVoltageInfo>(kDiscreteVoltageProfile) {}
 
 discreteVoltage::~discreteVoltage() = default;

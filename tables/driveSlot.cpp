@@ -2,7 +2,7 @@
 
 namespace {
 
-const discrete::TableSpec kDriveSlotSpec = {
+const discrete::TableProfile kDriveSlotProfile = {
     "driveSlot",
     {0x0D, 0},
     discrete::Kind::AnyDiscrete,
@@ -19,6 +19,6 @@ const discrete::TableSpec kDriveSlotSpec = {
 
 } // namespace
 
-driveSlot::driveSlot() : discreteSensorTable<DriveSlotInfo>(kDriveSlotSpec) {}
+driveSlot::driveSlot() : discreteSensorTable<DriveSlotInfo>(kDriveSlotProfile) {}
 
 driveSlot::~driveSlot() = default;

@@ -2,7 +2,7 @@
 
 namespace {
 
-const discrete::TableSpec kPowerSupplySpec = {
+const discrete::TableProfile kPowerSupplyProfile = {
     "powerSupply",
     {0x08, 0},
     discrete::Kind::AnyDiscrete,
@@ -19,6 +19,6 @@ const discrete::TableSpec kPowerSupplySpec = {
 
 } // namespace
 
-powerSupply::powerSupply() : discreteSensorTable<PowerSupplyInfo>(kPowerSupplySpec) {}
+powerSupply::powerSupply() : discreteSensorTable<PowerSupplyInfo>(kPowerSupplyProfile) {}
 
 powerSupply::~powerSupply() = default;

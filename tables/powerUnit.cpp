@@ -2,7 +2,7 @@
 
 namespace {
 
-const discrete::TableSpec kPowerUnitSpec = {
+const discrete::TableProfile kPowerUnitProfile = {
     "powerUnit",
     {0x09, 0},
     discrete::Kind::AnyDiscrete,
@@ -19,6 +19,6 @@ const discrete::TableSpec kPowerUnitSpec = {
 
 } // namespace
 
-powerUnit::powerUnit() : discreteSensorTable<PowerUnitInfo>(kPowerUnitSpec) {}
+powerUnit::powerUnit() : discreteSensorTable<PowerUnitInfo>(kPowerUnitProfile) {}
 
 powerUnit::~powerUnit() = default;

@@ -4,10 +4,14 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <sstream>
+#include <string>
+#include <vector>
 
 #include "core/debugLog.h"
 #include "platform/queryService.h"
 #include "platform/smbiosInventory.h"
+#include "tables/discreteSensorTable.h"
 
 namespace {
 
@@ -46,7 +50,88 @@ int32_t statusOfSocket(const char* socketStatus) {
     return HM_STATUS_UNKNOWN;
 }
 
+// SDR bytes (counting from 1) of a compact sensor record that identify a processor sensor.
+constexpr int kSdrOwnerByte = 6;
+constexpr int kSdrLunByte = 7;
+constexpr int kSdrNumberByte = 8;
+constexpr int kSdrEntityIdByte = 9;
+constexpr int kSdrEntityInstanceByte = 10;
+constexpr int kSdrSensorTypeByte = 13;
+constexpr int kSensorTypeProcessor = 0x07;
+constexpr int kEntityProcessor = 0x03;
+
+// The asserted state keywords of one sensor; empty when it cannot be read.
+std::string processorStates(int number, int owner, int lun) {
+    char path[256];
+    composeSensorPath(path, sizeof path, number, owner, lun, "]/INTERPRET_SENSOR_VALUE");
+    try {
+        QueryResult result;
+        queryService().Get(path, result);
+        QueryResult::const_iterator it = result.find(path);
+        if (it != result.end() && it->second.NodeType == 0 && !it->second.Values.empty()) {
+            return it->second.Values[0];
+        }
+    } catch (const ResultStatus& failure) {
+        debugLog("\n processorDevice: sensor state query failed\n");
+        logQueryFailure(failure, path, QUERY_FAILURE_VALUE);
+    } catch (...) {
+        debugLog("\n processorDevice: sensor state query failed\n");
+    }
+    return std::string();
+}
+
 } // namespace
+
+// The BMC's processor sensors (compact records of sensor type 7 on processor entities) name
+// the populated sockets by entity instance: such a socket takes the sensor's number as its
+// id, so that the controller's processor events find their row, and the sensor's states as
+// its status.
+void processorDevice::matchProcessorSensors() {
+    SDK::System& system = queryService();
+    QueryResult records;
+    try {
+        system.SetFlags(1);
+        system.SetFlags(14);
+        system.Get(kSdrCompactRecordsPath, records);
+    } catch (const ResultStatus& failure) {
+        debugLog("\n processorDevice: SDR query failed\n");
+        logQueryFailure(failure, kSdrCompactRecordsPath, QUERY_FAILURE_SCAN);
+        return;
+    } catch (...) {
+        debugLog("\n processorDevice: SDR query failed\n");
+        return;
+    }
+    for (QueryResult::const_iterator it = records.begin(); it != records.end(); ++it) {
+        if (it->second.NodeType != 0 || it->second.Values.empty()) {
+            continue;
+        }
+        std::vector<long> bytes;
+        std::istringstream tokens(it->second.Values[0]);
+        std::string token;
+        while (tokens >> token && bytes.size() < static_cast<size_t>(kSdrSensorTypeByte)) {
+            bytes.push_back(strtol(token.c_str(), nullptr, 16));
+        }
+        if (bytes.size() < static_cast<size_t>(kSdrSensorTypeByte) ||
+            bytes[kSdrSensorTypeByte - 1] != kSensorTypeProcessor ||
+            bytes[kSdrEntityIdByte - 1] != kEntityProcessor) {
+            continue;
+        }
+        const int socket = static_cast<int>(bytes[kSdrEntityInstanceByte - 1] & 0x7F) - 1;
+        if (socket < 0 || socket >= m_nCount || m_pRows[socket].status != HM_STATUS_OK) {
+            continue;
+        }
+        ProcessorInfo& row = m_pRows[socket];
+        const int number = static_cast<int>(bytes[kSdrNumberByte - 1]);
+        const std::string states = processorStates(number, static_cast<int>(bytes[kSdrOwnerByte - 1]),
+                                                   static_cast<int>(bytes[kSdrLunByte - 1]));
+        row.id = static_cast<uint32_t>(number);
+        if (!states.empty()) {
+            row.status = discrete::statusOfKeywords(states, HM_STATUS_OK);
+        }
+        debugLog("\n processorDevice: socket %d has sensor %d (%s), status %d\n", socket + 1, number,
+                 states.c_str(), static_cast<int>(row.status));
+    }
+}
 
 processorDevice::processorDevice() = default;
 
@@ -91,6 +176,7 @@ uint32_t processorDevice::init() {
         debugLog("\n processorDevice: socket %d \"%s\" status %d\n", i + 1, row.description,
                  static_cast<int>(row.status));
     }
+    matchProcessorSensors();
     return CLIENT_SUCCESS;
 }
 

@@ -38,6 +38,9 @@ public:
     uint32_t getStrData(int attribute, int index, char** value) override;
     uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
+
+private:
+    void matchProcessorSensors();
 };
 
 #endif

@@ -407,6 +407,7 @@ const TrapRow kTrapRows[] = {
 
 TEST_F(SelPollerTest, EveryEntryBecomesItsTrap) {
     ASSERT_EQ(CheckForNewSELEntry(), 0); // the first poll only records where the SEL ends
+    const ThresholdEventCounts before = thresholdEventCounts();
     uint16_t id = 3;
     for (const TrapRow& row : kTrapRows) {
         SCOPED_TRACE(row.name);
@@ -446,6 +447,11 @@ TEST_F(SelPollerTest, EveryEntryBecomesItsTrap) {
         }
     }
     EXPECT_TRUE(g_retrySleeps.empty());
+    // Threshold rows above: temperature, voltage and fan events by severity class.
+    const ThresholdEventCounts after = thresholdEventCounts();
+    EXPECT_EQ(after.nonCritical - before.nonCritical, 6u);
+    EXPECT_EQ(after.critical - before.critical, 8u);
+    EXPECT_EQ(after.nonRecoverable - before.nonRecoverable, 5u);
 }
 
 // Events whose kind has no trap: the event interface refuses them, the decoder tries
@@ -677,12 +683,17 @@ class ScriptedSel : public kelvarn::Responder {
 public:
     ScriptedSel(std::shared_ptr<kelvarn::Responder> platform) : m_platform(std::move(platform)) {}
     std::vector<std::string> raw;
+    bool clearedOnce = false; // the next SEL query fails as for a record the SEL lost
 
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>& segments,
                 const kelvarn::Parameters& params, uint8_t flags, kelvarn::ResultMap& out) override {
         if (path != "/BMC/SEL/TRANSLATED") {
             m_platform->answer(path, segments, params, flags, out);
             return;
+        }
+        if (clearedOnce) {
+            clearedOnce = false;
+            throw kelvarn::QueryError(kelvarn::kSelRecordNotFound, "test: the SEL was cleared");
         }
         _XNode list;
         list.NodeType = 1;
@@ -945,6 +956,28 @@ TEST_F(SelPollerTest, HealthFollowsADeviceThroughFailureAndRecovery) {
         EXPECT_EQ(traps[1].specific, step.health);
     }
     EXPECT_EQ(SelClient::s_current->health, 3);
+}
+
+// Cleared and refilled with an entry equal to the remembered one: the poller anchors
+// on it instead of asking for the newest entry for ever.
+TEST_F(SelPollerTest, ClearedSelWithTheSameNewestEntryAnchorsAgain) {
+    auto scripted = std::make_shared<ScriptedSel>(kelvarn::makePlatformResponder(m_source));
+    scripted->raw = {"07 00 02 00 00 00 00 20 00 04 07 50 6f 07 ff ff"};
+    kelvarn::setProcessResponder(scripted);
+    ASSERT_EQ(CheckForNewSELEntry(), 0);
+    ASSERT_EQ(selLastRecordId(), 7);
+    scripted->clearedOnce = true;
+    EXPECT_EQ(CheckForNewSELEntry(), 0);
+    EXPECT_EQ(selLastRecordId(), 65535);
+    size_t mark = traceMark();
+    EXPECT_EQ(CheckForNewSELEntry(), 0);
+    std::string t = traceSince(mark);
+    EXPECT_NE(t.find("RECORD_ID = ffff.\n"), std::string::npos);
+    EXPECT_NE(t.find("Last and current SEL entries are equal.\n"), std::string::npos);
+    EXPECT_EQ(selLastRecordId(), 7);
+    mark = traceMark();
+    EXPECT_EQ(CheckForNewSELEntry(), 0);
+    EXPECT_NE(traceSince(mark).find("RECORD_ID = 7.\n"), std::string::npos);
 }
 
 } // namespace

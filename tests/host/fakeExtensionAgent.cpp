@@ -30,12 +30,9 @@ Arcs under(std::initializer_list<UINT> tail) {
 
 const std::map<Arcs, Variable>& variables() {
     static const std::map<Arcs, Variable> table{
-        {under({1, 1, 0}), {false, 42, nullptr}},
-        {under({1, 2, 0}), {true, 0, "alpha"}},
-        {under({1, 3, 0}), {false, -7, nullptr}},
-        {under({3, 1, 1}), {false, 100, nullptr}},
-        {under({3, 1, 2}), {false, 200, nullptr}},
-        {under({3, 2, 1}), {true, 0, "row one"}},
+        {under({1, 1, 0}), {false, 42, nullptr}},  {under({1, 2, 0}), {true, 0, "alpha"}},
+        {under({1, 3, 0}), {false, -7, nullptr}},  {under({3, 1, 1}), {false, 100, nullptr}},
+        {under({3, 1, 2}), {false, 200, nullptr}}, {under({3, 2, 1}), {true, 0, "row one"}},
     };
     return table;
 }

@@ -96,7 +96,8 @@ protected:
     static void SetUpTestSuite() {
         // Printed OIDs stay numeric and no MIB files are read.
         setenv("MIBS", "", 1);
-        netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OID_OUTPUT_FORMAT, NETSNMP_OID_OUTPUT_NUMERIC);
+        netsnmp_ds_set_int(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OID_OUTPUT_FORMAT,
+                           NETSNMP_OID_OUTPUT_NUMERIC);
         init_snmp("hmhosttest");
     }
     void SetUp() override {
@@ -141,9 +142,9 @@ TEST(StatusMapping, HandlerModesBecomeRequestTypes) {
         bool served;
         uint32_t type;
     } cases[] = {
-        {MODE_GET, true, 0xA0},         {MODE_GETNEXT, true, 0xA1},    {MODE_SET_RESERVE1, true, 0xE0},
-        {MODE_SET_RESERVE2, false, 0},  {MODE_SET_ACTION, false, 0},   {MODE_SET_COMMIT, true, 0xA3},
-        {MODE_SET_UNDO, true, 0xE1},    {MODE_SET_FREE, true, 0xE2},   {MODE_GETBULK, false, 0},
+        {MODE_GET, true, 0xA0},        {MODE_GETNEXT, true, 0xA1},  {MODE_SET_RESERVE1, true, 0xE0},
+        {MODE_SET_RESERVE2, false, 0}, {MODE_SET_ACTION, false, 0}, {MODE_SET_COMMIT, true, 0xA3},
+        {MODE_SET_UNDO, true, 0xE1},   {MODE_SET_FREE, true, 0xE2}, {MODE_GETBULK, false, 0},
     };
     for (const Case& c : cases) {
         uint32_t type = 0;
@@ -215,8 +216,8 @@ TEST_F(HostTest, GetAnswersValuesAndTellsMissingInstancesFromMissingObjects) {
     host.serve(fake({3}), &tableInstance.reqinfo, &tableInstance.info, SNMP_VERSION_2c);
     Request v1(fake({1, 1, 5}), MODE_GET);
     host.serve(fake({1}), &v1.reqinfo, &v1.info, SNMP_VERSION_1);
-    EXPECT_EQ(snmp.errors,
-              (std::vector<int>{SNMP_NOSUCHINSTANCE, SNMP_NOSUCHOBJECT, SNMP_NOSUCHINSTANCE, SNMP_NOSUCHOBJECT}));
+    EXPECT_EQ(snmp.errors, (std::vector<int>{SNMP_NOSUCHINSTANCE, SNMP_NOSUCHOBJECT, SNMP_NOSUCHINSTANCE,
+                                             SNMP_NOSUCHOBJECT}));
 }
 
 TEST_F(HostTest, GetNextStaysInItsRegionAndLeavesTheRestToTheNextOne) {
@@ -234,10 +235,10 @@ TEST_F(HostTest, GetNextStaysInItsRegionAndLeavesTheRestToTheNextOne) {
         {fake({1}), fake({1}), true, fake({1, 1, 0})},
         {fake({1}), {1, 3, 6, 1}, true, fake({1, 1, 0})}, // before the region: from its root
         {fake({1}), fake({1, 1, 0}), true, fake({1, 2, 0})},
-        {fake({1}), fake({1, 3, 0}), false, {}},  // next variable is in region 3
-        {fake({2}), fake({2}), false, {}},        // empty region
+        {fake({1}), fake({1, 3, 0}), false, {}}, // next variable is in region 3
+        {fake({2}), fake({2}), false, {}},       // empty region
         {fake({3}), fake({2, 5}), true, fake({3, 1, 1})},
-        {fake({3}), fake({3, 2, 1}), false, {}},  // end of the view
+        {fake({3}), fake({3, 2, 1}), false, {}}, // end of the view
     };
     for (const Case& c : cases) {
         Request request(c.asked, MODE_GETNEXT);
@@ -320,7 +321,8 @@ TEST(EntryPoints, MissingLibraryOrEntryPointIsNamed) {
     EXPECT_FALSE(loadEntryPoints("/nonexistent/libnothing.so", entries, error));
     EXPECT_EQ(error, "agent library /nonexistent/libnothing.so does not exist");
     EXPECT_FALSE(loadEntryPoints(HM_COMPAT_LIBRARY, entries, error));
-    EXPECT_EQ(error, std::string("agent library ") + HM_COMPAT_LIBRARY + " does not export SnmpExtensionInit");
+    EXPECT_EQ(error,
+              std::string("agent library ") + HM_COMPAT_LIBRARY + " does not export SnmpExtensionInit");
 }
 
 TEST(RoleDirective, ReadBeforeTheAgentStarts) {
@@ -335,7 +337,8 @@ TEST(RoleDirective, ReadBeforeTheAgentStarts) {
         {"  AGENTROLE   Master  \n", true, Role::Master, ""},
         {"agentRole subagent\nagentRole master\n", true, Role::Master, ""},
         {"# agentRole subagent\n", true, Role::Master, ""},
-        {"rocommunity public\nagentRole boss\n", false, Role::Master, ": line 2: agentRole must be master or subagent"},
+        {"rocommunity public\nagentRole boss\n", false, Role::Master,
+         ": line 2: agentRole must be master or subagent"},
     };
     char dir[] = "/tmp/hmhostroleXXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);

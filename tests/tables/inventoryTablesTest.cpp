@@ -36,15 +36,20 @@ TEST_F(InventoryTablesTest, ProcessorsOnePopulatedSocketAndOneEmpty) {
     ASSERT_EQ(CLIENT_SUCCESS, table.init());
     ASSERT_EQ(2, table.getCount());
     expectRow(table, 0,
-              {I(27, 1), S(28, "CPU1"), S(29, "Intel"), I(30, 3), I(31, 3), S(32, "Test CPU @ 2.40GHz"),
+              {I(27, 80), S(28, "CPU1"), S(29, "Intel"), I(30, 4), I(31, 3), S(32, "Test CPU @ 2.40GHz"),
                S(33, "A1 06 02 00 FF FB EB BF"), I(34, 179), S(35, "CPU-PN-1"), I(36, 1200), I(37, 100),
                I(38, 4000), I(39, 2400), I(40, 24), S(41, "Populated"), S(42, "CPU-SN-1")});
-    // The empty socket: an unknown family keeps 0, an unknown socket name gives 2, 3.3V is 3300 mV.
+    // The empty socket: an unknown family keeps 0, an unknown socket name gives 2, 3.3V is 3300 mV;
+    // its BMC sensor (81) is not taken for an empty socket.
     expectRow(table, 1,
               {I(27, 2), S(28, "CPU2"), S(29, ""), I(30, 1), I(31, 6), S(32, ""), S(33, ""), I(34, 0),
                S(35, ""), I(36, 3300), I(37, 0), I(38, 0), I(39, 0), I(40, 2), S(41, "Unpopulated"),
                S(42, "")});
-    EXPECT_EQ(3, table.getMaxStatus());
+    // CPU1 is throttled (its BMC sensor): nonCritical; the empty socket keeps its number and "other".
+    EXPECT_EQ(4, table.getMaxStatus());
+    EXPECT_EQ(1, table.findIndexById(80));
+    EXPECT_EQ(2, table.findIndexById(2));
+    EXPECT_EQ(14, queryService().Flags()); // the SDR scans that follow run in this mode
 }
 
 TEST_F(InventoryTablesTest, MemoryArraysEveryColumn) {
@@ -171,6 +176,10 @@ TEST_F(InventoryTablesTest, ChassisEveryScalar) {
     EXPECT_STREQ("Tower", chassis.getDescription(0));
     EXPECT_EQ(CLIENT_ERROR_NOSUCHNAME, readInt(chassis, Getter::IntInfo, 11, 0).code); // live only
     EXPECT_EQ(CLIENT_ERROR_NOSUCHNAME, readInt(chassis, Getter::IntData, 17, 0).code); // cached only
+    // The front end reads a scalar group's texts with index 1: the same one row.
+    StrRead part = readStr(chassis, Getter::StrInfo, 22, 1);
+    EXPECT_EQ(CLIENT_SUCCESS, part.code);
+    EXPECT_EQ("CH-PART-01", part.value);
 }
 
 TEST_F(InventoryTablesTest, ChassisStatesAreReadLive) {

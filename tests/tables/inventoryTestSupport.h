@@ -13,6 +13,7 @@
 #include <fstream>
 #include <map>
 #include <memory>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -51,10 +52,11 @@ class FailingResponder : public kelvarn::Responder {
 public:
     bool failAll = true;
     std::vector<std::string> failing;
+    std::map<std::string, std::string> values; // single-valued answers keyed by their path
     std::vector<std::string> calls;
 
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
-                uint8_t, kelvarn::ResultMap&) override {
+                uint8_t, kelvarn::ResultMap& out) override {
         calls.push_back(path);
         bool fail = failAll;
         for (const std::string& f : failing)
@@ -65,6 +67,12 @@ public:
             s.Code = 1086;
             s.Message = "data source unavailable";
             throw ResultStatus(std::vector<RStatus>{s});
+        }
+        auto v = values.find(path);
+        if (v != values.end()) {
+            _XNode node;
+            node.Values.push_back(v->second);
+            out[path] = node;
         }
     }
 };
@@ -86,11 +94,12 @@ protected:
         kelvarn::setProcessResponder(nullptr);
     }
 
+    // The trace written since SetUp, without the time and thread prefixes.
     std::string trace() const {
         std::ifstream in(tracePath);
         std::stringstream text;
         text << in.rdbuf();
-        return text.str();
+        return std::regex_replace(text.str(), std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}: \\([0-9]+\\) "), "");
     }
 
     std::string tracePath;

@@ -3,6 +3,7 @@
 #ifndef KELVARN_PLATFORMFILE_H
 #define KELVARN_PLATFORMFILE_H
 
+#include <map>
 #include <stdexcept>
 #include <string>
 
@@ -30,6 +31,10 @@ struct ServiceConfig {
     std::string platform;        // platform file of the simulated source
     std::string journal;         // live-change journal; simulated: the platform file's + ".journal"
     std::string origin;          // the configuration file read, or empty
+    // Where the /BMC and the /SMBIOS facts come from; empty: from `source`.
+    std::string bmc;    // "demo", "simulated", "ipmi-inband", "ipmi-lan"
+    std::string smbios; // "demo", "simulated", "sysfs" or "sysfs:DIR", "dump:FILE"
+    std::map<std::string, std::string> ipmi; // the "ipmi-*" keys, for the IPMI source
 };
 
 // Reads the configuration named by KELVARN_CONFIG, else /etc/kelvarn/kelvarn.conf

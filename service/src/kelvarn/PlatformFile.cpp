@@ -645,13 +645,47 @@ ServiceConfig parseServiceConfig(const std::string& text, const std::string& ori
                     value = origin.substr(0, slash + 1) + value;
             }
             c.journal = value;
+        } else if (key == "bmc") {
+            if (value != "demo" && value != "simulated" && value != "ipmi-inband" && value != "ipmi-lan")
+                throw PlatformFileError(origin + ":" + std::to_string(n) + ": bmc \"" + value +
+                                        "\" is not \"simulated\", \"demo\", \"ipmi-inband\" or \"ipmi-lan\"");
+            c.bmc = value;
+        } else if (key.compare(0, 5, "ipmi-") == 0) {
+            if ((key == "ipmi-password-file" || key == "ipmi-sdr-cache") && !value.empty() &&
+                value[0] != '/') {
+                size_t slash = origin.rfind('/');
+                if (slash != std::string::npos)
+                    value = origin.substr(0, slash + 1) + value;
+            }
+            c.ipmi[key] = value;
+        } else if (key == "smbios") {
+            bool dump = value.compare(0, 5, "dump:") == 0, sysfs = value.compare(0, 6, "sysfs:") == 0;
+            if (value != "demo" && value != "simulated" && value != "sysfs" && !dump && !sysfs)
+                throw PlatformFileError(
+                    origin + ":" + std::to_string(n) + ": smbios \"" + value +
+                    "\" is not \"simulated\", \"demo\", \"sysfs\", \"sysfs:DIR\" or \"dump:FILE\"");
+            size_t at = dump ? 5 : sysfs ? 6 : 0;
+            if (at && value.size() == at)
+                throw PlatformFileError(origin + ":" + std::to_string(n) + ": smbios \"" + value +
+                                        "\" names no path");
+            if (at && value[at] != '/') {
+                size_t slash = origin.rfind('/');
+                if (slash != std::string::npos)
+                    value = value.substr(0, at) + origin.substr(0, slash + 1) + value.substr(at);
+            }
+            c.smbios = value;
         } else {
             throw PlatformFileError(origin + ":" + std::to_string(n) + ": unknown key \"" + key + "\"");
         }
     }
-    if (c.source == "simulated" && c.platform.empty())
+    if (c.bmc.empty())
+        c.bmc = c.source;
+    if (c.smbios.empty())
+        c.smbios = c.source;
+    const bool simulated = c.source == "simulated" || c.bmc == "simulated" || c.smbios == "simulated";
+    if (simulated && c.platform.empty())
         throw PlatformFileError(origin + ": source=simulated needs platform=<file>");
-    if (c.source == "simulated" && c.journal.empty())
+    if (simulated && c.journal.empty())
         c.journal = c.platform + ".journal";
     return c;
 }

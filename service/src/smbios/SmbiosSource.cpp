@@ -1,0 +1,116 @@
+// The SMBIOS source (tables from sysfs or a dump file) and the composition of
+// a BMC source with an SMBIOS source.
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "kelvarn/Errors.h"
+#include "kelvarn/Smbios.h"
+
+namespace kelvarn {
+namespace {
+
+// Larger than any SMBIOS 3 table (whose length field is 32 bits, but real
+// tables are a few kilobytes): refuse rather than read a device file forever.
+constexpr std::streamsize kMaxFileSize = 16 * 1024 * 1024;
+
+Bytes readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        throw QueryError(kSourceUnavailable, "SMBIOS data source unavailable: " + path + ": cannot be opened",
+                         kFacilitySource);
+    Bytes bytes;
+    char buf[65536];
+    while (in) {
+        in.read(buf, sizeof buf);
+        bytes.insert(bytes.end(), buf, buf + in.gcount());
+        if (std::streamsize(bytes.size()) > kMaxFileSize)
+            throw QueryError(kSourceUnavailable,
+                             "SMBIOS data source unavailable: " + path + ": larger than 16 MiB",
+                             kFacilitySource);
+    }
+    if (in.bad())
+        throw QueryError(kSourceUnavailable, "SMBIOS data source unavailable: " + path + ": cannot be read",
+                         kFacilitySource);
+    return bytes;
+}
+
+const char kSysfsDir[] = "/sys/firmware/dmi/tables";
+
+} // namespace
+
+SmbiosSource::SmbiosSource(Kind kind, std::string path) : m_kind(kind), m_path(std::move(path)) {
+    if (m_kind == Kind::Sysfs && m_path.empty())
+        m_path = kSysfsDir;
+}
+
+std::string SmbiosSource::describe() const {
+    return m_kind == Kind::Sysfs ? "SMBIOS tables in " + m_path : "SMBIOS dump " + m_path;
+}
+
+std::vector<Bytes> SmbiosSource::sdrRepository() {
+    return {};
+}
+bool SmbiosSource::sensorReading(const SensorAddress&, SensorReading&) {
+    return false;
+}
+std::vector<SelEntry> SmbiosSource::selEntries() {
+    return {};
+}
+
+Inventory SmbiosSource::inventory() {
+    std::shared_ptr<const smbios::Decoded> decoded;
+    {
+        std::lock_guard<std::mutex> guard(m_lock);
+        if (!m_decoded) {
+            smbios::Table table;
+            try {
+                if (m_kind == Kind::Sysfs)
+                    table = smbios::parseSysfs(readFile(m_path + "/smbios_entry_point"),
+                                               readFile(m_path + "/DMI"));
+                else
+                    table = smbios::parseDumpFile(readFile(m_path));
+            } catch (const smbios::SmbiosError& e) {
+                throw QueryError(kSourceUnavailable,
+                                 "SMBIOS data source unavailable: " + m_path + ": " + e.what(),
+                                 kFacilitySource);
+            }
+            // The tables do not change while the system runs: decode them once.
+            m_decoded = std::make_shared<const smbios::Decoded>(smbios::decode(table));
+        }
+        decoded = m_decoded;
+    }
+    Inventory inv;
+    inv.chassis = decoded->chassis;
+    inv.processors = decoded->processors;
+    inv.memoryArrays = decoded->memoryArrays;
+    return inv;
+}
+
+CompositeSource::CompositeSource(std::shared_ptr<Source> bmc, std::shared_ptr<Source> smbios)
+    : m_bmc(std::move(bmc)), m_smbios(std::move(smbios)) {}
+
+std::string CompositeSource::describe() const {
+    return "BMC from " + m_bmc->describe() + ", SMBIOS from " + m_smbios->describe();
+}
+
+std::vector<Bytes> CompositeSource::sdrRepository() {
+    return m_bmc->sdrRepository();
+}
+bool CompositeSource::sensorReading(const SensorAddress& address, SensorReading& out) {
+    return m_bmc->sensorReading(address, out);
+}
+std::vector<SelEntry> CompositeSource::selEntries() {
+    return m_bmc->selEntries();
+}
+
+Inventory CompositeSource::inventory() {
+    Inventory inv = m_bmc->inventory();
+    Inventory smbios = m_smbios->inventory();
+    inv.chassis = std::move(smbios.chassis);
+    inv.processors = std::move(smbios.processors);
+    inv.memoryArrays = std::move(smbios.memoryArrays);
+    return inv;
+}
+
+} // namespace kelvarn

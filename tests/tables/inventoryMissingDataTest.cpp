@@ -1,0 +1,145 @@
+// Servers that lack what the inventory tables read: no service at all, a bare platform
+// (no processors, memory, sensors or drive bays), no FRU.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inventoryTestSupport.h"
+#include "platform/smbiosInventory.h"
+#include "tables/MemoryArray.h"
+#include "tables/MemoryDevice.h"
+#include "tables/chassisInfo.h"
+#include "tables/coolingUnit.h"
+#include "tables/discreteCooling.h"
+#include "tables/discreteVoltage.h"
+#include "tables/driveSlot.h"
+#include "tables/powerSupply.h"
+#include "tables/powerUnit.h"
+#include "tables/processorDevice.h"
+
+namespace {
+
+using namespace inventorytest;
+
+struct TableCase {
+    const char* name;
+    std::function<BaseAccessor*()> make;
+    uint32_t noRow;
+    int intAttribute; // a column served by getIntInfo
+    int strAttribute; // a column served by getStrInfo
+};
+
+const std::vector<TableCase>& tablesWithoutChassis() {
+    static const std::vector<TableCase> tables = {
+        {"processorDevice", [] { return new processorDevice(); }, 22, 27, 28},
+        {"MemoryArray", [] { return new MemoryArray(); }, 2, 76, 77},
+        {"MemoryDevice", [] { return new MemoryDevice(); }, 2, 89, 90},
+        {"powerUnit", [] { return new powerUnit(); }, 23, 44, 45},
+        {"powerSupply", [] { return new powerSupply(); }, 24, 50, 51},
+        {"discreteVoltage", [] { return new discreteVoltage(); }, 26, 70, 71},
+        {"coolingUnit", [] { return new coolingUnit(); }, 29, 110, 111},
+        {"discreteCooling", [] { return new discreteCooling(); }, 31, 132, 133},
+        {"driveSlot", [] { return new driveSlot(); }, 34, 153, 154},
+    };
+    return tables;
+}
+
+void expectEmpty(BaseAccessor& table, const TableCase& c) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(CLIENT_SUCCESS, table.init());
+    EXPECT_EQ(0, table.getCount());
+    EXPECT_EQ(0, table.getMaxStatus());
+    EXPECT_EQ(0u, table.seedHealth(nullptr));
+    IntRead i = readInt(table, Getter::IntInfo, c.intAttribute, 0);
+    EXPECT_EQ(c.noRow, i.code);
+    EXPECT_EQ(-1, i.value);
+    StrRead s = readStr(table, Getter::StrInfo, c.strAttribute, 0);
+    EXPECT_EQ(c.noRow, s.code);
+    EXPECT_TRUE(s.null);
+}
+
+class MissingDataTest : public InventoryTest {};
+
+TEST_F(MissingDataTest, UnreachableServiceLeavesEveryGroupEmptyAndFailsTheLoad) {
+    auto failing = std::make_shared<FailingResponder>();
+    kelvarn::setProcessResponder(failing);
+    for (const TableCase& c : tablesWithoutChassis()) {
+        std::unique_ptr<BaseAccessor> table(c.make());
+        expectEmpty(*table, c);
+    }
+    chassisInfo chassis;
+    expectEmpty(chassis, {"chassisInfo", nullptr, 32, 17, 22});
+    EXPECT_EQ(32u, readInt(chassis, Getter::IntData, 11, 0).code);
+    EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, loadSmbiosInventory());
+}
+
+TEST_F(MissingDataTest, BarePlatformHasNoRowsButAChassis) {
+    servePlatformText("{\"format\": \"kelvarn-platform\", \"version\": 1}");
+    for (const TableCase& c : tablesWithoutChassis()) {
+        std::unique_ptr<BaseAccessor> table(c.make());
+        expectEmpty(*table, c);
+    }
+    EXPECT_EQ(CLIENT_SUCCESS, loadSmbiosInventory());
+    // The service describes a default chassis: rack mount, safe, no FRU texts.
+    chassisInfo chassis;
+    ASSERT_EQ(CLIENT_SUCCESS, chassis.init());
+    ASSERT_EQ(1, chassis.getCount());
+    expectRow(chassis, 0,
+              {IL(11, 3), IL(12, 3), IL(13, 3), IL(14, 3), IL(16, 3), I(17, 23), I(18, 1), I(19, 1), I(20, 2),
+               I(21, 0), S(22, ""), S(23, ""), S(24, ""), S(25, "")});
+}
+
+// Answers from a platform, except for the FRU, which fails as if the BMC had none.
+class NoFruResponder : public kelvarn::Responder {
+public:
+    explicit NoFruResponder(std::shared_ptr<kelvarn::Responder> platform) : m_platform(std::move(platform)) {}
+    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>& segments,
+                const kelvarn::Parameters& params, uint8_t flags, kelvarn::ResultMap& out) override {
+        if (path.compare(0, 8, "/BMC/FRU") == 0) {
+            RStatus s;
+            s.Operation = 2;
+            s.Code = 1083;
+            s.Message = "no such instance";
+            throw ResultStatus(std::vector<RStatus>{s});
+        }
+        m_platform->answer(path, segments, params, flags, out);
+    }
+
+private:
+    std::shared_ptr<kelvarn::Responder> m_platform;
+};
+
+TEST_F(MissingDataTest, ChassisWithoutFruKeepsItsSmbiosFacts) {
+    auto source = std::make_shared<kelvarn::SimulatedSource>(
+        "inventory-server.json", kelvarn::loadPlatformFile(dataFile("inventory-server.json")));
+    kelvarn::setProcessResponder(std::make_shared<NoFruResponder>(kelvarn::makePlatformResponder(source)));
+    chassisInfo chassis;
+    ASSERT_EQ(CLIENT_SUCCESS, chassis.init());
+    ASSERT_EQ(1, chassis.getCount());
+    // FRU columns: type unknown (2) and empty texts; the rest as the platform file says.
+    expectRow(chassis, 0,
+              {IL(13, 5), I(17, 2), I(18, 2), I(21, 4711), S(22, ""), S(23, ""), S(24, ""),
+               S(25, "Testfield Systems")});
+    EXPECT_NE(std::string::npos,
+              trace().find("\n chassisInfo: query failed\nOperation: 2on :/BMC/FRU failed. "
+                           "1083: no such instance"));
+}
+
+TEST_F(MissingDataTest, ArrayThatCannotBeReadIsPublishedAsUnknown) {
+    auto failing = std::make_shared<FailingResponder>();
+    failing->failAll = false;
+    failing->values["/SMBIOS/MemoryArray/TotalNoOfArray"] = "1";
+    failing->failing = {"/SMBIOS/MemoryArray[0]"};
+    kelvarn::setProcessResponder(failing);
+    MemoryArray arrays;
+    ASSERT_EQ(CLIENT_SUCCESS, arrays.init());
+    ASSERT_EQ(1, arrays.getCount());
+    expectRow(arrays, 0,
+              {I(76, 1), S(77, "Memory Array 1"), S(78, "Unknown"), I(79, 1), I(80, 2), I(81, 2), I(82, 2),
+               I(83, 0), I(84, 0), I(85, 0), S(86, "Unknown"), I(87, 0)});
+}
+
+} // namespace
