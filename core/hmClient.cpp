@@ -103,8 +103,8 @@ void hmClient::readInverseLinearization() {
     DWORD type = 0;
     DWORD value = 0;
     DWORD size = sizeof value;
-    if (RegQueryValueExA(key, HM_REGISTRY_INVERSELINEARIZATION, nullptr, &type, reinterpret_cast<LPBYTE>(&value),
-                         &size) == ERROR_SUCCESS &&
+    if (RegQueryValueExA(key, HM_REGISTRY_INVERSELINEARIZATION, nullptr, &type,
+                         reinterpret_cast<LPBYTE>(&value), &size) == ERROR_SUCCESS &&
         type == REG_DWORD && size == sizeof value) {
         bInverseLinearization = value != 0;
     }

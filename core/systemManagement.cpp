@@ -11,8 +11,9 @@ namespace {
 
 // Copies at most size-1 characters and always terminates.
 template <size_t N> void copyField(char (&field)[N], const char* value) {
-    strncpy(field, value, N - 1);
-    field[N - 1] = '\0';
+    const size_t length = strnlen(value, N - 1);
+    memcpy(field, value, length);
+    field[length] = '\0';
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: every test under AddressSanitizer and
-# UndefinedBehaviorSanitizer, the threaded tests again under ThreadSanitizer,
-# and the source-format check.
+# UndefinedBehaviorSanitizer, the threaded tests again under ThreadSanitizer, the
+# source-format check, and the Windows build (cross-built, checked under Wine).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh test
@@ -14,10 +14,12 @@ for preset in asan tsan; do
 done
 
 status=0
-echo "=== asan: all tests"
-ctest --preset asan -j "$jobs" || status=1
-echo "=== tsan: threaded tests"
-ctest --preset tsan -j "$jobs" || status=1
 echo "=== format"
 bash scripts/check-format.sh || status=1
+echo "=== windows"
+bash scripts/test-windows.sh || status=1
+echo "=== tsan: threaded tests"
+ctest --preset tsan -j "$jobs" || status=1
+echo "=== asan: all tests"
+ctest --preset asan -j "$jobs" || status=1
 exit $status

@@ -144,7 +144,8 @@ walkOrderOk() {
         -k10,10n -k11,11n -k12,12n -k13,13n -k14,14n -k15,15n -k16,16n "$work/walked"
 }
 check "the walk answers in ascending OID order" walkOrderOk
-check "the walk ends at the first OID after the agent's view" \
+walked=$(sed -nE 's/^walk: ([0-9]+) variables, .*/\1/p' "$out")
+check "the walk of ${walked:-no} variables ends at the first OID after the agent's view" \
     grep -qE '^walk: [0-9]+ variables, next name 1\.3\.6\.1\.4\.1\.64999\.2\.10\.3\.6$' "$out"
 getsOk() {
     hasAll <<LINES
@@ -156,6 +157,23 @@ LINES
 }
 check "GETs answer the configured values, and noSuchName for names that are not variables" getsOk
 check "the exported inventory counters answer" grep -qE '^inventory: [1-9][0-9]* processors, [0-9]+ present$' "$out"
+# The index column of table row k reads k, and the processor and memory-array tables have
+# one row for each processor socket and memory array the inventory functions count.
+indexColumn() { # indexColumn TABLE-OID COUNT
+    local expected="" k
+    for ((k = 1; k <= $2; k++)); do
+        expected+="$1.1.1.$k = INTEGER: $k"$'\n'
+    done
+    diff <(awk '/^walk: / { exit } { print }' "$out" | grep -F "$1.1.1.") - <<<"${expected%$'\n'}"
+}
+tablesOk() {
+    local processors arrays
+    processors=$(sed -nE 's/^inventory: ([0-9]+) processors, .*/\1/p' "$out")
+    arrays=$(sed -nE 's/^inventory: ([0-9]+) memory arrays$/\1/p' "$out")
+    [ -n "$processors" ] && [ -n "$arrays" ] && indexColumn $base.300.10 "$processors" &&
+        indexColumn $base.500.10 "$arrays"
+}
+check "the processor and memory-array tables have a row for each processor and memory array counted" tablesOk
 check "SnmpExtensionClose returns" has "closed"
 
 log=$work/hmSubagent.log
