@@ -6,7 +6,9 @@
 //   kelvarn-sim set-available SENSOR yes|no
 //   kelvarn-sim sel-add SENSOR OFFSET [assert|deassert] [DATA2 DATA3]
 //   kelvarn-sim sel-add-raw B0 ... B15
+//   kelvarn-sim sel-add-event NAME [--sensor SENSOR] [--deassert]
 //   kelvarn-sim sel-clear
+//   kelvarn-sim list-events
 // SENSOR is a sensor name ("CPU2 Temp"), a number (owner 0x20, LUN 0) or OWNER:LUN:NUMBER.
 #include <cstdio>
 #include <cstdlib>
@@ -18,6 +20,7 @@
 #include "kelvarn/Journal.h"
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Sdr.h"
+#include "kelvarn/SelEvents.h"
 #include "kelvarn/SensorStates.h"
 
 namespace {
@@ -36,7 +39,9 @@ int usage() {
                  "  set-available SENSOR yes|no\n"
                  "  sel-add SENSOR OFFSET [assert|deassert] [DATA2 DATA3]\n"
                  "  sel-add-raw B0 ... B15\n"
+                 "  sel-add-event NAME [--sensor SENSOR] [--deassert]   a hardware event by name\n"
                  "  sel-clear\n"
+                 "  list-events                                          the names sel-add-event knows\n"
                  "SENSOR: a sensor name, a number, or OWNER:LUN:NUMBER. The platform and its journal\n"
                  "come from the file named in KELVARN_CONFIG (default /etc/kelvarn/kelvarn.conf).\n");
     return 2;
@@ -52,32 +57,28 @@ long parseNumber(const std::string& text, long lo, long hi, const char* what) {
 }
 
 SdrFields findSensor(const PlatformModel& model, const std::string& spec) {
-    std::vector<SdrFields> sensors;
-    for (const Bytes& rec : model.sdr) {
-        SdrFields f;
-        if (decodeSdr(rec, f))
-            sensors.push_back(f);
+    try {
+        return findSensorBySpec(model, spec);
+    } catch (const PlatformFileError& e) {
+        throw Failure{e.what()};
     }
-    for (const SdrFields& f : sensors)
-        if (f.name == spec)
-            return f;
-    SensorAddress a;
-    size_t c1 = spec.find(':'), c2 = c1 == std::string::npos ? c1 : spec.find(':', c1 + 1);
-    if (c2 != std::string::npos) {
-        a.owner = static_cast<uint8_t>(parseNumber(spec.substr(0, c1), 0, 255, "owner"));
-        a.lun = static_cast<uint8_t>(parseNumber(spec.substr(c1 + 1, c2 - c1 - 1), 0, 255, "LUN"));
-        a.number = static_cast<uint8_t>(parseNumber(spec.substr(c2 + 1), 0, 255, "sensor number"));
-    } else {
-        char* end = nullptr;
-        long n = std::strtol(spec.c_str(), &end, 0);
-        if (spec.empty() || *end || n < 0 || n > 255)
-            throw Failure{"no sensor is named \"" + spec + "\""};
-        a.number = static_cast<uint8_t>(n);
+}
+
+// The table of named events: name, sensor type, event/reading type, offset, direction.
+int listEvents() {
+    size_t count = 0;
+    const NamedEvent* events = namedEvents(count);
+    std::printf("%-50s %-22s %-10s %-6s %s\n", "NAME", "SENSOR TYPE", "EVENT TYPE", "OFFSET", "DIRECTION");
+    for (size_t i = 0; i < count; ++i) {
+        const NamedEvent& e = events[i];
+        char type[64];
+        std::snprintf(type, sizeof type, "%s (0x%02x)", selSensorTypeName(e.sensorType).c_str(), e.sensorType);
+        char eventType[8];
+        std::snprintf(eventType, sizeof eventType, "0x%02x", e.eventReadingType);
+        std::printf("%-50s %-22s %-10s %-6u %s\n", e.name, type, eventType, e.offset,
+                    e.deassertion ? "deassert" : "assert");
     }
-    for (const SdrFields& f : sensors)
-        if (f.owner == a.owner && f.lun == a.lun && f.number == a.number)
-            return f;
-    throw Failure{"no sensor " + spec + " in the platform"};
+    return 0;
 }
 
 std::string address(const SdrFields& f) {
@@ -111,7 +112,7 @@ std::string change(const PlatformModel& model, const std::vector<std::string>& a
         long d2 = a.size() == 6 ? parseNumber(a[4], 0, 255, "DATA2") : 0xFF;
         long d3 = a.size() == 6 ? parseNumber(a[5], 0, 255, "DATA3") : 0xFF;
         return "sel-add " + std::to_string(static_cast<unsigned long>(std::time(nullptr))) + " " +
-               std::to_string(f.owner) + " " + std::to_string(f.number) + " " + std::to_string(offset) + " " +
+               std::to_string(f.owner | (f.lun & 0x03) << 8) + " " + std::to_string(f.number) + " " + std::to_string(offset) + " " +
                direction + " " + std::to_string(d2) + " " + std::to_string(d3);
     }
     if (cmd == "sel-add-raw" && a.size() == 17) {
@@ -125,6 +126,26 @@ std::string change(const PlatformModel& model, const std::vector<std::string>& a
         }
         return line;
     }
+    if (cmd == "sel-add-event" && a.size() >= 2) {
+        const NamedEvent* event = findNamedEvent(a[1]);
+        if (!event)
+            throw Failure{"no event is named \"" + a[1] + "\" (kelvarn-sim list-events prints the names)"};
+        std::string sensor;
+        bool invert = false;
+        for (size_t i = 2; i < a.size(); ++i) {
+            if (a[i] == "--sensor" && i + 1 < a.size())
+                sensor = a[++i];
+            else if (a[i] == "--deassert")
+                invert = true;
+            else
+                throw Failure{""};
+        }
+        try {
+            return namedEventJournalLine(model, *event, sensor, static_cast<uint32_t>(std::time(nullptr)), invert);
+        } catch (const PlatformFileError& e) {
+            throw Failure{e.what()};
+        }
+    }
     if (cmd == "sel-clear" && a.size() == 1)
         return "sel-clear";
     throw Failure{""};
@@ -136,6 +157,8 @@ int main(int argc, char** argv) {
     if (argc < 2)
         return usage();
     std::vector<std::string> args(argv + 1, argv + argc);
+    if (args[0] == "list-events")
+        return args.size() == 1 ? listEvents() : usage();
     try {
         ServiceConfig config = readServiceConfig();
         if (config.journal.empty())

@@ -17,9 +17,11 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 inline bool haveProgram(const char* name) {
     for (const char* dir : {"/usr/bin/", "/usr/sbin/", "/bin/", "/sbin/", "/usr/local/bin/"})
@@ -55,6 +57,26 @@ inline int connectLoopback(unsigned port) {
     if (fd >= 0)
         close(fd);
     return -1;
+}
+
+// One row of "ipmitool sensor list": name, value, unit, status, then the
+// thresholds lnr, lcr, lnc, unc, ucr, unr.
+inline std::map<std::string, std::vector<std::string>> sensorList(const std::string& text) {
+    std::map<std::string, std::vector<std::string>> rows;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) {
+        std::vector<std::string> cells;
+        std::istringstream cellsIn(line);
+        std::string cell;
+        while (std::getline(cellsIn, cell, '|')) {
+            size_t a = cell.find_first_not_of(' '), b = cell.find_last_not_of(' ');
+            cells.push_back(a == std::string::npos ? "" : cell.substr(a, b - a + 1));
+        }
+        if (cells.size() >= 10)
+            rows[cells[0]] = std::vector<std::string>(cells.begin() + 1, cells.end());
+    }
+    return rows;
 }
 
 class IpmiSimGuard {

@@ -28,26 +28,6 @@ template <typename F> bool eventually(F check, int limitMs) {
     return check();
 }
 
-// One row of "ipmitool sensor list": name, value, unit, status, then the
-// thresholds lnr, lcr, lnc, unc, ucr, unr.
-std::map<std::string, std::vector<std::string>> sensorList(const std::string& text) {
-    std::map<std::string, std::vector<std::string>> rows;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) {
-        std::vector<std::string> cells;
-        std::istringstream cellsIn(line);
-        std::string cell;
-        while (std::getline(cellsIn, cell, '|')) {
-            size_t a = cell.find_first_not_of(' '), b = cell.find_last_not_of(' ');
-            cells.push_back(a == std::string::npos ? "" : cell.substr(a, b - a + 1));
-        }
-        if (cells.size() >= 10)
-            rows[cells[0]] = std::vector<std::string>(cells.begin() + 1, cells.end());
-    }
-    return rows;
-}
-
 // "Key : value" lines of ipmitool's fru print and mc info.
 std::string field(const std::string& text, const std::string& key) {
     std::istringstream in(text);
@@ -100,9 +80,10 @@ const char* const kThresholdNames[6] = {"LOWER_NONRECOVERABLE", "LOWER_CRITICAL"
 
 TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
     const std::string conf = m_sim.dir() + "/kelvarn.conf";
-    std::ofstream(conf) << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" << m_sim.port()
-                        << "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-cipher-suite=3\n"
-                           "ipmi-workarounds=opensesspriv\nipmi-refresh-ms=300\nipmi-sdr-cache=cache\n";
+    std::ofstream(conf)
+        << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" << m_sim.port()
+        << "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-cipher-suite=3\n"
+           "ipmi-workarounds=opensesspriv\nipmi-refresh-ms=300\nipmi-slow-every=3\nipmi-sdr-cache=cache\n";
     const char* old = std::getenv("KELVARN_CONFIG");
     const std::string saved = old ? old : "";
     setenv("KELVARN_CONFIG", conf.c_str(), 1);
@@ -173,9 +154,24 @@ TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
                   "CPU Temp: Upper Critical going high Asserted");
         std::string selList = m_sim.ipmitool("sel list");
         EXPECT_NE(selList.find("Upper Critical going high"), std::string::npos) << selList;
-        // The SDR cache is on disk.
-        EXPECT_TRUE(std::filesystem::exists(m_sim.dir() + "/cache/sdr-cache-127.0.0.1-" +
-                                            std::to_string(m_sim.port())));
+        // The SDR cache is on disk, and rebuilt when the BMC's repository changes:
+        // a compact record "Intrusion" (sensor 6) added through the console.
+        const std::string cache = m_sim.dir() + "/cache/sdr-cache-127.0.0.1-" + std::to_string(m_sim.port());
+        EXPECT_TRUE(std::filesystem::exists(cache));
+        const auto built = std::filesystem::last_write_time(cache);
+        const std::string added = m_sim.console(
+            "main_sdr_add 0x20 0x06 0x00 0x51 0x02 0x24 0x20 0x00 0x06 0x17 0x01 0x7f 0x40 0x05 0x6f "
+            "0x01 0x00 0x01 0x00 0x01 0x00 0xc0 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 0x00 "
+            "0xc9 0x49 0x6e 0x74 0x72 0x75 0x73 0x69 0x6f 0x6e");
+        EXPECT_TRUE(eventually(
+            [&] {
+                return failuresOf(sys, "/BMC/SENSOR[5]/NAME").empty() &&
+                       valueOf(sys, "/BMC/SENSOR[5]/NAME") == "Intrusion";
+            },
+            10000))
+            << added;
+        EXPECT_NE(std::filesystem::last_write_time(cache), built);
+        EXPECT_NE(m_sim.ipmitool("sdr elist").find("Intrusion"), std::string::npos);
     }
     if (old)
         setenv("KELVARN_CONFIG", saved.c_str(), 1);
@@ -227,6 +223,26 @@ TEST_F(IpmiSim, SimulatorStoppedAndRestarted) {
     ASSERT_TRUE(m_sim.start());
     EXPECT_TRUE(eventually([&] { return failuresOf(sys, path).empty(); }, 30000)) << source->lastError();
     EXPECT_EQ(valueOf(sys, path), "12");
+}
+
+// In-band through a device that is not there: a failed query naming the
+// device and FreeIPMI's reason, not a hang or a crash.
+TEST(IpmiInband, MissingDeviceIsAFailedQuery) {
+    kelvarn::IpmiSettings s;
+    s.mode = kelvarn::IpmiSettings::Mode::Inband;
+    s.device = "/nonexistent/ipmi0";
+    s.sdrCacheDir = "/nonexistent";
+    auto source = std::make_shared<kelvarn::IpmiSource>(s, kelvarn::makeFreeIpmiBackend(s));
+    SDK::System sys(kelvarn::makePlatformResponder(source));
+    auto f = failuresOf(sys, "/BMC/SDR");
+    ASSERT_EQ(f.size(), 1u);
+    EXPECT_EQ(f[0].Code, kelvarn::kSourceUnavailable);
+    EXPECT_EQ(
+        f[0].Message.rfind("BMC data unavailable: nothing read yet from in-band IPMI on /nonexistent/ipmi0: "
+                           "in-band IPMI not opened on /nonexistent/ipmi0: ",
+                           0),
+        0u)
+        << f[0].Message;
 }
 
 } // namespace

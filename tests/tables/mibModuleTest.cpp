@@ -21,7 +21,7 @@ namespace {
 const std::string kModule = std::string(HM_SOURCE_DIR) + "/mibs/HM-SUBAGENT-MIB.txt";
 const std::string kModuleDir = std::string(HM_SOURCE_DIR) + "/mibs";
 // Stand-ins of the IETF base modules, looked at after the system's own MIB folders.
-const std::string kBaseModuleDir = std::string(HM_TEST_DATA_DIR) + "/inventory/mibs";
+const std::string kBaseModuleDir = std::string(HM_SOURCE_DIR) + "/mibs/ietf";
 
 bool toolPresent(const char* tool) {
     std::string command = std::string("command -v ") + tool + " >/dev/null 2>&1";

@@ -9,10 +9,12 @@
 //   reading OWNER LUN NUMBER RAW          raw reading of a threshold sensor
 //   states OWNER LUN NUMBER MASK          asserted state bits of a discrete sensor
 //   available OWNER LUN NUMBER 0|1        reading available or not
-//   sel-add TIME GENERATOR SENSOR OFFSET assert|deassert DATA2 DATA3
+//   sel-add TIME GENERATOR SENSOR OFFSET assert|deassert DATA2 DATA3 [SENSORTYPE EVENTTYPE]
 //                                         system event of the sensor numbered SENSOR
-//                                         owned by GENERATOR's low byte; the record
-//                                         ID follows the newest entry
+//                                         owned by GENERATOR's low byte (on the LUN of
+//                                         its bits 8-9); sensor type and event/reading
+//                                         type are the sensor's own unless given; the
+//                                         record ID follows the newest entry
 //   sel-raw B0 B1 ... B15                 a SEL entry given as its 16 bytes (hex)
 //   sel-clear                             empties the SEL
 #ifndef KELVARN_JOURNAL_H

@@ -91,17 +91,28 @@ public:
                 throw IpmiFailure("IPMI session with " + host + " not opened: " + why, true);
             }
         } else {
-            ipmi_driver_type_t driver;
-            int rc = ipmi_ctx_find_inband(m_ctx, &driver, 0, 0, 0,
-                                          m_settings.device.empty() ? nullptr : m_settings.device.c_str(), 0,
-                                          IPMI_FLAGS_DEFAULT);
+            // A named device is the kernel driver's; otherwise FreeIPMI probes
+            // its in-band drivers (the kernel driver first).
+            int rc;
+            if (!m_settings.device.empty()) {
+                rc = ipmi_ctx_open_inband(m_ctx, IPMI_DEVICE_OPENIPMI, 0, 0, 0, m_settings.device.c_str(), 0,
+                                          IPMI_FLAGS_DEFAULT) < 0
+                         ? -1
+                         : 1;
+            } else {
+                ipmi_driver_type_t driver;
+                rc = ipmi_ctx_find_inband(m_ctx, &driver, 0, 0, 0, nullptr, 0, IPMI_FLAGS_DEFAULT);
+            }
             if (rc <= 0) {
                 std::string why = rc == 0
                                       ? "no in-band IPMI interface found (is the ipmi_si/ipmi_devintf driver "
                                         "loaded and /dev/ipmi0 readable?)"
                                       : ipmi_ctx_errormsg(m_ctx);
                 close();
-                throw IpmiFailure("in-band IPMI not opened: " + why, true);
+                throw IpmiFailure(
+                    "in-band IPMI not opened" +
+                        (m_settings.device.empty() ? std::string() : " on " + m_settings.device) + ": " + why,
+                    true);
             }
         }
         m_sensorRead = ipmi_sensor_read_ctx_create(m_ctx);
@@ -151,11 +162,26 @@ public:
             }
         } guard{sdr};
         ++m_commands; // the cache's check against the repository's time stamps
-        if (ipmi_sdr_cache_open(sdr, ctx(), cacheFile.c_str()) < 0) {
+        bool current = ipmi_sdr_cache_open(sdr, ctx(), cacheFile.c_str()) == 0;
+        if (!current) {
             const int e = ipmi_sdr_ctx_errnum(sdr);
             if (e != IPMI_SDR_ERR_CACHE_READ_CACHE_DOES_NOT_EXIST && e != IPMI_SDR_ERR_CACHE_INVALID &&
                 e != IPMI_SDR_ERR_CACHE_OUT_OF_DATE)
                 sdrFail(sdr, "SDR cache " + cacheFile + " not opened");
+        } else {
+            // Some BMCs add records without moving the repository's time
+            // stamps: a different record count also makes the cache old.
+            Fiid rs(tmpl_cmd_get_sdr_repository_info_rs);
+            uint16_t cached = 0;
+            ++m_commands;
+            if (ipmi_cmd_get_sdr_repository_info(ctx(), rs.get()) < 0)
+                fail("Get SDR Repository Info");
+            if (ipmi_sdr_cache_record_count(sdr, &cached) < 0 || cached != rs.field("record_count")) {
+                ipmi_sdr_cache_close(sdr);
+                current = false;
+            }
+        }
+        if (!current) {
             // Build it again from the BMC's repository.
             makeCacheDirectory(cacheFile);
             if (unlink(cacheFile.c_str()) != 0 && errno != ENOENT)

@@ -80,24 +80,36 @@ bool applyJournalLine(PlatformModel& m, const std::string& line, std::string& wh
         }
         return true;
     }
-    if (op == "sel-add" && t.size() == 8) {
-        long long ts, generator, sensor, offset, d2, d3;
+    if (op == "sel-add" && (t.size() == 8 || t.size() == 10)) {
+        long long ts, generator, sensor, offset, d2, d3, sensorType = -1, eventType = -1;
         if (!number(t[1], 0, 0xFFFFFFFFll, ts) || !number(t[2], 0, 0xFFFF, generator) ||
             !number(t[3], 0, 255, sensor) || !number(t[4], 0, 14, offset) || !number(t[6], 0, 255, d2) ||
-            !number(t[7], 0, 255, d3) || (t[5] != "assert" && t[5] != "deassert")) {
-            why = "expected sel-add TIME GENERATOR SENSOR OFFSET assert|deassert DATA2 DATA3";
+            !number(t[7], 0, 255, d3) || (t[5] != "assert" && t[5] != "deassert") ||
+            (t.size() == 10 && (!number(t[8], 0, 255, sensorType) || !number(t[9], 0, 0x7F, eventType)))) {
+            why = "expected sel-add TIME GENERATOR SENSOR OFFSET assert|deassert DATA2 DATA3 "
+                  "[SENSORTYPE EVENTTYPE]";
             return false;
         }
-        SdrFields f;
+        // The sensor of that number and owner, on the generator's LUN when one is.
+        SdrFields f, candidate;
         bool known = false;
-        for (const Bytes& rec : m.sdr)
-            if (decodeSdr(rec, f) && f.number == sensor && f.owner == (generator & 0xFF)) {
-                known = true;
+        for (const Bytes& rec : m.sdr) {
+            if (!decodeSdr(rec, candidate) || candidate.number != sensor || candidate.owner != (generator & 0xFF))
+                continue;
+            const bool sameLun = (candidate.lun & 0x03) == ((generator >> 8) & 0x03);
+            if (!known || sameLun)
+                f = candidate;
+            known = true;
+            if (sameLun)
                 break;
-            }
+        }
         if (!known) {
             why = "no sensor " + t[3] + " owned by " + t[2];
             return false;
+        }
+        if (sensorType >= 0) {
+            f.sensorType = static_cast<uint8_t>(sensorType);
+            f.eventReadingType = static_cast<uint8_t>(eventType);
         }
         const unsigned id = nextRecordId(m);
         const unsigned data1 =

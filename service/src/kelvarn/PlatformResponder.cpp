@@ -12,6 +12,7 @@
 #include "kelvarn/Platform.h"
 #include "kelvarn/Responder.h"
 #include "kelvarn/Sdr.h"
+#include "kelvarn/SelEvents.h"
 #include "kelvarn/SensorStates.h"
 
 namespace kelvarn {
@@ -271,43 +272,25 @@ private:
         return v;
     }
 
+    // DESCR: the entry's own text when it has one, otherwise the BMC tools' event
+    // text composed from its bytes and the SDR (kelvarn/SelEvents.h).
     std::string selDescription(const SelEntry& e, const std::vector<Sensor>& list) const {
         if (!e.description.empty())
             return e.description;
         const auto& r = e.raw;
-        if (r[2] != 0x02) {
-            char buf[48];
-            std::snprintf(buf, sizeof buf, "OEM record type 0x%02x", r[2]);
-            return buf;
-        }
+        // The sensor of that number and owner, on the generator's LUN when one is.
         std::string name;
         for (const Sensor& s : list)
             if (s.fields.number == r[11] && s.fields.owner == r[7]) {
-                name = s.fields.name;
-                break;
+                if (name.empty() || (s.fields.lun & 0x03) == (r[8] & 0x03))
+                    name = s.fields.name;
+                if ((s.fields.lun & 0x03) == (r[8] & 0x03))
+                    break;
             }
-        if (name.empty())
-            name = "Sensor #" + std::to_string(r[11]);
-        const unsigned offset = r[13] & 0x0F;
-        const uint8_t type = r[12] & 0x7F;
-        const char* text =
-            type == kEventReadingThreshold ? thresholdEventText(offset) : stateKeyword(type, r[10], offset);
-        std::string what = text ? text : "event offset " + std::to_string(offset);
-        return name + ": " + what + ((r[12] & 0x80) ? " Deasserted" : " Asserted");
+        return selEntryText(r, name);
     }
 
-    static std::string selTimestamp(const SelEntry& e) {
-        const auto& r = e.raw;
-        if (r[2] >= 0xE0) // OEM records without a time stamp
-            return "";
-        time_t t = static_cast<time_t>(static_cast<uint32_t>(r[3] | r[4] << 8 | r[5] << 16) |
-                                       static_cast<uint32_t>(r[6]) << 24);
-        struct tm tmv;
-        char buf[32];
-        if (!gmtime_r(&t, &tmv) || !std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tmv))
-            return "";
-        return buf;
-    }
+    static std::string selTimestamp(const SelEntry& e) { return selTimestampText(e.raw); }
 
     // One SEL entry: its node (children RAW, DESCR, TIMESTAMP, VALUE) and the children.
     void addSelEntry(size_t k, const SelEntry& e, const std::vector<Sensor>& list, ResultMap& out) const {

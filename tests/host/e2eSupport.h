@@ -1,0 +1,159 @@
+// Helpers of the end-to-end tests that start servers (hmagentd, snmptrapd, snmpd)
+// and run net-snmp's command-line tools: free loopback ports, server processes in
+// their own process group that are stopped when the test ends (also when a check
+// fails), and file and output reading.
+#pragma once
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace hmtest {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+inline std::string readFile(const std::string& path) {
+    std::ifstream file(path);
+    std::stringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+// The non-empty lines of `text`.
+inline std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        if (!line.empty())
+            lines.push_back(line);
+    return lines;
+}
+
+// A free UDP port on the loopback interface (bound, read back, released).
+inline int freePort() {
+    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (fd < 0)
+        return 0;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+inline bool waitForText(const std::string& path, const std::string& text, std::chrono::milliseconds limit) {
+    const auto deadline = Clock::now() + limit;
+    while (Clock::now() < deadline) {
+        if (readFile(path).find(text) != std::string::npos)
+            return true;
+        std::this_thread::sleep_for(50ms);
+    }
+    return false;
+}
+
+// net-snmp's daemons live in /usr/sbin, which is not on every user's PATH.
+inline std::string daemonPath(const std::string& name) {
+    const std::string installed = "/usr/sbin/" + name;
+    return access(installed.c_str(), X_OK) == 0 ? installed : name;
+}
+
+struct Result {
+    int status;
+    std::string output;
+};
+
+// Runs a shell command; its standard output and error together.
+inline Result runCommand(const std::string& command) {
+    const std::string full = command + " 2>&1";
+    FILE* pipe = popen(full.c_str(), "r");
+    if (pipe == nullptr)
+        return {-1, ""};
+    std::string output;
+    char buffer[4096];
+    size_t got = 0;
+    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        output.append(buffer, got);
+    const int status = pclose(pipe);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+}
+
+// A server process in its own process group, output to a file; the destructor
+// stops the whole group.
+class Process {
+public:
+    Process(const std::vector<std::string>& argv, const std::string& output) : m_output(output) {
+        // Everything the child needs is prepared before fork: other threads may hold
+        // the allocator's locks at that moment.
+        std::vector<char*> args;
+        for (const std::string& arg : argv)
+            args.push_back(const_cast<char*>(arg.c_str()));
+        args.push_back(nullptr);
+        const int fd = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        m_pid = fork();
+        if (m_pid == 0) {
+            setpgid(0, 0);
+            dup2(fd, 1);
+            dup2(fd, 2);
+            execvp(args[0], args.data());
+            std::perror("exec");
+            _exit(127);
+        }
+        if (m_pid > 0)
+            setpgid(m_pid, m_pid);
+        if (fd >= 0)
+            ::close(fd);
+    }
+    ~Process() { stop(SIGKILL); }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
+    // Sends `signal` to the group and waits (at most 10 s, then SIGKILL). Returns
+    // the exit status, or 128 + signal number when killed, or -1 when not running.
+    int stop(int signal = SIGTERM) {
+        if (m_pid <= 0)
+            return m_status;
+        kill(-m_pid, signal);
+        const auto deadline = Clock::now() + 10s;
+        int status = 0;
+        while (waitpid(m_pid, &status, WNOHANG) == 0) {
+            if (Clock::now() > deadline) {
+                kill(-m_pid, SIGKILL);
+                waitpid(m_pid, &status, 0);
+                break;
+            }
+            std::this_thread::sleep_for(20ms);
+        }
+        kill(-m_pid, SIGKILL); // anything the process left behind in its group
+        m_pid = -1;
+        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        return m_status;
+    }
+    std::string output() const { return readFile(m_output); }
+    // Waits until the output contains `text`.
+    bool waitFor(const std::string& text, std::chrono::milliseconds limit) const {
+        return waitForText(m_output, text, limit);
+    }
+
+private:
+    pid_t m_pid = -1;
+    int m_status = -1;
+    std::string m_output;
+};
+
+} // namespace hmtest
