@@ -34,12 +34,16 @@ const UINT kRequestTypes[] = {SNMP_EXTENSION_GET,        SNMP_EXTENSION_GET_NEXT
 constexpr size_t kRequestTypeCount = sizeof kRequestTypes / sizeof kRequestTypes[0];
 
 bool startAgent() {
-    const std::string config = "trapsenabled=0\ndebugenabled=0\nplatformdescription=fuzz\n";
+    // HM_FUZZ_TRACE=FILE turns the agent's trace on, to see why an input fails.
+    const char* trace = std::getenv("HM_FUZZ_TRACE");
+    const std::string logPath = trace != nullptr && *trace != '\0' ? trace : "/dev/null";
+    const std::string config = std::string("trapsenabled=0\ndebugenabled=") +
+                               (logPath == "/dev/null" ? "0" : "1") + "\nplatformdescription=fuzz\n";
     const std::string configPath = hmfuzz::writeScratch("agent.conf", config.data(), config.size());
     const std::string registry = "Windows Registry Editor Version 5.00\r\n\r\n"
                                  "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
                                  "\"ConfigFile\"=\"" +
-                                 configPath + "\"\r\n\"LogFile\"=\"/dev/null\"\r\n";
+                                 configPath + "\"\r\n\"LogFile\"=\"" + logPath + "\"\r\n";
     const std::string registryPath = hmfuzz::writeScratch("registry.reg", registry.data(), registry.size());
     setenv(HM_COMPAT_REGISTRY_ENV, registryPath.c_str(), 1);
     kelvarn::setProcessResponder(hmfuzz::demoResponder());
@@ -52,6 +56,8 @@ bool startAgent() {
     }
     for (int regions = 0; regions < 1000 && SnmpExtensionInitEx(&region); ++regions) {
     }
+    // Released before the static objects go, as the SNMP service does at its end.
+    std::atexit([] { SnmpExtensionClose(); });
     return true;
 }
 
@@ -94,10 +100,17 @@ void fillValue(hmfuzz::Input& input, AsnAny& value) {
     }
 }
 
-// An arc: mostly small numbers (the MIB's own), sometimes any 32-bit value.
+// An arc: a small number (columns and rows), a group number of the MIB, or, for
+// the last bytes, any 32-bit value.
+const UINT kGroupArcs[] = {100, 200, 300, 400, 500, 600, 700, 10, 20, 30, 40, 0xFFFFFFFFu};
+constexpr size_t kGroupArcCount = sizeof kGroupArcs / sizeof kGroupArcs[0];
+
 UINT nextArc(hmfuzz::Input& input) {
     const uint8_t b = input.byte();
-    return b < 0xF0 ? b % 40 : input.u32();
+    if (b < 0xA0) {
+        return b % 32;
+    }
+    return b < 0xF0 ? kGroupArcs[b % kGroupArcCount] : input.u32();
 }
 
 } // namespace
@@ -126,7 +139,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const UINT prefix = shape % 2 == 0 ? kPrefixLength : (shape / 2) % (kPrefixLength + 1);
         const UINT length = prefix + tail;
         binding.name.idLength = length;
-        binding.name.ids = length == 0 ? nullptr : static_cast<UINT*>(SnmpUtilMemAlloc(length * sizeof(UINT)));
+        binding.name.ids =
+            length == 0 ? nullptr : static_cast<UINT*>(SnmpUtilMemAlloc(length * sizeof(UINT)));
         for (UINT i = 0; i < length; ++i) {
             binding.name.ids[i] = i < prefix ? kPrefix[i] : nextArc(input);
         }
@@ -134,8 +148,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }
 
     AsnOctetString context{nullptr, 0, FALSE};
-    AsnInteger32 errorStatus = -1;
-    AsnInteger32 errorIndex = -1;
+    // Zero, as the SNMP service hands them over.
+    AsnInteger32 errorStatus = 0;
+    AsnInteger32 errorIndex = 0;
     SnmpExtensionQueryEx(requestType, input.u32(), &list, selector & 1 ? &context : nullptr, &errorStatus,
                          &errorIndex);
     if (errorIndex < 0 || static_cast<UINT>(errorIndex) > count) {

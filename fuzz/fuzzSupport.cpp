@@ -38,7 +38,8 @@ void removeScratch() {
 const std::string& scratchDir() {
     if (g_scratch.empty()) {
         const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/hm-fuzz-XXXXXX";
+        std::string pattern =
+            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/hm-fuzz-XXXXXX";
         if (mkdtemp(&pattern[0]) == nullptr) {
             std::perror("mkdtemp");
             std::abort();
@@ -84,9 +85,28 @@ void TextResponder::answer(const std::string& path, const std::vector<kelvarn::P
     node.Values.push_back(own);
     out[path] = node;
     for (size_t i = 0; i < m_texts.size(); ++i) {
+        const std::string& text = m_texts[i];
+        const size_t equals = text.find('=');
+        if ((text[0] == '@' || text[0] == '%') && equals != std::string::npos) {
+            // An entry of its own: "@KEY=V1|V2" (values) or "%KEY=P1|P2" (child paths).
+            _XNode entry;
+            entry.NodeType = text[0] == '%' ? 1 : 0;
+            size_t start = equals + 1;
+            for (;;) {
+                const size_t bar = text.find('|', start);
+                entry.Values.push_back(
+                    text.substr(start, bar == std::string::npos ? std::string::npos : bar - start));
+                if (bar == std::string::npos) {
+                    break;
+                }
+                start = bar + 1;
+            }
+            out[text.substr(1, equals - 1)] = entry;
+            continue;
+        }
         _XNode entry;
-        entry.NodeType = (m_texts[i].size() > 1 && m_texts[i][0] == '#') ? 1 : 0;
-        entry.Values.push_back(m_texts[i]);
+        entry.NodeType = (text.size() > 1 && text[0] == '#') ? 1 : 0;
+        entry.Values.push_back(text);
         out[path + "[" + std::to_string(i) + "]"] = entry;
     }
 }

@@ -70,7 +70,9 @@ std::string writeScratch(const std::string& name, const void* data, size_t size)
 // the next text in turn, and one entry "<path>[i]" per text (the shape of a scan's
 // answer). A text starting with '!' makes the query fail with that text as the
 // message and the next two characters as the code, low byte first. A text
-// starting with '#' makes its scan entry a container rather than a value.
+// starting with '#' makes its scan entry a container rather than a value; one
+// written "@KEY=V1|V2" (a value entry) or "%KEY=P1|P2" (a container listing child
+// paths) is added to every answer under KEY instead.
 class TextResponder : public kelvarn::Responder {
 public:
     explicit TextResponder(std::vector<std::string> texts) : m_texts(std::move(texts)) {}

@@ -29,7 +29,8 @@ void readValue(HKEY key, const std::string& name) {
     if (size > 0) {
         std::vector<BYTE> shorter(size - 1);
         DWORD small = size - 1;
-        RegQueryValueExA(key, name.c_str(), nullptr, &type, shorter.empty() ? nullptr : shorter.data(), &small);
+        RegQueryValueExA(key, name.c_str(), nullptr, &type, shorter.empty() ? nullptr : shorter.data(),
+                         &small);
     }
 }
 

@@ -13,6 +13,7 @@ namespace smbios = kelvarn::smbios;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     hmfuzz::Input input(data, size);
     const uint8_t selector = input.byte();
+    const size_t entryLength = selector % 3 == 2 ? input.byte() : 0;
     const std::string rest = input.rest();
     const Bytes bytes(rest.begin(), rest.end());
     try {
@@ -25,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             table = smbios::parseStructures(bytes, selector / 3);
             break;
         default: {
-            const size_t split = bytes.empty() ? 0 : bytes[0] % (bytes.size() + 1);
+            const size_t split = entryLength < bytes.size() ? entryLength : bytes.size();
             const Bytes entry(bytes.begin(), bytes.begin() + static_cast<long>(split));
             const Bytes dmi(bytes.begin() + static_cast<long>(split), bytes.end());
             table = smbios::parseSysfs(entry, dmi);

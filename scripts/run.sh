@@ -68,10 +68,11 @@ mkdir -p "$SNMP_PERSISTENT_DIR"
 
 cat <<HINT
 === hmagentd on udp:127.0.0.1:1161 (Ctrl-C stops it); the agent's trace goes to $log
-Walk it from another terminal (the snmp package: sudo apt-get install snmp):
-    snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.4.1.64999
-Receive its traps (the snmptrapd package):
-    MIBS= snmptrapd -f -Lo -C -c $trapd_config udp:127.0.0.1:1162
+Walk it from another terminal (the snmp package: sudo apt-get install snmp), with the
+names of the MIB module (mibs/; leave -M and -m out for numeric OIDs):
+    snmpwalk -v2c -c public -M +$root/mibs:$root/mibs/ietf -m HM-SUBAGENT-MIB 127.0.0.1:1161 1.3.6.1.4.1.64999
+Receive its traps, named (the snmptrapd package):
+    snmptrapd -f -Lo -C -c $trapd_config -M +$root/mibs:$root/mibs/ietf -m HM-SUBAGENT-MIB udp:127.0.0.1:1162
 Make one happen: log an upper-critical temperature event in the demo server's SEL
     KELVARN_CONFIG=$kelvarn_config $out/bin/kelvarn-sim sel-add "CPU2 Temp" 9
 HINT

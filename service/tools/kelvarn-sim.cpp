@@ -72,7 +72,8 @@ int listEvents() {
     for (size_t i = 0; i < count; ++i) {
         const NamedEvent& e = events[i];
         char type[64];
-        std::snprintf(type, sizeof type, "%s (0x%02x)", selSensorTypeName(e.sensorType).c_str(), e.sensorType);
+        std::snprintf(type, sizeof type, "%s (0x%02x)", selSensorTypeName(e.sensorType).c_str(),
+                      e.sensorType);
         char eventType[8];
         std::snprintf(eventType, sizeof eventType, "0x%02x", e.eventReadingType);
         std::printf("%-50s %-22s %-10s %-6u %s\n", e.name, type, eventType, e.offset,
@@ -112,8 +113,8 @@ std::string change(const PlatformModel& model, const std::vector<std::string>& a
         long d2 = a.size() == 6 ? parseNumber(a[4], 0, 255, "DATA2") : 0xFF;
         long d3 = a.size() == 6 ? parseNumber(a[5], 0, 255, "DATA3") : 0xFF;
         return "sel-add " + std::to_string(static_cast<unsigned long>(std::time(nullptr))) + " " +
-               std::to_string(f.owner | (f.lun & 0x03) << 8) + " " + std::to_string(f.number) + " " + std::to_string(offset) + " " +
-               direction + " " + std::to_string(d2) + " " + std::to_string(d3);
+               std::to_string(f.owner | (f.lun & 0x03) << 8) + " " + std::to_string(f.number) + " " +
+               std::to_string(offset) + " " + direction + " " + std::to_string(d2) + " " + std::to_string(d3);
     }
     if (cmd == "sel-add-raw" && a.size() == 17) {
         std::string line = "sel-raw";
@@ -141,7 +142,8 @@ std::string change(const PlatformModel& model, const std::vector<std::string>& a
                 throw Failure{""};
         }
         try {
-            return namedEventJournalLine(model, *event, sensor, static_cast<uint32_t>(std::time(nullptr)), invert);
+            return namedEventJournalLine(model, *event, sensor, static_cast<uint32_t>(std::time(nullptr)),
+                                         invert);
         } catch (const PlatformFileError& e) {
             throw Failure{e.what()};
         }

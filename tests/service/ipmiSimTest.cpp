@@ -151,7 +151,7 @@ TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
             5000));
         EXPECT_EQ(valueOf(sys, "/BMC/SEL/TRANSLATED[1]/RAW").substr(7 * 3), "20 00 04 01 01 01 59 5b 5a");
         EXPECT_EQ(valueOf(sys, "/BMC/SEL/TRANSLATED[1]/DESCR"),
-                  "CPU Temp: Upper Critical going high Asserted");
+                  "Temperature CPU Temp | Upper Critical going high | Asserted");
         std::string selList = m_sim.ipmitool("sel list");
         EXPECT_NE(selList.find("Upper Critical going high"), std::string::npos) << selList;
         // The SDR cache is on disk, and rebuilt when the BMC's repository changes:

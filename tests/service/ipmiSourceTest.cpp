@@ -227,7 +227,7 @@ TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
          "04 00 51 02 26 20 00 04 0a 01 7f 40 08 6f 0f 00 0f 00 0f 00 c0 00 00 00 00 00 00 00 00 00 "
          "00 cb 50 53 55 31 20 53 74 61 74 75 73"},
         {"/BMC/SEL/TRANSLATED[0]/RAW", "01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be"},
-        {"/BMC/SEL/TRANSLATED[0]/DESCR", "12V: Lower Non-critical going low Asserted"},
+        {"/BMC/SEL/TRANSLATED[0]/DESCR", "Voltage 12V | Lower Non-critical going low | Asserted"},
         {"/BMC/SEL/TRANSLATED[0]/TIMESTAMP", "2025-11-21 01:43:20"},
         {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE", "23"},
         {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/PART_NUMBER", "CH-100"},
@@ -298,7 +298,7 @@ TEST(IpmiSource, ReadingsRefreshEachPeriodSelWhenItChangesSdrOnTheSlowCycle) {
         return r["/BMC/SEL/TRANSLATED"].Values.size() == 2;
     }));
     EXPECT_EQ(valueOf(*rig.system, "/BMC/SEL/TRANSLATED[1]/DESCR"),
-              "CPU Temp: Upper Critical going high Asserted");
+              "Temperature CPU Temp | Upper Critical going high | Asserted");
     std::lock_guard<std::mutex> g(rig.bmc->lock);
     EXPECT_EQ(rig.bmc->selReads, 2);
     EXPECT_EQ(rig.bmc->sdrReads, 1);
@@ -326,7 +326,7 @@ TEST(IpmiSource, SelRequestsByRecordIdAndRange) {
     ASSERT_EQ(last["/BMC/SEL/TRANSLATED"].Values.size(), 1u);
     EXPECT_EQ(last["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0003");
     EXPECT_EQ(last["/BMC/SEL/TRANSLATED[0]/DESCR"].Values.at(0),
-              "CPU Temp: Upper Critical going high Deasserted");
+              "Temperature CPU Temp | Upper Critical going high | Deasserted");
     Result two = request("2", "3000");
     ASSERT_EQ(two["/BMC/SEL/TRANSLATED"].Values.size(), 2u);
     EXPECT_EQ(two["/BMC/SEL/TRANSLATED[1]/VALUE"].Values.at(0), "0003");

@@ -63,9 +63,9 @@ TEST_F(JournalTest, SelEventsFollowTheNewestRecordAndClearEmptiesTheSel) {
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/RAW"].Values.at(0),
               "06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a");
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/DESCR"].Values.at(0),
-              "CPU2 Temp: Upper Critical going high Asserted");
+              "Temperature CPU2 Temp | Upper Critical going high | Asserted");
     EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[6]/DESCR"),
-              "Intrusion: GENERAL_CHASSIS_INTRUSION Asserted");
+              "Physical Security Intrusion | General Chassis intrusion | Asserted");
     kelvarn::appendJournal(journal, "sel-clear");
     EXPECT_EQ(selSize(), 0u);
     kelvarn::appendJournal(journal, "sel-add 1763700100 32 4 9 deassert 255 255");

@@ -60,7 +60,8 @@ KELVARN_API SdrFields findSensorBySpec(const PlatformModel& model, const std::st
 // the event's event/reading type, otherwise the first of that sensor type.
 // `invert` logs the opposite direction. Throws PlatformFileError when no sensor fits.
 KELVARN_API std::string namedEventJournalLine(const PlatformModel& model, const NamedEvent& event,
-                                              const std::string& sensorSpec, uint32_t time, bool invert = false);
+                                              const std::string& sensorSpec, uint32_t time,
+                                              bool invert = false);
 
 } // namespace kelvarn
 

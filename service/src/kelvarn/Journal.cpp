@@ -94,7 +94,8 @@ bool applyJournalLine(PlatformModel& m, const std::string& line, std::string& wh
         SdrFields f, candidate;
         bool known = false;
         for (const Bytes& rec : m.sdr) {
-            if (!decodeSdr(rec, candidate) || candidate.number != sensor || candidate.owner != (generator & 0xFF))
+            if (!decodeSdr(rec, candidate) || candidate.number != sensor ||
+                candidate.owner != (generator & 0xFF))
                 continue;
             const bool sameLun = (candidate.lun & 0x03) == ((generator >> 8) & 0x03);
             if (!known || sameLun)

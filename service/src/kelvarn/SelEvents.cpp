@@ -93,8 +93,8 @@ const EventTexts kEventTexts[] = {
     {0x0A,
      0,
      {"Transition to Running", "Transition to In Test", "Transition to Power Off", "Transition to On Line",
-      "Transition to Off Line", "Transition to Off Duty", "Transition to Degraded", "Transition to Power Save",
-      "Install Error"}},
+      "Transition to Off Line", "Transition to Off Duty", "Transition to Degraded",
+      "Transition to Power Save", "Install Error"}},
     {0x0B,
      0,
      {"Fully Redundant", "Redundancy Lost", "Redundancy Degraded", "Non-Redundant: Sufficient from Redundant",
@@ -103,8 +103,8 @@ const EventTexts kEventTexts[] = {
     {0x0C, 0, {"D0 Power State", "D1 Power State", "D2 Power State", "D3 Power State"}},
     {0x6F,
      0x05,
-     {"General Chassis intrusion", "Drive Bay intrusion", "I/O Card area intrusion", "Processor area intrusion",
-      "System unplugged from LAN", "Unauthorized dock", "FAN area intrusion"}},
+     {"General Chassis intrusion", "Drive Bay intrusion", "I/O Card area intrusion",
+      "Processor area intrusion", "System unplugged from LAN", "Unauthorized dock", "FAN area intrusion"}},
     {0x6F,
      0x06,
      {"Front Panel Lockout violation attempted", "Pre-boot password violation - user password",
@@ -238,7 +238,8 @@ const NamedEvent kNamedEvents[] = {
 
 const EventTexts* findTexts(uint8_t sensorType, uint8_t eventReadingType) {
     for (const EventTexts& t : kEventTexts)
-        if (t.eventReadingType == eventReadingType && (eventReadingType != 0x6F || t.sensorType == sensorType))
+        if (t.eventReadingType == eventReadingType &&
+            (eventReadingType != 0x6F || t.sensorType == sensorType))
             return &t;
     return nullptr;
 }
@@ -367,8 +368,8 @@ std::string namedEventJournalLine(const PlatformModel& model, const NamedEvent& 
                 pick = &sensors[i];
         if (!pick)
             throw PlatformFileError(std::string("the platform has no sensor of sensor type ") +
-                                    std::to_string(event.sensorType) + " (" + selSensorTypeName(event.sensorType) +
-                                    ") for " + event.name);
+                                    std::to_string(event.sensorType) + " (" +
+                                    selSensorTypeName(event.sensorType) + ") for " + event.name);
         sensor = *pick;
     }
     // The generator ID carries the sensor's owner and, in bits 8-9, its LUN.
