@@ -10,7 +10,7 @@ redundancy, a discrete voltage "state" sensor) as compact records. Sensor
 numbers run 1..254 per owner/LUN pair, so the sensors spread over the four
 LUNs of owner 0x20, then of 0x22, and so on. Names are unique ("Temp 0007"), so
 kelvarn-sim can address any of them. The SMBIOS, FRU and OEM parts are a small
-fixed two-socket server; the SEL starts empty.
+fixed two-socket server; the SEL holds one old entry.
 
 The output is deterministic for a given size.
 """
@@ -76,7 +76,9 @@ def platform(count):
             "fru": {"chassisType": 23, "chassisSerialNumber": "BENCH-%d" % count,
                     "productManufacturer": "Example Systems", "productName": "Bench Server"},
             "sensors": [make_sensor(i) for i in range(count)],
-            "sel": [],
+            # One old entry: a server's SEL is rarely empty, and the agent's poller
+            # takes the newest entry it first sees as its starting point.
+            "sel": [{"timestamp": 1700000000, "sensor": 1, "offset": 7, "deassertion": True}],
         },
         "smbios": {
             "chassis": {"manufacturer": "Example Systems", "serialNumber": "BENCH-%d" % count},

@@ -6,6 +6,7 @@
 # Usage: scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
 #   SECONDS_PER_TARGET  default 20 (or HM_FUZZ_SECONDS)
 #   TARGET              names without the fuzz_ prefix (default: every target)
+# HM_FUZZ_JOBS (default 2) sets the build's parallelism and how many targets run at once.
 # Inputs found along the way go to build/fuzz/fuzz-work/<target>/ (the seed corpora
 # in fuzz/corpus/ are never written); a failing input is saved as
 # build/fuzz/fuzz-work/<target>/crash-* (or leak-*, timeout-*, oom-*).
@@ -44,29 +45,45 @@ fi
 export ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}"
 export UBSAN_OPTIONS="${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}"
 
-failed=0
-for t in "${targets[@]}"; do
-    corpus="$root/fuzz/corpus/$t"
-    work="$build/fuzz-work/$t"
-    if [ ! -d "$corpus" ]; then
-        echo "fuzz_$t: FAILED: no seed corpus $corpus"
-        failed=1
-        continue
-    fi
+# Runs one target; writes its one-line result to $work/result and returns its status.
+run_target() {
+    local t="$1" corpus="$root/fuzz/corpus/$1" work="$build/fuzz-work/$1"
     mkdir -p "$work/corpus"
-    log="$work/run.log"
+    local log="$work/run.log"
+    if [ ! -d "$corpus" ]; then
+        echo "fuzz_$t: FAILED: no seed corpus $corpus" >"$work/result"
+        return 1
+    fi
     "$build/bin/fuzz_$t" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
         -artifact_prefix="$work/" "$work/corpus" "$corpus" >"$log" 2>&1
-    rc=$?
+    local rc=$?
+    local runs cov
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
     cov=$(grep -o 'cov: [0-9]*' "$log" | tail -n 1 | cut -d' ' -f2)
     if [ $rc -eq 0 ]; then
-        echo "fuzz_$t: ok, ${seconds}s, ${runs:-?} runs, coverage ${cov:-?}"
+        echo "fuzz_$t: ok, ${seconds}s, ${runs:-?} runs, coverage ${cov:-?}" >"$work/result"
     else
+        local artifact summary
         artifact=$(sed -n 's/.*Test unit written to \(.*\)$/\1/p' "$log" | tail -n 1)
         summary=$(grep -m1 -E '^SUMMARY|ERROR: libFuzzer' "$log")
-        echo "fuzz_$t: FAILED (exit $rc): ${summary:-see $log}; input: ${artifact:-none}; log: $log"
-        failed=1
+        echo "fuzz_$t: FAILED (exit $rc): ${summary:-see $log}; input: ${artifact:-none}; log: $log" >"$work/result"
     fi
+    return $rc
+}
+
+# At most $jobs targets at a time; results printed in the order asked.
+pids=()
+for t in "${targets[@]}"; do
+    while [ "$(jobs -rp | wc -l)" -ge "$jobs" ]; do
+        wait -n || true
+    done
+    rm -f "$build/fuzz-work/$t/result"
+    run_target "$t" &
+    pids+=($!)
+done
+failed=0
+for i in "${!targets[@]}"; do
+    wait "${pids[$i]}" || failed=1
+    cat "$build/fuzz-work/${targets[$i]}/result"
 done
 exit $failed

@@ -581,11 +581,10 @@ TEST_F(SelPollerTest, NewEntriesAreRoutedInSelOrderAndTheKnownOneIsSkipped) {
                      "\n SelEntry = 03 00 02 00 5e 20 69 20 00 04 07 50 6f 00 ff ff"),
               std::string::npos)
         << t;
-    EXPECT_NE(
-        t.find(
-            "\nBefore comparing DESCR\n\nInside comparing DESCR\n\n Discription = CPU1 Status: IERR Asserted"
-            "\nBefore comparing TIMESTAMP\n\nEnd of loop\n"),
-        std::string::npos);
+    EXPECT_NE(t.find("\nBefore comparing DESCR\n\nInside comparing DESCR\n\n Discription = "
+                     "Processor CPU1 Status | IERR | Asserted"
+                     "\nBefore comparing TIMESTAMP\n\nEnd of loop\n"),
+              std::string::npos);
     EXPECT_NE(t.find("\nInside comparing TIMESTAMP\n\n sTimeStamp = 2025-11-21 12:41:36\nEnd of loop\n"),
               std::string::npos);
     EXPECT_NE(t.find("\nGet data is completed!\nTime stamp is assigned!Sensor type is assigned!"

@@ -187,10 +187,6 @@ struct Step {
     int32_t newHealth;
 };
 
-const char* const kNc = "nonCritical";
-const char* const kCr = "critical";
-const char* const kNr = "nonRecoverable";
-
 #define HEALTH(from, to, n) from " to " to, n
 #define NO_HEALTH nullptr, 0
 
@@ -238,7 +234,7 @@ const Step kSteps[] = {
      1, "FAN1", 48, NO_HEALTH},
     {"fan-lower-critical-going-low-deasserted", false, "70", 7, "Lower Critical going low", 3, "600.20", 1,
      "FAN1", 48, HEALTH("nonRecoverable", "ok", 3)},
-    {"fan-device-removed", false, "70", 7, "Device Removed/Device Absent", 5, "600.20", 2, "FAN6 Presence",
+    {"fan-device-removed", false, "70", 7, "Device Removed/Device Absent", 5, "600.20", 3, "FAN6 Presence",
      57, HEALTH("ok", "critical", 5)},
     {"fan-device-removed", true, "70", 7, "Device Removed/Device Absent", 3, "600.20", 3, "FAN6 Presence", 57,
      HEALTH("critical", "ok", 3)},
@@ -330,6 +326,8 @@ const Step kSteps[] = {
     {"slot-device-installed", false, "80", 1, "device installed in the slot", 3, "", 0, "", 160, NO_HEALTH},
     {"slot-fault", false, "80", 2, "slot fault status asserted", 5, "", 0, "", 160, NO_HEALTH},
 };
+#undef HEALTH
+#undef NO_HEALTH
 
 void expectTrap(const Trap& trap, const Step& step) {
     EXPECT_EQ(trap.enterprise, kP + ".1000." + step.family);
@@ -454,14 +452,19 @@ TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
     EXPECT_EQ(CheckForNewSELEntry(), 1);
     EXPECT_EQ(selLastRecordId(), 1);
     EXPECT_TRUE(collectTraps().empty());
+    // Two changes in quick succession between two polls: both kept, routed in order.
     runTool("sel-add-event slot-fault", status);
     ASSERT_EQ(status, 0);
+    runTool("sel-add-event slot-device-installed", status);
+    ASSERT_EQ(status, 0);
     ASSERT_EQ(CheckForNewSELEntry(), 1);
-    EXPECT_EQ(selLastRecordId(), 2);
+    EXPECT_EQ(selLastRecordId(), 3);
     traps = collectTraps();
-    ASSERT_EQ(traps.size(), 1u);
+    ASSERT_EQ(traps.size(), 2u);
     EXPECT_EQ(traps[0].enterprise, kP + ".1000.80");
     EXPECT_EQ(traps[0].specific, 2);
+    EXPECT_EQ(traps[1].enterprise, kP + ".1000.80");
+    EXPECT_EQ(traps[1].specific, 1);
 }
 
 } // namespace

@@ -144,6 +144,22 @@ public:
         m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         return m_status;
     }
+    // Waits for the process to end by itself (at most `limit`, then it is killed).
+    int wait(std::chrono::milliseconds limit) {
+        const auto deadline = Clock::now() + limit;
+        int status = 0;
+        while (m_pid > 0 && waitpid(m_pid, &status, WNOHANG) == 0) {
+            if (Clock::now() > deadline)
+                return stop(SIGKILL);
+            std::this_thread::sleep_for(20ms);
+        }
+        if (m_pid > 0) {
+            m_pid = -1;
+            m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        }
+        return m_status;
+    }
+    bool running() const { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
     std::string output() const { return readFile(m_output); }
     // Waits until the output contains `text`.
     bool waitFor(const std::string& text, std::chrono::milliseconds limit) const {

@@ -27,142 +27,23 @@
 
 #include <gtest/gtest.h>
 
+#include "e2eSupport.h"
+
 #include <windows.h>
 #include <snmp.h>
 
 namespace {
 
+using namespace hmtest;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 const std::string kPrivate = "1.3.6.1.4.1.64999";
 const std::string kSystem = "1.3.6.1.4.1.64999.2.10.3.5.100";
 
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
-        if (!line.empty())
-            lines.push_back(line);
-    return lines;
-}
-
 std::string lastLine(const std::string& text) {
     const std::vector<std::string> lines = linesOf(text);
     return lines.empty() ? "" : lines.back();
-}
-
-// A free UDP port on the loopback interface (bound, read back, released).
-int freePort() {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
-// A server process in its own process group, output to a file; the destructor
-// stops the whole group.
-class Process {
-public:
-    Process(const std::vector<std::string>& argv, const std::string& output) : m_output(output) {
-        // Everything the child needs is prepared before fork: other threads may hold
-        // the allocator's locks at that moment.
-        std::vector<char*> args;
-        for (const std::string& arg : argv)
-            args.push_back(const_cast<char*>(arg.c_str()));
-        args.push_back(nullptr);
-        const int fd = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        m_pid = fork();
-        if (m_pid == 0) {
-            setpgid(0, 0);
-            dup2(fd, 1);
-            dup2(fd, 2);
-            execvp(args[0], args.data());
-            std::perror("exec");
-            _exit(127);
-        }
-        setpgid(m_pid, m_pid);
-        ::close(fd);
-    }
-    ~Process() { stop(SIGKILL); }
-    Process(const Process&) = delete;
-    Process& operator=(const Process&) = delete;
-
-    // Sends `signal` to the group and waits (at most 10 s, then SIGKILL). Returns
-    // the exit status, or 128 + signal number when killed, or -1 when not running.
-    int stop(int signal = SIGTERM) {
-        if (m_pid <= 0)
-            return m_status;
-        kill(-m_pid, signal);
-        const auto deadline = Clock::now() + 10s;
-        int status = 0;
-        while (waitpid(m_pid, &status, WNOHANG) == 0) {
-            if (Clock::now() > deadline) {
-                kill(-m_pid, SIGKILL);
-                waitpid(m_pid, &status, 0);
-                break;
-            }
-            std::this_thread::sleep_for(20ms);
-        }
-        kill(-m_pid, SIGKILL); // anything the process left behind in its group
-        m_pid = -1;
-        m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        return m_status;
-    }
-    // Waits for the process to end by itself (at most `limit`).
-    int wait(std::chrono::milliseconds limit) {
-        const auto deadline = Clock::now() + limit;
-        int status = 0;
-        while (m_pid > 0 && waitpid(m_pid, &status, WNOHANG) == 0) {
-            if (Clock::now() > deadline)
-                return stop(SIGKILL);
-            std::this_thread::sleep_for(20ms);
-        }
-        if (m_pid > 0) {
-            m_pid = -1;
-            m_status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        }
-        return m_status;
-    }
-    bool running() const { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
-    std::string output() const { return readFile(m_output); }
-    // Waits until the output contains `text`.
-    bool waitFor(const std::string& text, std::chrono::milliseconds limit) const {
-        const auto deadline = Clock::now() + limit;
-        while (Clock::now() < deadline) {
-            if (output().find(text) != std::string::npos)
-                return true;
-            std::this_thread::sleep_for(50ms);
-        }
-        return false;
-    }
-
-private:
-    pid_t m_pid = -1;
-    int m_status = -1;
-    std::string m_output;
-};
-
-bool waitForText(const std::string& path, const std::string& text, std::chrono::milliseconds limit) {
-    const auto deadline = Clock::now() + limit;
-    while (Clock::now() < deadline) {
-        if (readFile(path).find(text) != std::string::npos)
-            return true;
-        std::this_thread::sleep_for(50ms);
-    }
-    return false;
 }
 
 // The lines of a snmptrapd log written with the formats of trapReceiverConfig().
@@ -178,28 +59,9 @@ const char kTrapReceiverConfig[] = "authCommunity log public\n"
                                    "format1 V1 %N %w %q %T|%V|%v\\n\n"
                                    "format2 V2 %V|%v\\n\n";
 
-// net-snmp's daemons live in /usr/sbin, which is not on every user's PATH.
-std::string daemonPath(const std::string& name) {
-    const std::string installed = "/usr/sbin/" + name;
-    return access(installed.c_str(), X_OK) == 0 ? installed : name;
-}
-
-struct Result {
-    int status;
-    std::string output;
-};
-
 // Runs a net-snmp command-line tool; MIB files are not read, output is numeric.
 Result run(const std::string& command) {
-    const std::string full = "MIBS= " + command + " 2>&1";
-    FILE* pipe = popen(full.c_str(), "r");
-    std::string output;
-    char buffer[4096];
-    size_t got = 0;
-    while ((got = fread(buffer, 1, sizeof buffer, pipe)) > 0)
-        output.append(buffer, got);
-    const int status = pclose(pipe);
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, output};
+    return runCommand("MIBS= " + command);
 }
 
 // The agent library driven in this process through its entry points: the view

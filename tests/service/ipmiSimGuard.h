@@ -187,13 +187,13 @@ public:
     const std::string& dir() const { return m_dir; }
 
 private:
-    // Reads until the console's "> " prompt, or 2 s.
+    // Reads until the console's "> " prompt, or 10 s (a loaded machine can be slow to answer).
     static std::string readPrompt(int fd) {
         timeval tv{0, 100000};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
         std::string out;
         char buf[1024];
-        for (int i = 0; i < 20; ++i) {
+        for (int i = 0; i < 100; ++i) {
             ssize_t n = read(fd, buf, sizeof buf);
             if (n > 0)
                 out.append(buf, size_t(n));

@@ -204,7 +204,8 @@ TEST(SelTest, LastEntryKnownIdAndRange) {
     // Time stamp 1763689400 = 0x691FC3B8.
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/RAW"].Values.at(0),
               "05 00 02 b8 c3 1f 69 20 00 04 02 14 01 50 b2 b5");
-    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/DESCR"].Values.at(0), "Voltage P12V | Lower Non-critical going low | Asserted");
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/DESCR"].Values.at(0),
+              "Voltage P12V | Lower Non-critical going low | Asserted");
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/TIMESTAMP"].Values.at(0), "2025-11-21 01:43:20");
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0005");
 
