@@ -167,7 +167,9 @@ int main(int argc, char** argv) {
             throw Failure{
                 "the configured source has no journal: use source=simulated, or journal=FILE" +
                 (config.origin.empty() ? std::string(" in a configuration file") : " in " + config.origin)};
-        PlatformModel model = config.source == "simulated"
+        // The journal changes the server that answers /BMC: check the change against that one.
+        const std::string& bmcSource = config.bmc.empty() ? config.source : config.bmc;
+        PlatformModel model = bmcSource == "simulated"
                                   ? loadPlatformFile(config.platform)
                                   : parsePlatform(demoPlatformText(), "built-in demo platform");
         std::string line = change(model, args);
