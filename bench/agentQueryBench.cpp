@@ -122,6 +122,7 @@ public:
     AsnInteger32 query(UINT type, const Arcs& name, Arcs* answer = nullptr) const {
         SnmpVarBindList list{nullptr, 1};
         auto* binding = static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(sizeof(SnmpVarBind)));
+        std::memset(binding, 0, sizeof *binding);
         std::memcpy(reinterpret_cast<char*>(&list) + offsetof(SnmpVarBindList, list), &binding,
                     sizeof binding);
         AsnObjectIdentifier source{static_cast<UINT>(name.size()), const_cast<UINT*>(name.data())};
@@ -209,9 +210,12 @@ void requestOne(benchmark::State& state, bool last) {
     if (!loadAgent(state))
         return;
     const Arcs& name = last ? g_agent->names().back() : g_agent->names().front();
-    for (auto _ : state)
-        if (g_agent->query(SNMP_EXTENSION_GET, name) != 0)
+    for (auto _ : state) {
+        if (g_agent->query(SNMP_EXTENSION_GET, name) != 0) {
             state.SkipWithError("a request failed");
+            break;
+        }
+    }
     state.SetItemsProcessed(state.iterations());
 }
 
