@@ -10,9 +10,19 @@
 namespace kelvarn {
 namespace {
 
-std::mutex g_lock;
-std::shared_ptr<Responder> g_override;
-std::shared_ptr<Responder> g_configured;
+// The process's choice of responder. Never destroyed: a query thread of the host (the
+// agent's event poller runs until the process ends) may still ask while the process's
+// static objects are being destroyed.
+struct ProcessChoice {
+    std::mutex lock;
+    std::shared_ptr<Responder> override;
+    std::shared_ptr<Responder> configured;
+};
+
+ProcessChoice& processChoice() {
+    static ProcessChoice* const choice = new ProcessChoice();
+    return *choice;
+}
 
 // The source named by one of the configuration's choices ("demo", "simulated",
 // "sysfs", "sysfs:DIR", "dump:FILE"); `simulated` and `demo` are shared
@@ -71,20 +81,22 @@ std::shared_ptr<Responder> openConfigured() {
 } // namespace
 
 std::shared_ptr<Responder> processResponder() {
-    std::lock_guard<std::mutex> guard(g_lock);
-    if (g_override)
-        return g_override;
+    ProcessChoice& c = processChoice();
+    std::lock_guard<std::mutex> guard(c.lock);
+    if (c.override)
+        return c.override;
     // A configuration that failed is read again on the next query.
-    if (!g_configured)
-        g_configured = openConfigured();
-    return g_configured;
+    if (!c.configured)
+        c.configured = openConfigured();
+    return c.configured;
 }
 
 void setProcessResponder(std::shared_ptr<Responder> responder) {
-    std::lock_guard<std::mutex> guard(g_lock);
-    g_override = std::move(responder);
-    if (!g_override)
-        g_configured.reset();
+    ProcessChoice& c = processChoice();
+    std::lock_guard<std::mutex> guard(c.lock);
+    c.override = std::move(responder);
+    if (!c.override)
+        c.configured.reset();
 }
 
 } // namespace kelvarn
