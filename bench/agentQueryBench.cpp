@@ -337,6 +337,8 @@ int main(int argc, char** argv) {
     }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
+    // Removes the agent's temporary files; the library itself stays loaded.
+    g_agent.reset();
     // The agent's poller thread is never stopped: end without running the
     // library's static destructors under it.
     std::fflush(nullptr);
