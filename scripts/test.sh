@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: every test under AddressSanitizer and
 # UndefinedBehaviorSanitizer, the threaded tests again under ThreadSanitizer, the
-# source-format check, and the Windows build (cross-built, checked under Wine).
+# source-format check, the Windows build (cross-built, checked under Wine), and each
+# fuzz target for a short run on its seed corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh test
@@ -18,6 +19,8 @@ echo "=== format"
 bash scripts/check-format.sh || status=1
 echo "=== windows"
 bash scripts/test-windows.sh || status=1
+echo "=== fuzz: 20 s per target"
+bash scripts/fuzz.sh 20 || status=1
 echo "=== tsan: threaded tests"
 ctest --preset tsan -j "$jobs" || status=1
 echo "=== asan: all tests"
