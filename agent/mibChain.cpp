@@ -3,6 +3,8 @@
 
 #include <cstdint>
 #include <new>
+#include <unordered_map>
+#include <vector>
 
 #include "agent/mibHandlers.h"
 #include "core/debugLog.h"
@@ -11,6 +13,32 @@
 namespace {
 
 MIB_VAR_TYPE* gChainHead = nullptr;
+
+// The live chain in chain order with each row's full OID, for binary search. The
+// rows fall into runs whose full OIDs ascend; a row whose full OID does not fit
+// stands alone.
+struct ChainIndex {
+    struct Row {
+        MIB_VAR_TYPE* var;
+        size_t first;  // offset of its full OID in `arcs`
+        UINT length;   // arcs of its full OID
+        bool fits;     // false: its full OID exceeds MIB_FULL_OID_MAX arcs
+        size_t runEnd; // one past the last row of the ascending run holding this row
+    };
+    std::vector<Row> rows;
+    std::vector<UINT> arcs;
+    std::unordered_map<const MIB_VAR_TYPE*, size_t> position;
+
+    AsnObjectIdentifier fullOid(size_t i) {
+        return AsnObjectIdentifier{rows[i].length, arcs.data() + rows[i].first};
+    }
+    void clear() {
+        rows = std::vector<Row>();
+        arcs = std::vector<UINT>();
+        position = std::unordered_map<const MIB_VAR_TYPE*, size_t>();
+    }
+};
+ChainIndex gIndex;
 
 // Instance rows live on the heap; the static table's rows do not.
 bool isStaticRow(const MIB_VAR_TYPE* pMibVar) {
@@ -140,7 +168,63 @@ void traceChain() {
     }
 }
 
+// Step 6: the index of the chain as it now stands. An index that cannot be built
+// (out of memory) is left empty and the chain is walked instead.
+void indexChain() {
+    gIndex.clear();
+    try {
+        for (MIB_VAR_TYPE* pMibVar = gChainHead; pMibVar != nullptr; pMibVar = pMibVar->pMibNext) {
+            UINT arcs[MIB_FULL_OID_MAX];
+            AsnObjectIdentifier full{0, nullptr};
+            const bool fits = mibFullOid(pMibVar, arcs, &full);
+            gIndex.position.emplace(pMibVar, gIndex.rows.size());
+            gIndex.rows.push_back(ChainIndex::Row{pMibVar, gIndex.arcs.size(), full.idLength, fits, 0});
+            gIndex.arcs.insert(gIndex.arcs.end(), arcs, arcs + full.idLength);
+        }
+        const size_t n = gIndex.rows.size();
+        for (size_t i = n; i-- > 0;) {
+            bool joinsNext = i + 1 < n && gIndex.rows[i].fits && gIndex.rows[i + 1].fits;
+            if (joinsNext) {
+                AsnObjectIdentifier a = gIndex.fullOid(i), b = gIndex.fullOid(i + 1);
+                joinsNext = SnmpUtilOidCmp(&a, &b) <= 0;
+            }
+            gIndex.rows[i].runEnd = joinsNext ? gIndex.rows[i + 1].runEnd : i + 1;
+        }
+    } catch (const std::bad_alloc&) {
+        gIndex.clear();
+    }
+}
+
 } // namespace
+
+MibSeekResult mibChainSeek(const MIB_VAR_TYPE* start, AsnObjectIdentifier* requested, MIB_VAR_TYPE** found,
+                           AsnObjectIdentifier* full) {
+    auto it = gIndex.position.find(start);
+    if (it == gIndex.position.end())
+        return MibSeekResult::NotIndexed;
+    for (size_t i = it->second; i < gIndex.rows.size();) {
+        if (!gIndex.rows[i].fits)
+            return MibSeekResult::TooLong;
+        // In an ascending run the rows below `requested` come first: find the first
+        // that is not below it.
+        size_t low = i, high = gIndex.rows[i].runEnd;
+        while (low < high) {
+            const size_t middle = low + (high - low) / 2;
+            AsnObjectIdentifier candidate = gIndex.fullOid(middle);
+            if (SnmpUtilOidCmp(requested, &candidate) > 0)
+                low = middle + 1;
+            else
+                high = middle;
+        }
+        if (low < gIndex.rows[i].runEnd) {
+            *found = gIndex.rows[low].var;
+            *full = gIndex.fullOid(low);
+            return MibSeekResult::Found;
+        }
+        i = gIndex.rows[i].runEnd;
+    }
+    return MibSeekResult::End;
+}
 
 bool mibFullOid(const MIB_VAR_TYPE* pMibVar, UINT (&arcs)[MIB_FULL_OID_MAX], AsnObjectIdentifier* out) {
     const AsnObjectIdentifier& base = subtreeOf(pMibVar).baseOid;
@@ -177,6 +261,7 @@ bool mibBuildChain() {
     repointSubtrees();
     gChainHead = &hmSubagentMib[0];
     traceChain();
+    indexChain();
     return true;
 }
 
@@ -198,6 +283,7 @@ void mibReleaseChain() {
     for (MIB_VAR_TYPE& row : hmSubagentMib)
         mibReleaseText(&row);
     gChainHead = nullptr;
+    gIndex.clear();
     mibLoadStaticTable();
 }
 

@@ -27,4 +27,19 @@ void mibReleaseChain();
 // First row of the live chain, null while no chain is built.
 MIB_VAR_TYPE* mibChainHead();
 
+// Outcome of mibChainSeek.
+enum class MibSeekResult {
+    Found,      // *found is the variable, *full its full OID
+    End,        // no variable from `start` on is at or after the OID
+    TooLong,    // the walk from `start` meets a variable whose full OID does not fit first
+    NotIndexed, // the chain has no index or `start` is not in it: walk the chain instead
+};
+
+// The first variable of the chain, from `start` on in chain order, whose full OID is
+// at or after `requested` (the one a walk of the chain comparing full OIDs stops at),
+// found by binary search over the full OIDs computed when the chain was built.
+// `full` points into the index, valid until the chain is released.
+MibSeekResult mibChainSeek(const MIB_VAR_TYPE* start, AsnObjectIdentifier* requested, MIB_VAR_TYPE** found,
+                           AsnObjectIdentifier* full);
+
 #endif

@@ -166,12 +166,26 @@ UINT ResolveVarBind(UINT nRequestType, SnmpVarBind* pVarBind) {
     if (requested->idLength != 0 && requested->ids == nullptr)
         return SNMP_ERRORSTATUS_NOSUCHNAME;
 
+    MIB_VAR_TYPE* const start = searchStart(requested);
     MIB_VAR_TYPE* answer = nullptr;
-    for (MIB_VAR_TYPE* pMibVar = searchStart(requested); pMibVar != nullptr && answer == nullptr;
-         pMibVar = pMibVar->pMibNext) {
+    MIB_VAR_TYPE* indexed = nullptr;
+    AsnObjectIdentifier indexedFull{0, nullptr};
+    switch (start != nullptr ? mibChainSeek(start, requested, &indexed, &indexedFull) : MibSeekResult::End) {
+    case MibSeekResult::End:
+        return SNMP_ERRORSTATUS_NOSUCHNAME;
+    case MibSeekResult::TooLong:
+        return SNMP_ERRORSTATUS_GENERR;
+    case MibSeekResult::Found:
+    case MibSeekResult::NotIndexed:
+        break;
+    }
+    // With an index the walk below starts at the variable it found and stops there;
+    // without one it compares every variable from the start on.
+    for (MIB_VAR_TYPE* pMibVar = indexed != nullptr ? indexed : start;
+         pMibVar != nullptr && answer == nullptr; pMibVar = pMibVar->pMibNext) {
         UINT arcs[MIB_FULL_OID_MAX];
-        AsnObjectIdentifier full;
-        if (!mibFullOid(pMibVar, arcs, &full))
+        AsnObjectIdentifier full = indexedFull;
+        if (pMibVar != indexed && !mibFullOid(pMibVar, arcs, &full))
             return SNMP_ERRORSTATUS_GENERR;
         const int order = SnmpUtilOidCmp(requested, &full);
         if (order < 0) {

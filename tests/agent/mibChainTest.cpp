@@ -113,6 +113,45 @@ TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
     }
 }
 
+// The index finds, from a starting row, the first row whose full name is not below
+// the one asked for: the row itself for an exact name, the next row for a name just
+// after one (the row's name with a 0 arc appended), nothing after the last row.
+TEST_F(ChainTest, SeekFindsTheRowTheChainWalkStopsAt) {
+    ASSERT_TRUE(start({{temperatureProbeEntity, 3}}));
+    std::vector<const MIB_VAR_TYPE*> rows = chain();
+    ASSERT_EQ(rows.size(), 10u + 15u * 3); // the system group, then 15 columns x 3 probes
+    MIB_VAR_TYPE* head = mibChainHead();
+    for (size_t i = 0; i < rows.size(); ++i) {
+        Arcs exact = fullName(rows[i]);
+        Arcs after = exact;
+        after.push_back(0);
+        for (size_t k = 0; k < 2; ++k) {
+            Arcs copy = k == 0 ? exact : after;
+            AsnObjectIdentifier requested{static_cast<UINT>(copy.size()), copy.data()};
+            MIB_VAR_TYPE* found = nullptr;
+            AsnObjectIdentifier full{0, nullptr};
+            const MibSeekResult result = mibChainSeek(head, &requested, &found, &full);
+            const size_t expected = i + k;
+            if (expected == rows.size()) {
+                EXPECT_EQ(result, MibSeekResult::End) << i;
+                continue;
+            }
+            ASSERT_EQ(result, MibSeekResult::Found) << i;
+            EXPECT_EQ(found, rows[expected]) << i;
+            EXPECT_EQ(arcsOf(full), fullName(rows[expected])) << i;
+        }
+    }
+    // A name before the whole view finds the first row; a row outside the chain is not indexed.
+    Arcs before = P({1});
+    AsnObjectIdentifier requested{static_cast<UINT>(before.size()), before.data()};
+    MIB_VAR_TYPE* found = nullptr;
+    AsnObjectIdentifier full{0, nullptr};
+    EXPECT_EQ(mibChainSeek(head, &requested, &found, &full), MibSeekResult::Found);
+    EXPECT_EQ(found, head);
+    MIB_VAR_TYPE outside{};
+    EXPECT_EQ(mibChainSeek(&outside, &requested, &found, &full), MibSeekResult::NotIndexed);
+}
+
 TEST_F(ChainTest, StartUpTracesTheExpansionTheChainAndTheSubtrees) {
     ASSERT_TRUE(start({{temperatureProbeEntity, 3}}, true));
     const std::string log = closeAndReadTrace();

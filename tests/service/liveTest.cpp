@@ -53,6 +53,44 @@ TEST_F(JournalTest, ChangesApplyInOrder) {
     EXPECT_EQ(valueOf(*system, kCpu2), "60");
 }
 
+// A source whose SDR repository loses and regains CPU 2's record (sensor 4 of owner
+// 0x20) while the responder serves it: the answers follow every repository handed out.
+class ChangingSdrSource : public kelvarn::Source {
+public:
+    explicit ChangingSdrSource(std::shared_ptr<kelvarn::Source> inner) : m_inner(std::move(inner)) {}
+    std::string describe() const override { return m_inner->describe(); }
+    std::vector<kelvarn::Bytes> sdrRepository() override {
+        std::vector<kelvarn::Bytes> sdr;
+        for (const kelvarn::Bytes& r : m_inner->sdrRepository())
+            if (!(withoutCpu2 && r.size() > 7 && r[5] == 0x20 && r[7] == 4))
+                sdr.push_back(r);
+        return sdr;
+    }
+    bool sensorReading(const kelvarn::SensorAddress& a, kelvarn::SensorReading& out) override {
+        return m_inner->sensorReading(a, out);
+    }
+    std::vector<kelvarn::SelEntry> selEntries() override { return m_inner->selEntries(); }
+    kelvarn::Inventory inventory() override { return m_inner->inventory(); }
+    bool withoutCpu2 = false;
+
+private:
+    std::shared_ptr<kelvarn::Source> m_inner;
+};
+
+TEST_F(JournalTest, AnswersFollowARepositoryThatChanges) {
+    auto changing = std::make_shared<ChangingSdrSource>(source);
+    SDK::System over(kelvarn::makePlatformResponder(changing));
+    kelvarn::appendJournal(journal, "reading 32 0 4 93");
+    EXPECT_EQ(valueOf(over, kCpu2), "93");
+    changing->withoutCpu2 = true;
+    EXPECT_FALSE(failuresOf(over, kCpu2).empty());
+    EXPECT_TRUE(failuresOf(over, kPsu2).empty());
+    changing->withoutCpu2 = false;
+    kelvarn::appendJournal(journal, "reading 32 0 4 61");
+    EXPECT_TRUE(failuresOf(over, kCpu2).empty());
+    EXPECT_EQ(valueOf(over, kCpu2), "61");
+}
+
 TEST_F(JournalTest, SelEventsFollowTheNewestRecordAndClearEmptiesTheSel) {
     // CPU2 Temp (sensor 4, temperature, threshold type), upper critical going high.
     kelvarn::appendJournal(journal, "sel-add 1763700000 32 4 9 assert 92 90");

@@ -103,6 +103,10 @@ public:
     virtual std::string describe() const = 0;
     // The SDR repository, records in repository order, each with its 5-byte header.
     virtual std::vector<Bytes> sdrRepository() = 0;
+    // The same records as a shared, immutable copy. A source whose SDR is held
+    // in memory returns the same object for as long as the SDR is unchanged,
+    // which lets callers keep what they derived from it; the default copies.
+    virtual std::shared_ptr<const std::vector<Bytes>> sharedSdrRepository();
     // false when the source has no reading for that sensor.
     virtual bool sensorReading(const SensorAddress& address, SensorReading& out) = 0;
     // The SEL, oldest entry first.
@@ -130,6 +134,7 @@ public:
     SimulatedSource(std::string name, PlatformModel model, std::string journalPath = "");
     std::string describe() const override;
     std::vector<Bytes> sdrRepository() override;
+    std::shared_ptr<const std::vector<Bytes>> sharedSdrRepository() override;
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;

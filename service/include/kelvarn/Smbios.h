@@ -111,6 +111,7 @@ public:
     CompositeSource(std::shared_ptr<Source> bmc, std::shared_ptr<Source> smbios);
     std::string describe() const override;
     std::vector<Bytes> sdrRepository() override;
+    std::shared_ptr<const std::vector<Bytes>> sharedSdrRepository() override;
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;

@@ -1,6 +1,8 @@
 // Interprets a Source's IPMI and SMBIOS facts into query answers.
 #include <cstdio>
 #include <ctime>
+#include <mutex>
+#include <unordered_map>
 #include <utility>
 
 #include <fcntl.h>
@@ -18,6 +20,10 @@
 namespace kelvarn {
 
 Source::~Source() = default;
+
+std::shared_ptr<const std::vector<Bytes>> Source::sharedSdrRepository() {
+    return std::make_shared<const std::vector<Bytes>>(sdrRepository());
+}
 
 namespace {
 
@@ -77,6 +83,43 @@ struct Sensor {
     SdrFields fields;
 };
 
+uint32_t sensorKey(uint32_t number, uint32_t owner, uint32_t lun) {
+    return number << 16 | owner << 8 | lun;
+}
+
+// One SDR repository decoded once: its sensor records in repository order, and
+// lookups by record position, by (number, owner, LUN byte) and by (number, owner).
+struct SdrIndex {
+    std::shared_ptr<const std::vector<Bytes>> sdr;
+    std::vector<Sensor> sensors;
+    std::vector<const Sensor*> byRecord;                                    // nullptr: not a sensor record
+    std::unordered_map<uint32_t, const Sensor*> byAddress;                  // first in repository order
+    std::unordered_map<uint32_t, std::vector<const Sensor*>> byNumberOwner; // repository order
+
+    explicit SdrIndex(std::shared_ptr<const std::vector<Bytes>> records) : sdr(std::move(records)) {
+        for (size_t i = 0; i < sdr->size(); ++i) {
+            Sensor s{i, {}};
+            if (decodeSdr((*sdr)[i], s.fields))
+                sensors.push_back(std::move(s));
+        }
+        byRecord.assign(sdr->size(), nullptr);
+        for (const Sensor& s : sensors) {
+            byRecord[s.index] = &s;
+            byAddress.emplace(sensorKey(s.fields.number, s.fields.owner, s.fields.lun), &s);
+            byNumberOwner[sensorKey(s.fields.number, s.fields.owner, 0)].push_back(&s);
+        }
+    }
+    SdrIndex(const SdrIndex&) = delete;
+    SdrIndex& operator=(const SdrIndex&) = delete;
+
+    const Sensor* find(uint32_t number, uint32_t owner, uint32_t lun) const {
+        if (number > 0xFF || owner > 0xFF || lun > 0xFF)
+            return nullptr;
+        auto it = byAddress.find(sensorKey(number, owner, lun));
+        return it == byAddress.end() ? nullptr : it->second;
+    }
+};
+
 class PlatformResponder : public Responder {
 public:
     explicit PlatformResponder(std::shared_ptr<Source> source) : m_source(std::move(source)) {}
@@ -100,21 +143,30 @@ public:
     }
 
 private:
-    std::vector<Sensor> sensors(const std::vector<Bytes>& sdr) const {
-        std::vector<Sensor> list;
-        for (size_t i = 0; i < sdr.size(); ++i) {
-            Sensor s{i, {}};
-            if (decodeSdr(sdr[i], s.fields))
-                list.push_back(std::move(s));
+    // The decoded SDR of the source's current repository. It is decoded again
+    // only when the source hands out a different repository whose records differ.
+    std::shared_ptr<const SdrIndex> sdrIndex() {
+        std::shared_ptr<const std::vector<Bytes>> sdr = m_source->sharedSdrRepository();
+        std::lock_guard<std::mutex> guard(m_indexLock);
+        if (m_index && m_lastSdr != sdr) {
+            if (*m_index->sdr == *sdr)
+                m_lastSdr = sdr; // same records (a change elsewhere in the platform)
+            else
+                m_index.reset();
         }
-        return list;
+        if (!m_index) {
+            m_lastSdr = sdr;
+            m_index = std::make_shared<const SdrIndex>(std::move(sdr));
+        }
+        return m_index;
     }
 
     static std::string sdrKey(size_t index) { return "/BMC/SDR[" + std::to_string(index) + "]"; }
 
     // /BMC/SDR, /BMC/SDR[i], /BMC/SDR/SENSOR_TYPE[t], /BMC/SDR/RECORD_TYPE[k]
     void answerSdr(const std::string& path, const std::vector<PathSegment>& seg, ResultMap& out) {
-        const std::vector<Bytes> sdr = m_source->sdrRepository();
+        const std::shared_ptr<const SdrIndex> index = sdrIndex();
+        const std::vector<Bytes>& sdr = *index->sdr;
         if (seg.size() == 2 && seg[1].hasIndex) {
             if (seg[1].index >= sdr.size())
                 noInstance("SDR record " + std::to_string(seg[1].index) +
@@ -151,25 +203,17 @@ private:
 
     // /BMC/SENSOR[i]/NAME and /BMC/SENSOR[n]/OWNER[o]/LUN[l][/...]
     void answerSensor(const std::string& path, const std::vector<PathSegment>& seg, ResultMap& out) {
-        const std::vector<Bytes> sdr = m_source->sdrRepository();
+        const std::shared_ptr<const SdrIndex> index = sdrIndex();
         if (seg.size() == 3 && seg[2].is("NAME")) {
             size_t i = seg[1].index;
-            SdrFields f;
-            if (i >= sdr.size() || !decodeSdr(sdr[i], f))
+            if (i >= index->byRecord.size() || !index->byRecord[i])
                 noInstance("SDR record " + std::to_string(i) + " is not a sensor record");
-            out[path] = valueNode(f.name, "text");
+            out[path] = valueNode(index->byRecord[i]->fields.name, "text");
             return;
         }
         if (seg.size() < 4 || !seg[2].isIndexed("OWNER") || !seg[3].isIndexed("LUN"))
             unknownPath(path);
-        const std::vector<Sensor> list = sensors(sdr);
-        const Sensor* sensor = nullptr;
-        for (const Sensor& s : list)
-            if (s.fields.number == seg[1].index && s.fields.owner == seg[2].index &&
-                s.fields.lun == seg[3].index) {
-                sensor = &s;
-                break;
-            }
+        const Sensor* sensor = index->find(seg[1].index, seg[2].index, seg[3].index);
         if (!sensor)
             noInstance("no sensor number " + std::to_string(seg[1].index) + " with owner " +
                        std::to_string(seg[2].index) + " and LUN byte " + std::to_string(seg[3].index));
@@ -274,17 +318,18 @@ private:
 
     // DESCR: the entry's own text when it has one, otherwise the BMC tools' event
     // text composed from its bytes and the SDR (kelvarn/SelEvents.h).
-    std::string selDescription(const SelEntry& e, const std::vector<Sensor>& list) const {
+    std::string selDescription(const SelEntry& e, const SdrIndex& index) const {
         if (!e.description.empty())
             return e.description;
         const auto& r = e.raw;
         // The sensor of that number and owner, on the generator's LUN when one is.
         std::string name;
-        for (const Sensor& s : list)
-            if (s.fields.number == r[11] && s.fields.owner == r[7]) {
-                if (name.empty() || (s.fields.lun & 0x03) == (r[8] & 0x03))
-                    name = s.fields.name;
-                if ((s.fields.lun & 0x03) == (r[8] & 0x03))
+        auto it = index.byNumberOwner.find(sensorKey(r[11], r[7], 0));
+        if (it != index.byNumberOwner.end())
+            for (const Sensor* s : it->second) {
+                if (name.empty() || (s->fields.lun & 0x03) == (r[8] & 0x03))
+                    name = s->fields.name;
+                if ((s->fields.lun & 0x03) == (r[8] & 0x03))
                     break;
             }
         return selEntryText(r, name);
@@ -293,7 +338,7 @@ private:
     static std::string selTimestamp(const SelEntry& e) { return selTimestampText(e.raw); }
 
     // One SEL entry: its node (children RAW, DESCR, TIMESTAMP, VALUE) and the children.
-    void addSelEntry(size_t k, const SelEntry& e, const std::vector<Sensor>& list, ResultMap& out) const {
+    void addSelEntry(size_t k, const SelEntry& e, const SdrIndex& list, ResultMap& out) const {
         const std::string stem = std::string(kSelPath) + "[" + std::to_string(k);
         const std::string raw = stem + "]/RAW", descr = stem + "]/DESCR", stamp = stem + "]/TIMESTAMP",
                           value = stem + "]/VALUE";
@@ -310,7 +355,8 @@ private:
     void answerSel(const std::string& path, const std::vector<PathSegment>& seg, const Parameters& params,
                    ResultMap& out) {
         const std::vector<SelEntry> sel = m_source->selEntries();
-        const std::vector<Sensor> list = sensors(m_source->sdrRepository());
+        const std::shared_ptr<const SdrIndex> index = sdrIndex();
+        const SdrIndex& list = *index;
         if (seg.size() > 4 || (seg.size() == 4 && seg[2].hasIndex == false))
             unknownPath(path);
         if (seg[2].hasIndex) {
@@ -525,6 +571,9 @@ private:
     }
 
     std::shared_ptr<Source> m_source;
+    std::mutex m_indexLock;
+    std::shared_ptr<const std::vector<Bytes>> m_lastSdr; // the repository last handed out
+    std::shared_ptr<const SdrIndex> m_index;             // decoded from records equal to m_lastSdr
 };
 
 } // namespace
@@ -603,6 +652,11 @@ void SimulatedSource::refreshLocked() {
 
 std::vector<Bytes> SimulatedSource::sdrRepository() {
     return snapshot()->sdr;
+}
+
+std::shared_ptr<const std::vector<Bytes>> SimulatedSource::sharedSdrRepository() {
+    std::shared_ptr<const PlatformModel> model = snapshot();
+    return std::shared_ptr<const std::vector<Bytes>>(model, &model->sdr);
 }
 
 bool SimulatedSource::sensorReading(const SensorAddress& address, SensorReading& out) {

@@ -97,6 +97,10 @@ std::string CompositeSource::describe() const {
 std::vector<Bytes> CompositeSource::sdrRepository() {
     return m_bmc->sdrRepository();
 }
+
+std::shared_ptr<const std::vector<Bytes>> CompositeSource::sharedSdrRepository() {
+    return m_bmc->sharedSdrRepository();
+}
 bool CompositeSource::sensorReading(const SensorAddress& address, SensorReading& out) {
     return m_bmc->sensorReading(address, out);
 }
