@@ -13,6 +13,7 @@
 #include "agent/pollForEvent.h"
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
+#include "events/selPoller.h"
 
 namespace {
 
@@ -232,6 +233,9 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionTrap(AsnObjectIdentifier* 
 
 extern "C" HM_EXPORT VOID SNMP_FUNC_TYPE SnmpExtensionClose(void) {
     debugLog("SNMP Extension Agent closing\n");
+    // The poller must not route events into the tables and the event queue
+    // released here.
+    parkSelPoller();
     releaseTables();
     closeDebugLog();
     resetModuleState();

@@ -21,6 +21,20 @@ constexpr const char* kPerformanceLagging = "performance is lagging";
 
 using T = EventTest;
 
+// A threshold family: severity 3 is the return to normal; severities 4, 5 and 6 (non-critical,
+// critical, non-recoverable) give the "Lower" trap when the description says "Lower" and
+// the upper one otherwise.
+// clang-format off
+#define HM_THRESHOLD_ROWS(group, family, normal, lowerNC, upperNC, lowerC, upperC, lowerNR, upperNR) \
+    {group, T::Severity, 3, nullptr, family, normal},                                                \
+    {group, T::SeverityContains, 4, kLower, family, lowerNC},                                        \
+    {group, T::Severity, 4, nullptr, family, upperNC},                                               \
+    {group, T::SeverityContains, 5, kLower, family, lowerC},                                         \
+    {group, T::Severity, 5, nullptr, family, upperC},                                                \
+    {group, T::SeverityContains, 6, kLower, family, lowerNR},                                        \
+    {group, T::Severity, 6, nullptr, family, upperNR}
+// clang-format on
+
 // Rows of one group are tried in order; the first match wins.
 constexpr EventOidRule kRules[] = {
     // 1: overall system health
@@ -40,13 +54,7 @@ constexpr EventOidRule kRules[] = {
     // 4: cooling sensor (fan); removal and insertion share the return-to-normal trap
     {4, T::Contains, 0, "Device Removed", 70, 7},
     {4, T::Contains, 0, "Device Inserted", 70, 7},
-    {4, T::Severity, 3, nullptr, 70, 7},
-    {4, T::SeverityContains, 4, kLower, 70, 6},
-    {4, T::Severity, 4, nullptr, 70, 8},
-    {4, T::SeverityContains, 5, kLower, 70, 5},
-    {4, T::Severity, 5, nullptr, 70, 9},
-    {4, T::SeverityContains, 6, kLower, 70, 4},
-    {4, T::Severity, 6, nullptr, 70, 10},
+    HM_THRESHOLD_ROWS(4, 70, 7, 6, 8, 5, 9, 4, 10),
     // 5: cooling redundancy
     {5, T::Severity, 3, nullptr, 70, 1},
     {5, T::Severity, 4, nullptr, 70, 2},
@@ -92,21 +100,9 @@ constexpr EventOidRule kRules[] = {
     {12, T::Contains, 0, "terminator's presence has been detected", 40, 9},
     {12, T::Contains, 0, "SM BIOS 'Uncorrectable CPU-Complex Error'", 40, 10},
     // 14: temperature
-    {14, T::Severity, 3, nullptr, 70, 16},
-    {14, T::SeverityContains, 4, kLower, 70, 15},
-    {14, T::Severity, 4, nullptr, 70, 17},
-    {14, T::SeverityContains, 5, kLower, 70, 14},
-    {14, T::Severity, 5, nullptr, 70, 18},
-    {14, T::SeverityContains, 6, kLower, 70, 13},
-    {14, T::Severity, 6, nullptr, 70, 19},
+    HM_THRESHOLD_ROWS(14, 70, 16, 15, 17, 14, 18, 13, 19),
     // 15: voltage
-    {15, T::Severity, 3, nullptr, 50, 13},
-    {15, T::SeverityContains, 4, kLower, 50, 12},
-    {15, T::Severity, 4, nullptr, 50, 14},
-    {15, T::SeverityContains, 5, kLower, 50, 11},
-    {15, T::Severity, 5, nullptr, 50, 15},
-    {15, T::SeverityContains, 6, kLower, 50, 10},
-    {15, T::Severity, 6, nullptr, 50, 16},
+    HM_THRESHOLD_ROWS(15, 50, 13, 12, 14, 11, 15, 10, 16),
     // 17: power performance
     {17, T::Equals, 0, kPerformanceMet, 50, 17},
     {17, T::Equals, 0, kPerformanceLagging, 50, 18},
@@ -117,6 +113,7 @@ constexpr EventOidRule kRules[] = {
     {19, T::Contains, 0, "reports the device has been removed or is absent", 100, 1},
     {19, T::Contains, 0, "reports the device has been inserted or is present", 100, 2},
 };
+#undef HM_THRESHOLD_ROWS
 constexpr size_t kRuleCount = sizeof(kRules) / sizeof(kRules[0]);
 
 // The event OIDs of the rows, built once and never changed afterwards.
@@ -295,40 +292,33 @@ AsnObjectIdentifier* getDriveSlotEventOID(const eventData& event) {
 }
 
 AsnObjectIdentifier* selectEventOID(const eventData& event) {
-    switch (event.nEventGroup) {
-    case 1:
-        return getHealthEventOID(event);
-    case 2:
-        return getBiosEventOID(event);
-    case 3:
-        return getChassisEventOID(event);
-    case 4:
-        return getCoolingSensorEventOID(event);
-    case 5:
-        return getCoolingSpareEventOID(event);
-    case 8:
-        return getMemoryEventOID(event);
-    case 9:
-        return getPhpSlotEventOID(event);
-    case 10:
-        return getPowerSupplyEventOID(event);
-    case 11:
-        return getPowerSpareEventOID(event);
-    case 12:
-        return getProcessorEventOID(event);
-    case 14:
-        return getTemperatureEventOID(event);
-    case 15:
-        return getVoltageEventOID(event);
-    case 17:
-        return getPowerPerformanceEventOID(event);
-    case 18:
-        return getCoolingPerformanceEventOID(event);
-    case 19:
-        return getDriveSlotEventOID(event);
-    default:
-        return nullptr;
+    using Selector = AsnObjectIdentifier* (*)(const eventData&);
+    static constexpr struct {
+        int32_t group;
+        Selector select;
+    } kSelectors[] = {
+        {1, getHealthEventOID},
+        {2, getBiosEventOID},
+        {3, getChassisEventOID},
+        {4, getCoolingSensorEventOID},
+        {5, getCoolingSpareEventOID},
+        {8, getMemoryEventOID},
+        {9, getPhpSlotEventOID},
+        {10, getPowerSupplyEventOID},
+        {11, getPowerSpareEventOID},
+        {12, getProcessorEventOID},
+        {14, getTemperatureEventOID},
+        {15, getVoltageEventOID},
+        {17, getPowerPerformanceEventOID},
+        {18, getCoolingPerformanceEventOID},
+        {19, getDriveSlotEventOID},
+    };
+    for (const auto& s : kSelectors) {
+        if (s.group == event.nEventGroup) {
+            return s.select(event);
+        }
     }
+    return nullptr;
 }
 
 AsnObjectIdentifier* trapObjectOID(TrapObject object) {

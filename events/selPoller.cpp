@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <new>
 #include <string>
 
@@ -43,6 +44,17 @@ SelPollerState& state() {
 }
 
 std::atomic<void (*)(DWORD)> g_pollSleep{nullptr};
+
+// Parking (see parkSelPoller): a poll runs under the poll lock, and a poller
+// thread polls only while the generation is the one it started in. Never
+// destroyed, like the state.
+std::mutex& pollLock() {
+    static std::mutex* const lock = new std::mutex();
+    return *lock;
+}
+std::atomic<unsigned> g_pollGeneration{0};
+// Set while parkSelPoller waits for the poll under way: that poll stops routing.
+std::atomic<bool> g_parking{false};
 
 // Copies text into a fixed field, cut to fit, always terminated.
 template <size_t N> void copyText(char (&field)[N], const std::string& text) {
@@ -293,6 +305,9 @@ int CheckForNewSELEntry() {
             }
             continue;
         }
+        if (g_parking.load()) {
+            break; // the agent is closing: the rest of the entries are not routed
+        }
         handleNewEntry(result, entries[static_cast<size_t>(k)]);
     }
     debugLog("\n ------------------- SEL End -----------------\n");
@@ -339,6 +354,7 @@ int routeEvent(const SelRecord* record) {
 }
 
 DWORD WINAPI PollForEvent(LPVOID /*lpParameter*/) {
+    const unsigned generation = g_pollGeneration.load();
     for (;;) {
         debugLog("\n Inside the PollForEvent Function");
         void (*sleepFn)(DWORD) = g_pollSleep.load();
@@ -346,6 +362,10 @@ DWORD WINAPI PollForEvent(LPVOID /*lpParameter*/) {
             sleepFn(3000);
         } else {
             Sleep(3000);
+        }
+        std::lock_guard<std::mutex> guard(pollLock());
+        if (g_pollGeneration.load() != generation) {
+            continue; // parked for good: the thread only sleeps
         }
         try {
             CheckForNewSELEntry();
@@ -365,6 +385,15 @@ const SelRecord& selCurrentRecord() {
 
 const SelEventFields& selCurrentEventFields() {
     return state().fields;
+}
+
+void parkSelPoller() {
+    g_parking.store(true);
+    {
+        std::lock_guard<std::mutex> guard(pollLock());
+        g_pollGeneration.fetch_add(1);
+    }
+    g_parking.store(false);
 }
 
 void resetSelPoller() {

@@ -57,6 +57,13 @@ int routeEvent(const SelRecord* record);
 // `lastRecordId` forward (or out of kSelLastEntry) to the record's ID.
 void decodeSelEntry(const char* text, SelRecord& record, int32_t& lastRecordId);
 
+// Parks every poller thread running now, for when the agent closes: waits for
+// the poll under way (which stops routing at its next entry) and makes those
+// threads skip every later poll. The threads are not stopped; they keep
+// sleeping until the process ends, and touch no agent state any more. A poller
+// started afterwards polls normally.
+void parkSelPoller();
+
 // Read-only views of the poller state, for diagnostics and tests.
 int32_t selLastRecordId();
 const SelRecord& selCurrentRecord();

@@ -1,5 +1,5 @@
 // SnmpExtensionQueryEx with arbitrary request types and binding lists, on the demo
-// platform with a quiet configuration. The input is read as:
+// platform with a quiet configuration and traps off. The input is read as:
 //   request type selector, binding count, then per binding: OID length, a prefix
 //   choice, the arcs, a value type selector and the value.
 #include <snmp.h>
@@ -10,18 +10,10 @@
 #include <string>
 
 #include "agent/snmpExtension.h"
-#include "events/selPoller.h"
+#include "fuzz/fuzzAgent.h"
 #include "fuzz/fuzzSupport.h"
-#include "kelvarn/Responder.h"
 
 namespace {
-
-// The event poller is not under test: its first sleep parks it for good.
-void parkPoller(DWORD) {
-    for (;;) {
-        Sleep(3600000);
-    }
-}
 
 const UINT kPrefix[] = {1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 5};
 constexpr UINT kPrefixLength = sizeof kPrefix / sizeof kPrefix[0];
@@ -32,34 +24,6 @@ const UINT kRequestTypes[] = {SNMP_EXTENSION_GET,        SNMP_EXTENSION_GET_NEXT
                               SNMP_EXTENSION_SET_TEST,   SNMP_EXTENSION_SET_COMMIT, SNMP_EXTENSION_SET_UNDO,
                               SNMP_EXTENSION_SET_CLEANUP};
 constexpr size_t kRequestTypeCount = sizeof kRequestTypes / sizeof kRequestTypes[0];
-
-bool startAgent() {
-    // HM_FUZZ_TRACE=FILE turns the agent's trace on, to see why an input fails.
-    const char* trace = std::getenv("HM_FUZZ_TRACE");
-    const std::string logPath = trace != nullptr && *trace != '\0' ? trace : "/dev/null";
-    const std::string config = std::string("trapsenabled=0\ndebugenabled=") +
-                               (logPath == "/dev/null" ? "0" : "1") + "\nplatformdescription=fuzz\n";
-    const std::string configPath = hmfuzz::writeScratch("agent.conf", config.data(), config.size());
-    const std::string registry = "Windows Registry Editor Version 5.00\r\n\r\n"
-                                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                                 "\"ConfigFile\"=\"" +
-                                 configPath + "\"\r\n\"LogFile\"=\"" + logPath + "\"\r\n";
-    const std::string registryPath = hmfuzz::writeScratch("registry.reg", registry.data(), registry.size());
-    setenv(HM_COMPAT_REGISTRY_ENV, registryPath.c_str(), 1);
-    kelvarn::setProcessResponder(hmfuzz::demoResponder());
-    setSelPollSleep(parkPoller);
-
-    HANDLE trapEvent = nullptr;
-    AsnObjectIdentifier region{0, nullptr};
-    if (!SnmpExtensionInit(0, &trapEvent, &region)) {
-        return false;
-    }
-    for (int regions = 0; regions < 1000 && SnmpExtensionInitEx(&region); ++regions) {
-    }
-    // Released before the static objects go, as the SNMP service does at its end.
-    std::atexit([] { SnmpExtensionClose(); });
-    return true;
-}
 
 void fillValue(hmfuzz::Input& input, AsnAny& value) {
     switch (input.byte() % 6) {
@@ -116,7 +80,7 @@ UINT nextArc(hmfuzz::Input& input) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const bool started = startAgent();
+    static const bool started = hmfuzz::startAgent(false);
     if (!started) {
         std::abort();
     }

@@ -14,6 +14,7 @@
 #include "host/agentHost.h"
 #include "host/hostConfig.h"
 #include "host/netSnmp.h"
+#include "host/privilege.h"
 
 // Access control (communities, users, views) from net-snmp's MIB module library;
 // it ships no header for them.
@@ -122,6 +123,10 @@ int main(int argc, char** argv) {
     snmp_register_callback(SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING, onLogMessage, nullptr);
     netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_WARNING);
 
+    // net-snmp's agent library would also listen for SMUX peers on TCP port 199
+    // of every interface when started as root; the daemon has none.
+    static char noSmux[] = "-smux";
+    add_to_init_list(noSmux);
     init_agent(kApp);
     // The agent library sets its own defaults in init_agent; agentXPingInterval in
     // the file still overrides this one.
@@ -160,6 +165,12 @@ int main(int argc, char** argv) {
     hmhost::ExtensionAgent agent(entries);
     hmhost::AgentHost host(snmp, agent);
     if (!host.start("hmSubagent", static_cast<uint32_t>(netsnmp_get_agent_uptime()), error)) {
+        host.stop();
+        return fail(error, true);
+    }
+    // Everything that needs root is open now: the transports or the AgentX
+    // connection, the agent's registry, configuration, trace and devices.
+    if (!hmhost::dropConfiguredPrivileges(kApp, error)) {
         host.stop();
         return fail(error, true);
     }

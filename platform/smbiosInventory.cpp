@@ -1,5 +1,6 @@
 #include "platform/smbiosInventory.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -130,11 +131,6 @@ const char* fieldValue(const QueryResult& result, const char* base, const char* 
     return it->second.Values[0].c_str();
 }
 
-// Bounded copy into a text field: cut to fit, always terminated.
-template <size_t N> void copyText(char (&field)[N], const char* text) {
-    snprintf(field, N, "%s", text);
-}
-
 // Enumeration by name: the matching code, or `fallback` when no row matches.
 uint32_t codeOr(const SmbiosNameCode* table, const char* name, uint32_t fallback) {
     uint32_t code = fallback;
@@ -159,189 +155,208 @@ bool getRecord(const char* path, QueryResult& result) {
     return false;
 }
 
+// How a record field is filled from its sub-key's first value.
+enum class FieldKind {
+    Text,       // bounded copy; traced with %s
+    Number,     // atoi; traced with %d
+    CodeOrKeep, // name table; an unmatched name keeps the previous value
+    CodeOr2,    // name table; an unmatched name gives 2 (Unknown)
+    Millivolts, // text without its unit letter, atof * 1000, truncated; traced with %f
+    Location,   // always the system board, whatever the name
+    TypeDetail, // "TypeDetail/" + each name of the table; "Supported" stores its bit
+};
+
+// One field of a record: where it lies (offset and width in bytes, or text size), its
+// sub-key, how it is converted and the trace printed after it is set.
+struct FieldRule {
+    const char* subKey;
+    FieldKind kind;
+    size_t offset;
+    size_t size;
+    const SmbiosNameCode* names;
+    const char* trace;
+};
+
+#define HM_FIELD(Record, member, subKey, kind, names, trace)                                                 \
+    { subKey, FieldKind::kind, offsetof(Record, member), sizeof(Record::member), names, trace }
+
+// Unsigned integer fields of 1, 2 or 4 bytes.
+uint32_t loadUnsigned(const unsigned char* field, size_t size) {
+    if (size == sizeof(uint8_t)) {
+        return *field;
+    }
+    if (size == sizeof(uint16_t)) {
+        uint16_t value;
+        memcpy(&value, field, sizeof value);
+        return value;
+    }
+    uint32_t value;
+    memcpy(&value, field, sizeof value);
+    return value;
+}
+
+void storeUnsigned(unsigned char* field, size_t size, uint32_t value) {
+    if (size == sizeof(uint8_t)) {
+        *field = static_cast<uint8_t>(value);
+    } else if (size == sizeof(uint16_t)) {
+        const uint16_t narrow = static_cast<uint16_t>(value);
+        memcpy(field, &narrow, sizeof narrow);
+    } else {
+        memcpy(field, &value, sizeof value);
+    }
+}
+
+// Fills one field of the record at `base` from `result`; a missing entry leaves it as it was.
+void applyField(const FieldRule& rule, const QueryResult& result, const char* path, unsigned char* base) {
+    unsigned char* field = base + rule.offset;
+    char* text = reinterpret_cast<char*>(field);
+    if (rule.kind == FieldKind::TypeDetail) {
+        // Each supported name stores its bit: the field ends with the last supported one.
+        for (const SmbiosNameCode* row = rule.names; row->name != nullptr; ++row) {
+            std::string subKey(rule.subKey);
+            subKey += row->name;
+            const char* v = fieldValue(result, path, subKey.c_str());
+            if (v != nullptr && strcmp(v, "Supported") == 0) {
+                storeUnsigned(field, rule.size, row->code);
+                debugLog(rule.trace, static_cast<int>(loadUnsigned(field, rule.size)));
+            }
+        }
+        return;
+    }
+    const char* v = fieldValue(result, path, rule.subKey);
+    if (v == nullptr) {
+        return;
+    }
+    switch (rule.kind) {
+    case FieldKind::Text: // cut to fit, always terminated
+        snprintf(text, rule.size, "%s", v);
+        debugLog(rule.trace, text);
+        return;
+    case FieldKind::Millivolts: {
+        std::string number(v);
+        if (!number.empty()) {
+            number.erase(number.size() - 1);
+        }
+        const double millivolts = atof(number.c_str()) * 1000.0;
+        storeUnsigned(field, rule.size, static_cast<uint32_t>(millivolts));
+        debugLog(rule.trace, millivolts);
+        return;
+    }
+    case FieldKind::Number:
+        storeUnsigned(field, rule.size, static_cast<uint32_t>(atoi(v)));
+        break;
+    case FieldKind::CodeOrKeep:
+        storeUnsigned(field, rule.size, codeOr(rule.names, v, loadUnsigned(field, rule.size)));
+        break;
+    case FieldKind::CodeOr2:
+        storeUnsigned(field, rule.size, codeOr(rule.names, v, kSmbiosUnknown));
+        break;
+    case FieldKind::Location: {
+        // Every location is published as the system board.
+        uint32_t location = kLocationSystemBoard;
+        if (strcmp(v, "System board or motherboard") == 0) {
+            location = kLocationSystemBoard;
+        }
+        storeUnsigned(field, rule.size, location);
+        break;
+    }
+    case FieldKind::TypeDetail:
+        return; // filled above
+    }
+    debugLog(rule.trace, static_cast<int>(loadUnsigned(field, rule.size)));
+}
+
+// The record queries' fields, in the order they are filled and traced.
+const FieldRule kProcessorFields[] = {
+    HM_FIELD(SmbiosProcessorRecord, SocketDesignation, "SocketDesignation", Text, nullptr,
+             "SocketDesignation=%s\n"),
+    HM_FIELD(SmbiosProcessorRecord, ProcessorType, "ProcessorType", CodeOrKeep, kProcessorTypeNames,
+             "ProcessorType is %d:"),
+    HM_FIELD(SmbiosProcessorRecord, ProcessorFamily, "ProcessorFamily", CodeOrKeep, kProcessorFamilyNames,
+             "ProcessorFamily is %d:"),
+    HM_FIELD(SmbiosProcessorRecord, ProcessorManufacturer, "ProcessorManufacturer", Text, nullptr,
+             "ProcessorManufacturerName=%s\n"),
+    HM_FIELD(SmbiosProcessorRecord, ProcessorId, "ProcessorId", Text, nullptr, "ProcessorId is %s:"),
+    HM_FIELD(SmbiosProcessorRecord, Version, "ProcessorVersion", Text, nullptr, "\n Version=%s\n"),
+    HM_FIELD(SmbiosProcessorRecord, Voltage, "VoltageCapability", Millivolts, nullptr, "\n Voltage =%f\n"),
+    HM_FIELD(SmbiosProcessorRecord, ExternalClock, "ClockFrequency", Number, nullptr, "\n Clock =%d:"),
+    HM_FIELD(SmbiosProcessorRecord, MaxSpeed, "MaxSpeed", Number, nullptr, "\n MaxSpeed = %d"),
+    HM_FIELD(SmbiosProcessorRecord, CurrentSpeed, "CurrentSpeed", Number, nullptr, "\n Current Speed = %d:"),
+    HM_FIELD(SmbiosProcessorRecord, Upgrade, "Upgrade", CodeOr2, kProcessorUpgradeNames,
+             "\n Processor Upgrade Method = :%d"),
+    HM_FIELD(SmbiosProcessorRecord, PartNumber, "PartNumber", Text, nullptr, "PartNumber=%s\n"),
+};
+
+const FieldRule kMemoryDeviceFields[] = {
+    HM_FIELD(SmbiosMemoryDeviceRecord, DeviceLocator, "DeviceLocator", Text, nullptr, "Device locator=%s\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, BankLocator, "BankLocator", Text, nullptr, "BankLocator=%s\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, FormFactor, "FormFactor", CodeOr2, kMemoryFormFactorNames,
+             "FormFactor=%d\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, MemoryType, "MemoryType", CodeOr2, kMemoryTypeNames,
+             "MemoryType=%d\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, TypeDetail, "TypeDetail/", TypeDetail, kMemoryTypeDetailNames,
+             "TypeDetail=%d\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, Speed, "Speed", Number, nullptr, "Speed=%d\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, Size, "Size", Number, nullptr, "Size=%d\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, Manufacturer, "Manufacturer", Text, nullptr, "Manufacturer=%s\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, SerialNumber, "SerialNumber", Text, nullptr, "SerialNumber=%s\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, AssetTag, "AssetTag", Text, nullptr, "AssetTag=%s\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, PartNumber, "PartNumber", Text, nullptr, "PartNumber=%s\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, TotalWidth, "TotalWidth", Number, nullptr, "TotalWidth=%d\n"),
+    HM_FIELD(SmbiosMemoryDeviceRecord, DataWidth, "DataWidth", Number, nullptr, "DataWidth=%d\n"),
+};
+
+const FieldRule kMemoryArrayFields[] = {
+    HM_FIELD(SmbiosMemoryArrayRecord, Location, "Location", Location, nullptr, "Locationcode=%d\n"),
+    HM_FIELD(SmbiosMemoryArrayRecord, Use, "Use", CodeOrKeep, kMemoryArrayUseNames, "MemoryArrayUse=%d\n"),
+    HM_FIELD(SmbiosMemoryArrayRecord, MemoryErrorCorrection, "MemoryErrorCorrection", CodeOr2,
+             kMemoryErrorCorrectionNames, "\n MemoryErrorCorrection = %d:"),
+    HM_FIELD(SmbiosMemoryArrayRecord, MaxCapacity, "MaxCapacity", Number, nullptr,
+             "Value of maxMemoryCapacity=%d\n"),
+    HM_FIELD(SmbiosMemoryArrayRecord, MemoryErrorInfoHandle, "MemoryErrorInfoHandle", Number, nullptr,
+             "Inside MemoryErrorInfoHandle=%d\n"),
+    HM_FIELD(SmbiosMemoryArrayRecord, NumMemoryDevices, "NumMemoryDevices", Number, nullptr,
+             "\n Inside MemoryArray Number of Devices = %d"),
+    HM_FIELD(SmbiosMemoryArrayRecord, TotalNoOfDevicePresent, "TotalNoOfDevicePresent", Number, nullptr,
+             "TotalNoOfDevicePresent=%d\n"),
+};
+
+#undef HM_FIELD
+
+// One record query: the Get of `path`, then every field of `rules` in order.
+template <typename Record, size_t N>
+void runRecordQuery(const char* path, Record* record, const FieldRule (&rules)[N], const char* startTrace) {
+    if (path == nullptr || record == nullptr) {
+        return;
+    }
+    QueryResult result;
+    if (!getRecord(path, result)) {
+        return;
+    }
+    if (startTrace != nullptr) {
+        debugLog(startTrace, path);
+    }
+    unsigned char* base = reinterpret_cast<unsigned char*>(record);
+    for (const FieldRule& rule : rules) {
+        applyField(rule, result, path, base);
+    }
+}
+
 } // namespace
 
 // ---------------------------------------------------------------------------------------
 // Record queries.
 
 void ExeProcessorInfoQuery(const char* path, SmbiosProcessorRecord* record) {
-    if (path == nullptr || record == nullptr) {
-        return;
-    }
-    QueryResult result;
-    if (!getRecord(path, result)) {
-        return;
-    }
-    debugLog("ExeProcessorInfoQuery = %s\n", path);
-    const char* v;
-    if ((v = fieldValue(result, path, "SocketDesignation")) != nullptr) {
-        copyText(record->SocketDesignation, v);
-        debugLog("SocketDesignation=%s\n", record->SocketDesignation);
-    }
-    if ((v = fieldValue(result, path, "ProcessorType")) != nullptr) {
-        record->ProcessorType = codeOr(kProcessorTypeNames, v, record->ProcessorType);
-        debugLog("ProcessorType is %d:", static_cast<int>(record->ProcessorType));
-    }
-    if ((v = fieldValue(result, path, "ProcessorFamily")) != nullptr) {
-        record->ProcessorFamily = codeOr(kProcessorFamilyNames, v, record->ProcessorFamily);
-        debugLog("ProcessorFamily is %d:", static_cast<int>(record->ProcessorFamily));
-    }
-    if ((v = fieldValue(result, path, "ProcessorManufacturer")) != nullptr) {
-        copyText(record->ProcessorManufacturer, v);
-        debugLog("ProcessorManufacturerName=%s\n", record->ProcessorManufacturer);
-    }
-    if ((v = fieldValue(result, path, "ProcessorId")) != nullptr) {
-        copyText(record->ProcessorId, v);
-        debugLog("ProcessorId is %s:", record->ProcessorId);
-    }
-    if ((v = fieldValue(result, path, "ProcessorVersion")) != nullptr) {
-        copyText(record->Version, v);
-        debugLog("\n Version=%s\n", record->Version);
-    }
-    if ((v = fieldValue(result, path, "VoltageCapability")) != nullptr) {
-        // The number without its unit letter, in millivolts.
-        std::string number(v);
-        if (!number.empty()) {
-            number.erase(number.size() - 1);
-        }
-        const double millivolts = atof(number.c_str()) * 1000.0;
-        record->Voltage = static_cast<uint32_t>(millivolts);
-        debugLog("\n Voltage =%f\n", millivolts);
-    }
-    if ((v = fieldValue(result, path, "ClockFrequency")) != nullptr) {
-        record->ExternalClock = static_cast<uint16_t>(atoi(v));
-        debugLog("\n Clock =%d:", static_cast<int>(record->ExternalClock));
-    }
-    if ((v = fieldValue(result, path, "MaxSpeed")) != nullptr) {
-        record->MaxSpeed = static_cast<uint32_t>(atoi(v));
-        debugLog("\n MaxSpeed = %d", static_cast<int>(record->MaxSpeed));
-    }
-    if ((v = fieldValue(result, path, "CurrentSpeed")) != nullptr) {
-        record->CurrentSpeed = static_cast<uint32_t>(atoi(v));
-        debugLog("\n Current Speed = %d:", static_cast<int>(record->CurrentSpeed));
-    }
-    if ((v = fieldValue(result, path, "Upgrade")) != nullptr) {
-        record->Upgrade = codeOr(kProcessorUpgradeNames, v, kSmbiosUnknown);
-        debugLog("\n Processor Upgrade Method = :%d", static_cast<int>(record->Upgrade));
-    }
-    if ((v = fieldValue(result, path, "PartNumber")) != nullptr) {
-        copyText(record->PartNumber, v);
-        debugLog("PartNumber=%s\n", record->PartNumber);
-    }
+    runRecordQuery(path, record, kProcessorFields, "ExeProcessorInfoQuery = %s\n");
 }
 
 void ExeMemoryDeviceQuery(const char* path, SmbiosMemoryDeviceRecord* record) {
-    if (path == nullptr || record == nullptr) {
-        return;
-    }
-    QueryResult result;
-    if (!getRecord(path, result)) {
-        return;
-    }
-    const char* v;
-    if ((v = fieldValue(result, path, "DeviceLocator")) != nullptr) {
-        copyText(record->DeviceLocator, v);
-        debugLog("Device locator=%s\n", record->DeviceLocator);
-    }
-    if ((v = fieldValue(result, path, "BankLocator")) != nullptr) {
-        copyText(record->BankLocator, v);
-        debugLog("BankLocator=%s\n", record->BankLocator);
-    }
-    if ((v = fieldValue(result, path, "FormFactor")) != nullptr) {
-        record->FormFactor = codeOr(kMemoryFormFactorNames, v, kSmbiosUnknown);
-        debugLog("FormFactor=%d\n", static_cast<int>(record->FormFactor));
-    }
-    if ((v = fieldValue(result, path, "MemoryType")) != nullptr) {
-        record->MemoryType = codeOr(kMemoryTypeNames, v, kSmbiosUnknown);
-        debugLog("MemoryType=%d\n", static_cast<int>(record->MemoryType));
-    }
-    // Each supported name stores its bit: the field ends with the last supported one.
-    for (const SmbiosNameCode* row = kMemoryTypeDetailNames; row->name != nullptr; ++row) {
-        std::string subKey("TypeDetail/");
-        subKey += row->name;
-        v = fieldValue(result, path, subKey.c_str());
-        if (v != nullptr && strcmp(v, "Supported") == 0) {
-            record->TypeDetail = row->code;
-            debugLog("TypeDetail=%d\n", static_cast<int>(record->TypeDetail));
-        }
-    }
-    if ((v = fieldValue(result, path, "Speed")) != nullptr) {
-        record->Speed = static_cast<uint32_t>(atoi(v));
-        debugLog("Speed=%d\n", static_cast<int>(record->Speed));
-    }
-    if ((v = fieldValue(result, path, "Size")) != nullptr) {
-        record->Size = static_cast<uint32_t>(atoi(v));
-        debugLog("Size=%d\n", static_cast<int>(record->Size));
-    }
-    if ((v = fieldValue(result, path, "Manufacturer")) != nullptr) {
-        copyText(record->Manufacturer, v);
-        debugLog("Manufacturer=%s\n", record->Manufacturer);
-    }
-    if ((v = fieldValue(result, path, "SerialNumber")) != nullptr) {
-        copyText(record->SerialNumber, v);
-        debugLog("SerialNumber=%s\n", record->SerialNumber);
-    }
-    if ((v = fieldValue(result, path, "AssetTag")) != nullptr) {
-        copyText(record->AssetTag, v);
-        debugLog("AssetTag=%s\n", record->AssetTag);
-    }
-    if ((v = fieldValue(result, path, "PartNumber")) != nullptr) {
-        copyText(record->PartNumber, v);
-        debugLog("PartNumber=%s\n", record->PartNumber);
-    }
-    if ((v = fieldValue(result, path, "TotalWidth")) != nullptr) {
-        record->TotalWidth = static_cast<uint32_t>(atoi(v));
-        debugLog("TotalWidth=%d\n", static_cast<int>(record->TotalWidth));
-    }
-    if ((v = fieldValue(result, path, "DataWidth")) != nullptr) {
-        record->DataWidth = static_cast<uint32_t>(atoi(v));
-        debugLog("DataWidth=%d\n", static_cast<int>(record->DataWidth));
-    }
+    runRecordQuery(path, record, kMemoryDeviceFields, nullptr);
 }
 
 void ExeMemoryArrayQuery(const char* path, SmbiosMemoryArrayRecord* record) {
-    if (path == nullptr || record == nullptr) {
-        return;
-    }
-    QueryResult result;
-    if (!getRecord(path, result)) {
-        return;
-    }
-    const char* v;
-    if ((v = fieldValue(result, path, "Location")) != nullptr) {
-        // Every location is published as the system board.
-        uint32_t location = kLocationSystemBoard;
-        if (strcmp(v, "System board or motherboard") == 0) {
-            location = kLocationSystemBoard;
-        }
-        record->Location = static_cast<uint8_t>(location);
-        debugLog("Locationcode=%d\n", static_cast<int>(record->Location));
-    }
-    if ((v = fieldValue(result, path, "Use")) != nullptr) {
-        record->Use = static_cast<uint8_t>(codeOr(kMemoryArrayUseNames, v, record->Use));
-        debugLog("MemoryArrayUse=%d\n", static_cast<int>(record->Use));
-    }
-    if ((v = fieldValue(result, path, "MemoryErrorCorrection")) != nullptr) {
-        record->MemoryErrorCorrection =
-            static_cast<uint8_t>(codeOr(kMemoryErrorCorrectionNames, v, kSmbiosUnknown));
-        debugLog("\n MemoryErrorCorrection = %d:", static_cast<int>(record->MemoryErrorCorrection));
-    }
-    if ((v = fieldValue(result, path, "MaxCapacity")) != nullptr) {
-        record->MaxCapacity = static_cast<uint32_t>(atoi(v));
-        debugLog("Value of maxMemoryCapacity=%d\n", static_cast<int>(record->MaxCapacity));
-    }
-    if ((v = fieldValue(result, path, "MemoryErrorInfoHandle")) != nullptr) {
-        record->MemoryErrorInfoHandle = static_cast<uint32_t>(atoi(v));
-        debugLog("Inside MemoryErrorInfoHandle=%d\n", static_cast<int>(record->MemoryErrorInfoHandle));
-    }
-    if ((v = fieldValue(result, path, "NumMemoryDevices")) != nullptr) {
-        record->NumMemoryDevices = static_cast<uint32_t>(atoi(v));
-        debugLog("\n Inside MemoryArray Number of Devices = %d", static_cast<int>(record->NumMemoryDevices));
-    }
-    if ((v = fieldValue(result, path, "TotalNoOfDevicePresent")) != nullptr) {
-        record->TotalNoOfDevicePresent = static_cast<uint32_t>(atoi(v));
-        debugLog("TotalNoOfDevicePresent=%d\n", static_cast<int>(record->TotalNoOfDevicePresent));
-    }
+    runRecordQuery(path, record, kMemoryArrayFields, nullptr);
 }
 
 // ---------------------------------------------------------------------------------------

@@ -6,9 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# The query service's configure step also looks for FreeIPMI on the build machine
-# (pkg-config, libfreeipmi-dev), although the Windows DLLs do not use it.
-packages=(cmake ninja-build pkg-config nlohmann-json3-dev libfreeipmi-dev g++-mingw-w64-x86-64-posix
+packages=(cmake ninja-build pkg-config nlohmann-json3-dev g++-mingw-w64-x86-64-posix
           binutils-mingw-w64-x86-64 mingw-w64-tools wine64)
 missing=()
 for p in "${packages[@]}"; do

@@ -104,4 +104,19 @@ private:
     int32_t m_nAllocated = 0;
 };
 
+// The memory and processor tables: inventory facts read once at start-up, so the table
+// offers no live data and takes no writes.
+template <class XInfo> class inventoryContainer : public BaseContainer<XInfo> {
+public:
+    uint32_t getIntData(int, int, int32_t* value) override {
+        *value = -1;
+        return CLIENT_ERROR_NOTSUPPORTED;
+    }
+    uint32_t getStrData(int, int, char** value) override {
+        *value = nullptr;
+        return CLIENT_ERROR_NOTSUPPORTED;
+    }
+    uint32_t setIntData(int, int, int32_t) override { return CLIENT_ERROR_NOTSUPPORTED; }
+};
+
 #endif

@@ -106,18 +106,3 @@ uint32_t MemoryArray::getStrInfo(int attribute, int index, char** value) {
         return CLIENT_ERROR_NOSUCHNAME;
     }
 }
-
-// Inventory facts are read once at start-up: the table offers no live data.
-uint32_t MemoryArray::getIntData(int, int, int32_t* value) {
-    *value = -1;
-    return CLIENT_ERROR_NOTSUPPORTED;
-}
-
-uint32_t MemoryArray::getStrData(int, int, char** value) {
-    *value = nullptr;
-    return CLIENT_ERROR_NOTSUPPORTED;
-}
-
-uint32_t MemoryArray::setIntData(int, int, int32_t) {
-    return CLIENT_ERROR_NOTSUPPORTED;
-}

@@ -23,16 +23,13 @@ enum MemoryArrayAttribute : int {
 // Most arrays a table takes; larger counts from the service are cut to it.
 constexpr uint32_t kMaxMemoryArrays = 256;
 
-class MemoryArray : public BaseContainer<MemoryArrayInfo> {
+class MemoryArray : public inventoryContainer<MemoryArrayInfo> {
 public:
     MemoryArray();
     ~MemoryArray() override;
 
     uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
     uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
 };
 

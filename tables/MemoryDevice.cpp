@@ -153,18 +153,3 @@ uint32_t MemoryDevice::getStrInfo(int attribute, int index, char** value) {
         return CLIENT_ERROR_NOSUCHNAME;
     }
 }
-
-// Inventory facts are read once at start-up: the table offers no live data.
-uint32_t MemoryDevice::getIntData(int, int, int32_t* value) {
-    *value = -1;
-    return CLIENT_ERROR_NOTSUPPORTED;
-}
-
-uint32_t MemoryDevice::getStrData(int, int, char** value) {
-    *value = nullptr;
-    return CLIENT_ERROR_NOTSUPPORTED;
-}
-
-uint32_t MemoryDevice::setIntData(int, int, int32_t) {
-    return CLIENT_ERROR_NOTSUPPORTED;
-}

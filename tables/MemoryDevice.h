@@ -32,16 +32,13 @@ enum MemoryDeviceAttribute : int {
 // Most devices a table takes.
 constexpr int kMaxMemoryDevices = 4096;
 
-class MemoryDevice : public BaseContainer<MemoryDeviceInfo> {
+class MemoryDevice : public inventoryContainer<MemoryDeviceInfo> {
 public:
     MemoryDevice();
     ~MemoryDevice() override;
 
     uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
     uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
 };
 

@@ -7,7 +7,7 @@
 #define HM_TABLES_COOLINGDEVICE_H
 
 #include "platform/sensorWrapper.h"
-#include "tables/BaseContainer.h"
+#include "tables/thresholdSensorTable.h"
 
 enum CoolingDeviceAttribute : int {
     coolingDeviceIdAttr = 117,
@@ -29,14 +29,28 @@ enum CoolingDeviceAttribute : int {
 // The discovered linear fan sensors, index-aligned with the table's rows.
 CDatabase<CSensorWrapper>& coolingSensorDatabase();
 
-class coolingDevice : public BaseContainer<CoolingDeviceInfo> {
+inline constexpr ThresholdTableTraits kCoolingDeviceTraits = {
+    coolingDeviceIdAttr,
+    coolingDeviceDescriptionAttr,
+    coolingDeviceStatusStringAttr,
+    coolingDeviceStatusAttr,
+    coolingDeviceReadingAttr,
+    {coolingDeviceUpperNonRecoverableAttr, coolingDeviceUpperCriticalAttr, coolingDeviceUpperNonCriticalAttr,
+     coolingDeviceLowerNonCriticalAttr, coolingDeviceLowerCriticalAttr, coolingDeviceLowerNonRecoverableAttr},
+    coolingDeviceResolutionAttr,
+    coolingDeviceToleranceAttr,
+    coolingDeviceAccuracyAttr,
+    COOLINGDEVICE_ERROR_NOROW,
+    10,
+    &coolingSensorDatabase,
+};
+
+class coolingDevice : public thresholdSensorTable<CoolingDeviceInfo, kCoolingDeviceTraits> {
 public:
     coolingDevice();
     ~coolingDevice() override;
 
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
     uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
     uint32_t getStrData(int attribute, int index, char** value) override;
     uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
@@ -45,19 +59,9 @@ protected:
     // Loads the working reading and thresholds, swapped pairwise when the facade's
     // inverse-linearization flag is set.
     void loadWorkingValues(const CSensorWrapper& record);
-    const char* workingStatus();
+    // The live read of row `index` into the working values; false when there is no row.
     bool readLive(int attribute, int index);
 
-    int32_t m_nScale = 1;
-    uint32_t m_nReserved = 0;
-    int32_t m_nUpperNonRec = NO_VALUE;
-    int32_t m_nUpperCritical = NO_VALUE;
-    int32_t m_nUpperNonCri = NO_VALUE;
-    int32_t m_nLowerNonCri = NO_VALUE;
-    int32_t m_nLowerCritical = NO_VALUE;
-    int32_t m_nLowerNonRec = NO_VALUE;
-    int32_t m_nCurrentReading = NO_VALUE;
-    uint32_t m_nSensorType = 4;
     int32_t m_nMultiplier = 1;
 };
 

@@ -27,16 +27,13 @@ enum ProcessorDeviceAttribute : int {
 // Most sockets a table takes; larger counts from the service are cut to it.
 constexpr uint32_t kMaxProcessorSockets = 256;
 
-class processorDevice : public BaseContainer<ProcessorInfo> {
+class processorDevice : public inventoryContainer<ProcessorInfo> {
 public:
     processorDevice();
     ~processorDevice() override;
 
     uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
-    uint32_t getIntData(int attribute, int index, int32_t* value) override;
     uint32_t getStrInfo(int attribute, int index, char** value) override;
-    uint32_t getStrData(int attribute, int index, char** value) override;
-    uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
 
 private:

@@ -1,7 +1,5 @@
 #include "tables/temperatureProbe.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <new>
 
 #include "core/debugLog.h"
@@ -16,26 +14,14 @@ constexpr int32_t kReadMultiplier = 1;
 
 CDatabase<CSensorWrapper> g_temperatureSensors;
 
-// The status value of a status name, through a zero-filled scratch copy of the
-// name; -1 when the scratch buffer cannot be allocated.
-int32_t statusValueOf(BaseAccessor& table, const char* name) {
-    char* scratch = static_cast<char*>(calloc(HM_TEXT_SIZE, 1));
-    if (scratch == nullptr) {
-        return -1;
-    }
-    strncpy(scratch, name, HM_TEXT_SIZE - 1);
-    const int32_t status = table.mapStatusStringToEnum(scratch);
-    free(scratch);
-    return status;
-}
-
 } // namespace
 
 CDatabase<CSensorWrapper>& temperatureSensorDatabase() {
     return g_temperatureSensors;
 }
 
-temperatureProbe::temperatureProbe() = default;
+// Values are published in tenths of a degree.
+temperatureProbe::temperatureProbe() : thresholdSensorTable(10, 1) {}
 
 temperatureProbe::~temperatureProbe() = default;
 
@@ -59,12 +45,9 @@ int32_t temperatureProbe::convertThreshold(int32_t value, int32_t unitType, int3
 void temperatureProbe::loadWorkingValues(const CSensorWrapper& record) {
     const int32_t unit = record.m_SensorInfo.nBaseUnit;
     const CSensorData& data = record.m_SensorData;
-    m_nUpperNonRec = convertThreshold(data.nUpperNonRecoverable, unit, m_nScale);
-    m_nUpperCritical = convertThreshold(data.nUpperCritical, unit, m_nScale);
-    m_nUpperNonCri = convertThreshold(data.nUpperNonCritical, unit, m_nScale);
-    m_nLowerNonCri = convertThreshold(data.nLowerNonCritical, unit, m_nScale);
-    m_nLowerCritical = convertThreshold(data.nLowerCritical, unit, m_nScale);
-    m_nLowerNonRec = convertThreshold(data.nLowerNonRecoverable, unit, m_nScale);
+    for (int slot = 0; slot < kThresholdSlotCount; ++slot) {
+        workingThreshold(slot) = convertThreshold(data.*recordThreshold(slot, false), unit, m_nScale);
+    }
     m_nCurrentReading = scaledOrAbsent(data.nReading, m_nScale);
 }
 
@@ -78,7 +61,7 @@ int32_t temperatureProbe::upperThresholdStatus(const char** name) {
     if (name != nullptr) {
         *name = status;
     }
-    return statusValueOf(*this, status);
+    return statusValueOf(status);
 }
 
 uint32_t temperatureProbe::init() {
@@ -97,10 +80,7 @@ uint32_t temperatureProbe::init() {
         const CSensorWrapper& sensor = *sensors.GetAt(i);
         const CSensorInfo& info = sensor.m_SensorInfo;
         TemperatureInfo& row = m_pRows[i];
-        row.id = static_cast<uint32_t>(info.nSensorNumber);
-        row.resolution = info.nResolution;
-        row.tolerance = info.nTolerance;
-        row.accuracy = info.nAccuracy;
+        fillStaticFields(row, info);
         debugLog("\n The value of Resolution = %d,Accuracy = %d,Tolerance = %d", row.resolution, row.accuracy,
                  row.tolerance);
 
@@ -130,40 +110,6 @@ uint32_t temperatureProbe::init() {
     return CLIENT_SUCCESS;
 }
 
-uint32_t temperatureProbe::getIntInfo(int attribute, int index, int32_t* value) {
-    const TemperatureInfo* row = beginGet(index, value);
-    if (row == nullptr) {
-        return TEMPERATUREPROBE_ERROR_NOROW;
-    }
-    switch (attribute) {
-    case temperatureProbeIdAttr:
-        *value = static_cast<int32_t>(row->id);
-        return CLIENT_SUCCESS;
-    case temperatureProbeResolutionAttr:
-        *value = scaledOrAbsent(row->resolution, static_cast<int64_t>(m_nScale) * 10);
-        return CLIENT_SUCCESS;
-    case temperatureProbeToleranceAttr:
-        *value = scaledOrAbsent(row->tolerance, m_nScale);
-        return CLIENT_SUCCESS;
-    case temperatureProbeAccuracyAttr:
-        *value = row->accuracy;
-        return CLIENT_SUCCESS;
-    default:
-        return CLIENT_ERROR_NOSUCHNAME;
-    }
-}
-
-uint32_t temperatureProbe::getStrInfo(int attribute, int index, char** value) {
-    const TemperatureInfo* row = beginGet(index, value);
-    if (row == nullptr) {
-        return TEMPERATUREPROBE_ERROR_NOROW;
-    }
-    if (attribute == temperatureProbeDescriptionAttr) {
-        return copyOutText(row->description, value);
-    }
-    return CLIENT_ERROR_NOSUCHNAME;
-}
-
 uint32_t temperatureProbe::getIntData(int attribute, int index, int32_t* value) {
     const TemperatureInfo* row = beginGet(index, value);
     if (row == nullptr) {
@@ -179,43 +125,31 @@ uint32_t temperatureProbe::getIntData(int attribute, int index, int32_t* value) 
              m_nCurrentReading, m_nLowerCritical, m_nLowerNonRec, m_nLowerNonCri, m_nUpperCritical,
              m_nUpperNonRec, m_nUpperNonCri);
 
-    switch (attribute) {
-    case temperatureProbeStatusAttr: {
+    if (attribute == temperatureProbeStatusAttr) {
         const int32_t status = upperThresholdStatus(nullptr);
         if (status < 0) {
             return CLIENT_ERROR_NOMEMORY;
         }
         *value = status;
         debugLog("\n\n\n Inside getIntData of Temperature status is :%d", status);
-        break;
+    } else if (workingValue(attribute, value) != CLIENT_SUCCESS) {
+        return CLIENT_ERROR_NOSUCHNAME;
     }
-    case temperatureProbeReadingAttr:
-        *value = m_nCurrentReading;
-        break;
-    case temperatureProbeUpperNonRecoverableAttr:
-        *value = m_nUpperNonRec;
-        break;
+    switch (attribute) {
     case temperatureProbeUpperCriticalAttr:
-        *value = m_nUpperCritical;
         debugLog("\n UpperCritical =%d,iType = %d", *value, attribute);
         break;
     case temperatureProbeUpperNonCriticalAttr:
-        *value = m_nUpperNonCri;
         debugLog("\n The value of UpperNON=%d,iType = %d", *value, attribute);
         break;
     case temperatureProbeLowerNonRecoverableAttr:
-        *value = m_nLowerNonRec;
         debugLog("\n LowerNonCriThreshold = %d,iType = %d", *value, attribute);
         break;
     case temperatureProbeLowerCriticalAttr:
-        *value = m_nLowerCritical;
         debugLog("\n LowerCriThreshold = %d,iType = %d", *value, attribute);
         break;
-    case temperatureProbeLowerNonCriticalAttr:
-        *value = m_nLowerNonCri;
-        break;
     default:
-        return CLIENT_ERROR_NOSUCHNAME;
+        break;
     }
     debugLog("\n End of getIntdata ");
     return CLIENT_SUCCESS;
@@ -259,31 +193,11 @@ uint32_t temperatureProbe::setIntData(int attribute, int index, int32_t value) {
         return TEMPERATUREPROBE_ERROR_NOROW;
     }
     fresh->m_SensorInfo.nSensorNumber = static_cast<int32_t>(row->id);
-    const int32_t quotient = value / m_nScale;
     // The write is accepted into the working copy only: the platform keeps its thresholds.
-    CSensorData& data = working.m_SensorData;
-    switch (attribute) {
-    case temperatureProbeUpperNonRecoverableAttr:
-        data.nUpperNonRecoverable = quotient;
-        break;
-    case temperatureProbeUpperCriticalAttr:
-        data.nUpperCritical = quotient;
-        break;
-    case temperatureProbeUpperNonCriticalAttr:
-        data.nUpperNonCritical = quotient;
-        break;
-    case temperatureProbeLowerNonRecoverableAttr:
-        data.nLowerNonRecoverable = quotient;
-        break;
-    case temperatureProbeLowerCriticalAttr:
-        data.nLowerCritical = quotient;
-        break;
-    case temperatureProbeLowerNonCriticalAttr:
-        data.nLowerNonCritical = quotient;
-        break;
-    default:
+    const uint32_t result = storeThresholdWrite(attribute, value, working.m_SensorData, false);
+    if (result != CLIENT_SUCCESS) {
         delete fresh;
-        return CLIENT_ERROR_NOSUCHNAME;
+        return result;
     }
     delete fresh;
     debugLog("clTemperature init, status is unknown\n");

@@ -5,7 +5,7 @@
 #define HM_TABLES_TEMPERATUREPROBE_H
 
 #include "platform/sensorWrapper.h"
-#include "tables/BaseContainer.h"
+#include "tables/thresholdSensorTable.h"
 
 enum TemperatureProbeAttribute : int {
     temperatureProbeIdAttr = 138,
@@ -27,14 +27,29 @@ enum TemperatureProbeAttribute : int {
 // The discovered temperature sensors, index-aligned with the table's rows.
 CDatabase<CSensorWrapper>& temperatureSensorDatabase();
 
-class temperatureProbe : public BaseContainer<TemperatureInfo> {
+inline constexpr ThresholdTableTraits kTemperatureProbeTraits = {
+    temperatureProbeIdAttr,
+    temperatureProbeDescriptionAttr,
+    temperatureProbeStatusStringAttr,
+    temperatureProbeStatusAttr,
+    temperatureProbeReadingAttr,
+    {temperatureProbeUpperNonRecoverableAttr, temperatureProbeUpperCriticalAttr,
+     temperatureProbeUpperNonCriticalAttr, temperatureProbeLowerNonCriticalAttr,
+     temperatureProbeLowerCriticalAttr, temperatureProbeLowerNonRecoverableAttr},
+    temperatureProbeResolutionAttr,
+    temperatureProbeToleranceAttr,
+    temperatureProbeAccuracyAttr,
+    TEMPERATUREPROBE_ERROR_NOROW,
+    10,
+    &temperatureSensorDatabase,
+};
+
+class temperatureProbe : public thresholdSensorTable<TemperatureInfo, kTemperatureProbeTraits> {
 public:
     temperatureProbe();
     ~temperatureProbe() override;
 
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
     uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
     uint32_t getStrData(int attribute, int index, char** value) override;
     uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
@@ -50,16 +65,6 @@ protected:
     // (the working lower thresholds are cleared). -1 when no scratch buffer.
     int32_t upperThresholdStatus(const char** name);
 
-    int32_t m_nScale = 10; // values are published in tenths of a degree
-    uint32_t m_nReserved = 0;
-    int32_t m_nUpperNonRec = NO_VALUE;
-    int32_t m_nUpperCritical = NO_VALUE;
-    int32_t m_nUpperNonCri = NO_VALUE;
-    int32_t m_nLowerNonCri = NO_VALUE;
-    int32_t m_nLowerCritical = NO_VALUE;
-    int32_t m_nLowerNonRec = NO_VALUE;
-    int32_t m_nCurrentReading = NO_VALUE;
-    uint32_t m_nSensorType = 1;
     uint32_t m_nFlag = 1; // constant, not consulted
 };
 

@@ -5,7 +5,7 @@
 #define HM_TABLES_VOLTAGEPROBE_H
 
 #include "platform/sensorWrapper.h"
-#include "tables/BaseContainer.h"
+#include "tables/thresholdSensorTable.h"
 
 enum VoltageProbeAttribute : int {
     voltageProbeIdAttr = 55,
@@ -27,35 +27,33 @@ enum VoltageProbeAttribute : int {
 // The discovered linear voltage sensors, index-aligned with the table's rows.
 CDatabase<CSensorWrapper>& voltageSensorDatabase();
 
-class voltageProbe : public BaseContainer<VoltageInfo> {
+inline constexpr ThresholdTableTraits kVoltageProbeTraits = {
+    voltageProbeIdAttr,
+    voltageProbeDescriptionAttr,
+    voltageProbeStatusStringAttr,
+    voltageProbeStatusAttr,
+    voltageProbeReadingAttr,
+    {voltageProbeUpperNonRecoverableAttr, voltageProbeUpperCriticalAttr, voltageProbeUpperNonCriticalAttr,
+     voltageProbeLowerNonCriticalAttr, voltageProbeLowerCriticalAttr, voltageProbeLowerNonRecoverableAttr},
+    voltageProbeResolutionAttr,
+    voltageProbeToleranceAttr,
+    voltageProbeAccuracyAttr,
+    VOLTAGEPROBE_ERROR_NOROW,
+    1,
+    &voltageSensorDatabase,
+};
+
+class voltageProbe : public thresholdSensorTable<VoltageInfo, kVoltageProbeTraits> {
 public:
     voltageProbe();
     ~voltageProbe() override;
 
-    uint32_t getIntInfo(int attribute, int index, int32_t* value) override;
     uint32_t getIntData(int attribute, int index, int32_t* value) override;
-    uint32_t getStrInfo(int attribute, int index, char** value) override;
     uint32_t getStrData(int attribute, int index, char** value) override;
     uint32_t setIntData(int attribute, int index, int32_t value) override;
     uint32_t init() override;
 
 protected:
-    void loadWorkingValues(const CSensorWrapper& record);
-    // Status name of the working values against all six thresholds.
-    const char* workingStatus();
-    // Reads row `index` live into the working values; false when there is no row.
-    bool readLive(int index, bool forString);
-
-    int32_t m_nScale = 1;
-    uint32_t m_nReserved = 0;
-    int32_t m_nUpperNonRec = NO_VALUE;
-    int32_t m_nUpperCritical = NO_VALUE;
-    int32_t m_nUpperNonCri = NO_VALUE;
-    int32_t m_nLowerNonCri = NO_VALUE;
-    int32_t m_nLowerCritical = NO_VALUE;
-    int32_t m_nLowerNonRec = NO_VALUE;
-    int32_t m_nCurrentReading = NO_VALUE;
-    uint32_t m_nSensorType = 2;
     int32_t m_nMultiplier = 1000; // the service's volts, published in millivolts
 };
 

@@ -6,9 +6,11 @@
 #include <windows.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
@@ -89,6 +91,47 @@ const char* hiveName(HKEY h) {
     return nullptr;
 }
 
+// Why a registry file may not be trusted, or an empty text when it may: it
+// names the agent's configuration and trace files, so only root or the user the
+// agent runs as may own it, and nobody else may write to it.
+std::string registryFileProblem(const struct stat& st, uid_t euid) {
+    char text[160];
+    if ((st.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        std::snprintf(
+            text, sizeof text,
+            "group or others may write to it (mode %04o); allow writing to its owner only (chmod go-w)",
+            static_cast<unsigned>(st.st_mode & 07777));
+        return text;
+    }
+    if (st.st_uid != 0 && st.st_uid != euid) {
+        std::snprintf(text, sizeof text,
+                      "it belongs to uid %u, neither root nor the user the agent runs as (uid %u)",
+                      static_cast<unsigned>(st.st_uid), static_cast<unsigned>(euid));
+        return text;
+    }
+    return std::string();
+}
+
+// Says once on standard error why a registry file is refused: the same refusal
+// again (every RegOpenKeyExA reads the file) is not repeated until a read of the
+// file has succeeded in between. An empty problem records such a success.
+void noteRegistryFile(const char* path, const std::string& problem) {
+    static std::mutex lock;
+    static std::string last;
+    std::lock_guard<std::mutex> guard(lock);
+    if (problem.empty()) {
+        last.clear();
+        return;
+    }
+    const std::string message =
+        std::string("hmcompat: registry file ") + path + " refused: " + problem + "\n";
+    if (message == last) {
+        return;
+    }
+    last = message;
+    std::fputs(message.c_str(), stderr);
+}
+
 // Reads the whole registry file, bounded in size.
 LONG readRegistryFile(std::string& out) {
     const char* path = std::getenv(HM_COMPAT_REGISTRY_ENV);
@@ -107,6 +150,14 @@ LONG readRegistryFile(std::string& out) {
         static_cast<size_t>(st.st_size) > kMaxRegistryFileBytes) {
         ::close(fd);
         return ERROR_BADDB;
+    }
+    // Checked on the open file, so that what is checked is what is read; as on
+    // Windows when the key's security denies reading, the open fails.
+    const std::string problem = registryFileProblem(st, ::geteuid());
+    noteRegistryFile(path, problem);
+    if (!problem.empty()) {
+        ::close(fd);
+        return ERROR_ACCESS_DENIED;
     }
     out.clear();
     out.resize(kMaxRegistryFileBytes + 1);

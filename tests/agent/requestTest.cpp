@@ -68,6 +68,12 @@ const BYTE I = ASN_INTEGER;
 const BYTE S = ASN_OCTETSTRING;
 const BYTE NUL = ASN_NULL;
 const Arcs kEnterprise{1, 3, 6, 1, 4, 1, 64999};
+const UINT kMax = 0xFFFFFFFFu;
+
+Arcs longName(Arcs prefix, size_t length, UINT fill) {
+    prefix.resize(length, fill);
+    return prefix;
+}
 
 INSTANTIATE_TEST_SUITE_P(
     Requests, Reads,
@@ -121,7 +127,30 @@ INSTANTIATE_TEST_SUITE_P(
         ReadCase{"NextFromEndOfView", NEXT, kEndOfView, 0, -1, kEndOfView, NUL, 0, "", "none"},
         ReadCase{"NextFromBeforeEverything", NEXT, Arcs{1}, 0, -1, P({100, 1, 0}), I, 1000, "",
                  "info e1 a1 i0"},
-        ReadCase{"NextFromAfterEverything", NEXT, Arcs{2}, 0, -1, kEndOfView, NUL, 0, "", "none"}),
+        ReadCase{"NextFromAfterEverything", NEXT, Arcs{2}, 0, -1, kEndOfView, NUL, 0, "", "none"},
+        // Overlong names, the largest arcs and request types that are no reads.
+        ReadCase{"GetOf128Arcs", GET, longName(P({100, 1, 0}), 128, 0), 2, 1,
+                 longName(P({100, 1, 0}), 128, 0), NUL, 0, "", "none"},
+        ReadCase{"NextOf128Arcs", NEXT, longName(P({100, 1, 0}), 128, 0), 0, -1, P({100, 2, 0}), S, 0,
+                 "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
+        ReadCase{"NextOf128MaxArcs", NEXT, longName({}, 128, kMax), 0, -1, kEndOfView, NUL, 0, "", "none"},
+        ReadCase{"GetOfMaxArcs", GET, Arcs{kMax, kMax, kMax}, 2, 1, Arcs{kMax, kMax, kMax}, NUL, 0, "",
+                 "none"},
+        ReadCase{"NextOfMaxArcInSubtree", NEXT, P({100, kMax}), 0, -1, P({200, 1, 0}), I, 11000, "",
+                 "data e2 a11 i0"},
+        ReadCase{"NextOfMaxInstance", NEXT, P({600, 40, 1, 2, kMax}), 0, -1, P({600, 40, 1, 3, 1}), S, 0,
+                 "sinfo:e13:a139:i0", "sinfo e13 a139 i0"},
+        ReadCase{"GetBulkOnVariable", SNMP_EXTENSION_GET_BULK, P({100, 1, 0}), 5, 1, P({100, 1, 0}), NUL, 0,
+                 "", "none"},
+        ReadCase{"GetBulkOnMissingName", SNMP_EXTENSION_GET_BULK, P({100, 1}), 2, 1, P({100, 1}), NUL, 0, "",
+                 "none"},
+        ReadCase{"TypeZeroOnVariable", 0, P({600, 40, 1, 1, 1}), 5, 1, P({600, 40, 1, 1, 1}), NUL, 0, "",
+                 "none"},
+        ReadCase{"TypeZeroOnMissingName", 0, Arcs{}, 2, 1, Arcs{}, NUL, 0, "", "none"},
+        ReadCase{"UndoOnMissingName", SNMP_EXTENSION_SET_UNDO, P({100, 99}), 2, 1, P({100, 99}), NUL, 0, "",
+                 "none"},
+        ReadCase{"CleanupOnVariable", SNMP_EXTENSION_SET_CLEANUP, P({100, 2, 0}), 0, -1, P({100, 2, 0}), NUL,
+                 0, "", "none"}),
     [](const ::testing::TestParamInfo<ReadCase>& info) { return std::string(info.param.name); });
 
 TEST_F(RequestTest, AFailingBindingStopsTheListAndNamesItsPosition) {
@@ -345,51 +374,6 @@ TEST_F(RequestTest, ResolutionAndHandlersTraceTheirSteps) {
          })
         EXPECT_TRUE(traced(log, line)) << line;
 }
-
-struct BadCase {
-    const char* name;
-    UINT type;
-    Arcs requested;
-    AsnInteger32 status;
-    AsnInteger32 index;
-    Arcs answered;
-};
-
-class BadRequests : public RequestTest, public ::testing::WithParamInterface<BadCase> {};
-
-TEST_P(BadRequests, AnswerWithAStatusAndNoHarm) {
-    const BadCase& c = GetParam();
-    Bindings bindings({c.requested});
-    Answer a = query(c.type, bindings);
-    EXPECT_EQ(a.status, c.status);
-    EXPECT_EQ(a.index, c.index);
-    EXPECT_EQ(dotted(bindings.name(0)), dotted(c.answered));
-}
-
-Arcs longName(Arcs prefix, size_t length, UINT fill) {
-    prefix.resize(length, fill);
-    return prefix;
-}
-
-const UINT kMax = 0xFFFFFFFFu;
-
-INSTANTIATE_TEST_SUITE_P(
-    Input, BadRequests,
-    ::testing::Values(
-        BadCase{"GetOf128Arcs", GET, longName(P({100, 1, 0}), 128, 0), 2, 1,
-                longName(P({100, 1, 0}), 128, 0)},
-        BadCase{"NextOf128Arcs", NEXT, longName(P({100, 1, 0}), 128, 0), 0, -1, P({100, 2, 0})},
-        BadCase{"NextOf128MaxArcs", NEXT, longName({}, 128, kMax), 0, -1, kEndOfView},
-        BadCase{"GetOfMaxArcs", GET, Arcs{kMax, kMax, kMax}, 2, 1, Arcs{kMax, kMax, kMax}},
-        BadCase{"NextOfMaxArcInSubtree", NEXT, P({100, kMax}), 0, -1, P({200, 1, 0})},
-        BadCase{"NextOfMaxInstance", NEXT, P({600, 40, 1, 2, kMax}), 0, -1, P({600, 40, 1, 3, 1})},
-        BadCase{"GetBulkOnVariable", SNMP_EXTENSION_GET_BULK, P({100, 1, 0}), 5, 1, P({100, 1, 0})},
-        BadCase{"GetBulkOnMissingName", SNMP_EXTENSION_GET_BULK, P({100, 1}), 2, 1, P({100, 1})},
-        BadCase{"TypeZeroOnVariable", 0, P({600, 40, 1, 1, 1}), 5, 1, P({600, 40, 1, 1, 1})},
-        BadCase{"TypeZeroOnMissingName", 0, Arcs{}, 2, 1, Arcs{}},
-        BadCase{"UndoOnMissingName", UNDO, P({100, 99}), 2, 1, P({100, 99})},
-        BadCase{"CleanupOnVariable", CLEANUP, P({100, 2, 0}), 0, -1, P({100, 2, 0})}),
-    [](const ::testing::TestParamInfo<BadCase>& info) { return std::string(info.param.name); });
 
 TEST_F(RequestTest, EmptyOrMissingListsAreAnsweredWithoutTouchingTheOutputs) {
     Bindings empty({});

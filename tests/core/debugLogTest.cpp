@@ -55,27 +55,20 @@ TEST_F(DebugLogTest, NothingIsWrittenWhileClosed) {
     EXPECT_EQ(std::string(kNewLog) + kEndLog, readFile(path));
 }
 
-TEST_F(DebugLogTest, ReopeningEndsTheFirstLogAndStartsTheSecond) {
+// Each run appends to its file; opening another file ends the first log.
+TEST_F(DebugLogTest, ReopeningEndsTheFirstLogAndEachRunAppends) {
     std::string first = dir.file("first.log");
     std::string second = dir.file("second.log");
+    hmtest::writeFile(first, "earlier run\n");
     openDebugLog(first.c_str(), 10);
     debugLog("in first\n");
     openDebugLog(second.c_str(), 10);
     debugLog("in second\n");
     closeDebugLog();
 
-    EXPECT_EQ(std::string(kNewLog) + "in first\n" + kEndLog, withoutPrefixes(readFile(first)));
+    EXPECT_EQ(std::string("earlier run\n") + kNewLog + "in first\n" + kEndLog,
+              withoutPrefixes(readFile(first)));
     EXPECT_EQ(std::string(kNewLog) + "in second\n" + kEndLog, withoutPrefixes(readFile(second)));
-}
-
-TEST_F(DebugLogTest, EachRunAppendsToTheFile) {
-    std::string path = dir.file("trace.log");
-    hmtest::writeFile(path, "earlier run\n");
-    openDebugLog(path.c_str(), 10);
-    debugLog("this run\n");
-    closeDebugLog();
-    EXPECT_EQ(std::string("earlier run\n") + kNewLog + "this run\n" + kEndLog,
-              withoutPrefixes(readFile(path)));
 }
 
 // An unopenable path sends everything to standard output; closing does not close it.

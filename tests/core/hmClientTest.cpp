@@ -218,38 +218,35 @@ TEST_F(HmClientTest, EmptyTablesAnswerTheirNoRowCode) {
     }
 }
 
+// An entity without a group, and every call before start-up, answers 8 and hands out nothing.
+void expectNoGroup(uint32_t entity) {
+    SCOPED_TRACE(entity);
+    int32_t value = 0;
+    char* text = nullptr;
+    EXPECT_EQ(8u, getIntInfo(entity, 1, 0, &value));
+    EXPECT_EQ(8u, getIntData(entity, 1, 0, &value));
+    EXPECT_EQ(8u, getStrInfo(entity, 2, 1, &text));
+    EXPECT_EQ(8u, getStrData(entity, 2, 1, &text));
+    EXPECT_EQ(8u, setIntData(entity, 1, 0, 1));
+    EXPECT_EQ(8u, getTableSize(entity));
+    EXPECT_EQ(8u, getTableStatus(entity));
+    EXPECT_EQ(8u, findElementById(entity, 1));
+    EXPECT_EQ(nullptr, getElementName(entity, 0));
+    EXPECT_EQ(nullptr, text);
+}
+
 TEST_F(HmClientTest, UnknownEntitiesAnswer8) {
     writeRegistry(kDataDir + "/quiet.conf", trace);
     ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
-    for (uint32_t entity : {0u, 15u}) {
-        int32_t value = 0;
-        char* text = nullptr;
-        EXPECT_EQ(8u, getIntInfo(entity, 1, 0, &value));
-        EXPECT_EQ(8u, getIntData(entity, 1, 0, &value));
-        EXPECT_EQ(8u, getStrInfo(entity, 2, 1, &text));
-        EXPECT_EQ(8u, getStrData(entity, 2, 1, &text));
-        EXPECT_EQ(8u, setIntData(entity, 1, 0, 1));
-        EXPECT_EQ(8u, getTableSize(entity));
-        EXPECT_EQ(8u, getTableStatus(entity));
-        EXPECT_EQ(8u, findElementById(entity, 1));
-        EXPECT_EQ(nullptr, getElementName(entity, 0));
-        EXPECT_EQ(nullptr, text);
-    }
+    expectNoGroup(0);
+    expectNoGroup(15);
 }
 
 TEST_F(HmClientTest, FreeFunctionsWithoutAClientDoNotCrash) {
     ASSERT_EQ(nullptr, gSubagent);
+    expectNoGroup(1);
+    expectNoGroup(3);
     int32_t value = 0;
-    char* text = nullptr;
-    EXPECT_EQ(8u, getIntInfo(1, 1, 0, &value));
-    EXPECT_EQ(8u, getIntData(1, 1, 0, &value));
-    EXPECT_EQ(8u, getStrInfo(1, 2, 1, &text));
-    EXPECT_EQ(8u, getStrData(1, 2, 1, &text));
-    EXPECT_EQ(8u, setIntData(1, 1, 0, 1));
-    EXPECT_EQ(8u, getTableSize(1));
-    EXPECT_EQ(8u, getTableStatus(3));
-    EXPECT_EQ(8u, findElementById(3, 1));
-    EXPECT_EQ(nullptr, getElementName(3, 0));
     EXPECT_EQ(8u, processEvent(nullptr, nullptr, nullptr, &value));
     EXPECT_EQ(8, getHealthstatus());
     EXPECT_FALSE(isTrapsEnabled());
@@ -258,7 +255,6 @@ TEST_F(HmClientTest, FreeFunctionsWithoutAClientDoNotCrash) {
     setHealthstatus(5);
     seedHealth(3);
     releaseTables();
-    EXPECT_EQ(nullptr, text);
 }
 
 // Registry failures are traced only when the trace is already open; start-up goes on and

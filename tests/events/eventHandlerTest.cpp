@@ -5,57 +5,18 @@
 #include <cstring>
 #include <list>
 #include <string>
-#include <unistd.h>
+#include <thread>
 #include <vector>
 
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
 #include "events/eventHandler.h"
 #include "fakeClient.h"
-#include "oidText.h"
+#include "trapHarness.h"
 
 namespace {
 
-struct Binding {
-    std::string name;
-    BYTE type;
-    std::string text;
-    int32_t number;
-};
-
-struct Trap {
-    uint32_t status;
-    int32_t flag;
-    AsnInteger32 specific;
-    std::string enterprise;
-    std::vector<Binding> bindings;
-};
-
 constexpr AsnInteger32 kUntouched = -77;
-
-// Takes what the builder produced and releases it the way the SNMP service does.
-Trap collect(uint32_t status, int32_t flag, AsnInteger32 specific, AsnObjectIdentifier& enterprise,
-             SnmpVarBindList& list) {
-    Trap trap{status, flag, specific, dotted(enterprise), {}};
-    for (UINT i = 0; i < list.len; ++i) {
-        const SnmpVarBind& vb = list.list[i];
-        Binding b{dotted(vb.name), vb.value.asnType, "", 0};
-        if (vb.value.asnType == ASN_OCTETSTRING) {
-            b.text.assign(reinterpret_cast<const char*>(vb.value.asnValue.string.stream),
-                          vb.value.asnValue.string.length);
-        } else {
-            b.number = vb.value.asnValue.number;
-        }
-        trap.bindings.push_back(b);
-    }
-    if (list.list != nullptr) {
-        SnmpUtilVarBindListFree(&list);
-    }
-    if (enterprise.ids != nullptr) {
-        SnmpUtilOidFree(&enterprise);
-    }
-    return trap;
-}
 
 Trap takeTrap(eventHandler& handler) {
     AsnObjectIdentifier enterprise = {0, nullptr};
@@ -63,7 +24,10 @@ Trap takeTrap(eventHandler& handler) {
     SnmpVarBindList list = {nullptr, 0};
     int32_t flag = -1;
     const uint32_t status = handler.processEvent(&enterprise, &specific, &list, &flag);
-    return collect(status, flag, specific, enterprise, list);
+    Trap trap = takeBuilt(enterprise, specific, list);
+    trap.status = status;
+    trap.flag = flag;
+    return trap;
 }
 
 eventData makeEvent(int32_t group, int32_t severity, int32_t deviceId, const char* description,
@@ -85,20 +49,7 @@ std::list<int32_t> ids(std::initializer_list<int32_t> values) {
 
 class EventHandlerTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char path[] = "/tmp/hm-events-trace-XXXXXX";
-        const int fd = mkstemp(path);
-        ASSERT_GE(fd, 0);
-        close(fd);
-        m_stTrace = path;
-        openDebugLog(m_stTrace.c_str(), 1);
-        client.handler = &handler;
-    }
-
-    void TearDown() override {
-        closeDebugLog();
-        std::remove(m_stTrace.c_str());
-    }
+    void SetUp() override { client.handler = &handler; }
 
     // Starts the handler with the facade's overall health at `health`.
     void start(int32_t health) {
@@ -107,14 +58,12 @@ protected:
         ASSERT_EQ(handler.healthStatus(), health);
     }
 
-    std::string trace() { return traceMessages(m_stTrace); }
+    std::string trace() { return m_trace.text(); }
 
+    ScopedTrace m_trace;
     FakeClient client;
     ScopedClient scope{&client};
     eventHandler handler;
-
-private:
-    std::string m_stTrace;
 };
 
 const std::string kEvent = kP + ".1000";
@@ -187,25 +136,14 @@ TEST_F(EventHandlerTest, CriticalTemperatureRaisesHealthAndOkEventRestoresIt) {
     const Trap health = takeTrap(handler);
     EXPECT_EQ(health.status, 0u);
     EXPECT_EQ(health.flag, 1);
-    EXPECT_EQ(health.enterprise, kEvent + ".20.5");
-    ASSERT_EQ(health.bindings.size(), 2u);
-    EXPECT_EQ(health.bindings[0].name, kEvent + ".10.1");
-    EXPECT_EQ(health.bindings[0].type, ASN_OCTETSTRING);
-    EXPECT_EQ(health.bindings[0].text, "System health was changed from ok to critical.");
-    EXPECT_EQ(health.bindings[1].name, kP + ".100.1.0");
-    EXPECT_EQ(health.bindings[1].type, ASN_INTEGER);
-    EXPECT_EQ(health.bindings[1].number, 5);
+    expectHealthTrap(health, 5, "ok to critical");
     EXPECT_EQ(handler.queuedEvents(), 0u);
 
     handler.addEvent(makeEvent(14, 3, 12, "Lower Critical going low", 2, "CPU Temp"));
     EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".70.16");
     EXPECT_TRUE(handler.criticalList().empty());
     EXPECT_EQ(handler.healthStatus(), 3);
-    const Trap back = takeTrap(handler);
-    EXPECT_EQ(back.enterprise, kEvent + ".20.3");
-    ASSERT_EQ(back.bindings.size(), 2u);
-    EXPECT_EQ(back.bindings[0].text, "System health was changed from critical to ok.");
-    EXPECT_EQ(back.bindings[1].number, 3);
+    expectHealthTrap(takeTrap(handler), 3, "critical to ok");
     EXPECT_EQ(client.healthStores, std::vector<int32_t>({5, 3}));
 }
 
@@ -225,9 +163,7 @@ TEST_F(EventHandlerTest, CriticalDevicesDoNotLowerANonRecoverableHealth) {
     handler.addEvent(makeEvent(15, 3, 21, "", 2));
     takeTrap(handler);
     EXPECT_EQ(handler.healthStatus(), 3);
-    const Trap health = takeTrap(handler);
-    ASSERT_EQ(health.bindings.size(), 2u);
-    EXPECT_EQ(health.bindings[0].text, "System health was changed from nonRecoverable to ok.");
+    expectHealthTrap(takeTrap(handler), 3, "nonRecoverable to ok");
 }
 
 TEST_F(EventHandlerTest, NonCriticalDevicesLowerACriticalHealth) {
@@ -238,11 +174,7 @@ TEST_F(EventHandlerTest, NonCriticalDevicesLowerACriticalHealth) {
     EXPECT_EQ(takeTrap(handler).enterprise, kEvent + ".40.7");
     EXPECT_EQ(handler.healthStatus(), 4);
     EXPECT_EQ(client.healthStores, std::vector<int32_t>({4}));
-    const Trap health = takeTrap(handler);
-    EXPECT_EQ(health.enterprise, kEvent + ".20.4");
-    ASSERT_EQ(health.bindings.size(), 2u);
-    EXPECT_EQ(health.bindings[0].text, "System health was changed from critical to nonCritical.");
-    EXPECT_EQ(health.bindings[1].number, 4);
+    expectHealthTrap(takeTrap(handler), 4, "critical to nonCritical");
 }
 
 TEST_F(EventHandlerTest, OnlyDeviceGroupsThatCountMoveTheHealth) {
@@ -426,72 +358,93 @@ TEST_F(EventHandlerTest, UnterminatedTextFieldsAreCutInsideTheirArrays) {
     EXPECT_EQ(trap.bindings[2].text, std::string(127, 'b'));
 }
 
+// One thread queues events while another drains them into traps.
+TEST_F(EventHandlerTest, EventsQueuedByAnotherThreadComeOutOnceInOrder) {
+    constexpr int kEvents = 10000;
+    start(3);
+    closeDebugLog(); // a trace of this size says nothing more
+    std::thread producer([this] {
+        for (int i = 0; i < kEvents; ++i) {
+            const std::string description = "system boot event has occurred #" + std::to_string(i);
+            handler.addEvent(makeEvent(2, 3, i, description.c_str()));
+        }
+    });
+    std::vector<int> seen;
+    for (int emptyPolls = 0; static_cast<int>(seen.size()) < kEvents && emptyPolls < 100000000;) {
+        const Trap trap = takeTrap(handler);
+        ASSERT_EQ(trap.status, 0u);
+        if (trap.flag == 0) {
+            ++emptyPolls;
+            std::this_thread::yield();
+            continue;
+        }
+        ASSERT_EQ(trap.bindings.size(), 2u);
+        const size_t mark = trap.bindings[0].text.find('#');
+        ASSERT_NE(mark, std::string::npos);
+        seen.push_back(std::stoi(trap.bindings[0].text.substr(mark + 1)));
+    }
+    producer.join();
+    ASSERT_EQ(seen.size(), static_cast<size_t>(kEvents));
+    for (int i = 0; i < kEvents; ++i) {
+        ASSERT_EQ(seen[i], i);
+    }
+    EXPECT_EQ(handler.queuedEvents(), 0u);
+}
+
 // Variable bindings as the SNMP service receives them.
 class TrapBuilderTest : public EventHandlerTest {
 protected:
-    Trap build2(const eventData& e) {
+    Trap build(const eventData& e, bool fourObjects) {
         AsnObjectIdentifier enterprise = {0, nullptr};
         SnmpVarBindList list = {nullptr, 0};
-        const uint32_t status = handler.send2ObjEvent(e, &enterprise, &list);
-        return collect(status, 0, 0, enterprise, list);
-    }
-    Trap build4(const eventData& e) {
-        AsnObjectIdentifier enterprise = {0, nullptr};
-        SnmpVarBindList list = {nullptr, 0};
-        const uint32_t status = handler.send4ObjEvent(e, &enterprise, &list);
-        return collect(status, 0, 0, enterprise, list);
+        const uint32_t status = fourObjects ? handler.send4ObjEvent(e, &enterprise, &list)
+                                            : handler.send2ObjEvent(e, &enterprise, &list);
+        Trap trap = takeBuilt(enterprise, 0, list);
+        trap.status = status;
+        return trap;
     }
 };
 
-TEST_F(TrapBuilderTest, TwoObjectTraps) {
+TEST_F(TrapBuilderTest, TrapShapes) {
     start(3);
-    const Trap chassis = build2(makeEvent(3, 5, 3, "there has been a chassis intrusion"));
-    EXPECT_EQ(chassis.status, 0u);
-    EXPECT_EQ(chassis.enterprise, kEvent + ".30.1");
-    ASSERT_EQ(chassis.bindings.size(), 2u);
-    EXPECT_EQ(chassis.bindings[0].name, kEvent + ".10.1");
-    EXPECT_EQ(chassis.bindings[0].type, ASN_OCTETSTRING);
-    EXPECT_EQ(chassis.bindings[0].text, "there has been a chassis intrusion");
-    EXPECT_EQ(chassis.bindings[1].name, kEvent + ".10.2");
-    EXPECT_EQ(chassis.bindings[1].type, ASN_INTEGER);
-    EXPECT_EQ(chassis.bindings[1].number, 5);
-
-    const Trap bios = build2(makeEvent(2, 1, 0, "a system boot event has occurred"));
-    EXPECT_EQ(bios.enterprise, kEvent + ".90.2");
-    ASSERT_EQ(bios.bindings.size(), 2u);
-    EXPECT_EQ(bios.bindings[1].name, kEvent + ".10.2");
-    EXPECT_EQ(bios.bindings[1].number, 1);
+    const struct {
+        bool fourObjects;
+        eventData event;
+        TrapShape shape;
+    } rows[] = {
+        {false,
+         makeEvent(3, 5, 3, "there has been a chassis intrusion"),
+         {"30", 1, "there has been a chassis intrusion", 5, nullptr, 0, "", 0}},
+        {false,
+         makeEvent(2, 1, 0, "a system boot event has occurred"),
+         {"90", 2, "a system boot event has occurred", 1, nullptr, 0, "", 0}},
+        {true,
+         makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"),
+         {"70", 14, "Lower Critical going low", 5, "600.40", 2, "CPU Temp", 12}},
+        // The hot-plug slot names the fixed objects.
+        {true,
+         makeEvent(9, 3, 51, "Slot 4 power OFF", 4, "PCI Slot 4"),
+         {"80", 3, "Slot 4 power OFF", 3, "", 0, "PCI Slot 4", 51}},
+        // Empty texts go out as empty strings.
+        {true, makeEvent(11, 4, 3, "", 1, ""), {"50", 2, "", 4, "400.10", 1, "", 3}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.event.nEventGroup);
+        const Trap trap = build(row.event, row.fourObjects);
+        EXPECT_EQ(trap.status, 0u);
+        expectTrap(trap, row.shape);
+    }
     const std::string t = trace();
     EXPECT_NE(t.find("getBiosEventOID() called\nstEventDesc=a system boot event has occurred\n"
                      "BIOS_SYSBOOT=system boot event has occurred\n"),
               std::string::npos);
     EXPECT_NE(t.find("send2ObjEvent() called\nPrinting eventData (aEvent)\n"), std::string::npos);
-}
-
-TEST_F(TrapBuilderTest, FourObjectTrapNamesTheDeviceTableRow) {
-    start(3);
-    const Trap trap = build4(makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"));
-    EXPECT_EQ(trap.status, 0u);
-    EXPECT_EQ(trap.enterprise, kEvent + ".70.14");
-    ASSERT_EQ(trap.bindings.size(), 4u);
-    const std::vector<std::string> names = {kEvent + ".10.1", kP + ".600.40.1.5.2", kP + ".600.40.1.3.2",
-                                            kP + ".600.40.1.2.2"};
-    for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(trap.bindings[i].name, names[i]) << i;
+    const std::string table = kP + ".600.40.1.";
+    const std::string names[] = {kEvent + ".10.1", table + "5.2", table + "3.2", table + "2.2"};
+    for (size_t n = 0; n < 4; ++n) {
+        EXPECT_NE(t.find("in send4ObjEvent list[" + std::to_string(n) + "].name:" + names[n] + "\n"),
+                  std::string::npos);
     }
-    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
-    EXPECT_EQ(trap.bindings[0].text, "Lower Critical going low");
-    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
-    EXPECT_EQ(trap.bindings[1].number, 5);
-    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
-    EXPECT_EQ(trap.bindings[2].text, "CPU Temp");
-    EXPECT_EQ(trap.bindings[3].type, ASN_INTEGER);
-    EXPECT_EQ(trap.bindings[3].number, 12);
-    const std::string t = trace();
-    EXPECT_NE(t.find("in send4ObjEvent list[0].name:" + names[0] + "\n"), std::string::npos);
-    EXPECT_NE(t.find("in send4ObjEvent list[1].name:" + names[1] + "\n"), std::string::npos);
-    EXPECT_NE(t.find("in send4ObjEvent list[2].name:" + names[2] + "\n"), std::string::npos);
-    EXPECT_NE(t.find("in send4ObjEvent list[3].name:" + names[3] + "\n"), std::string::npos);
 }
 
 TEST_F(TrapBuilderTest, EachDeviceGroupNamesItsOwnTable) {
@@ -516,28 +469,13 @@ TEST_F(TrapBuilderTest, EachDeviceGroupNamesItsOwnTable) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.group);
-        const Trap trap = build4(makeEvent(row.group, row.severity, 77, row.description, 9, "dev"));
+        const Trap trap = build(makeEvent(row.group, row.severity, 77, row.description, 9, "dev"), true);
         EXPECT_EQ(trap.status, 0u);
         ASSERT_EQ(trap.bindings.size(), 4u);
         EXPECT_EQ(trap.bindings[1].name, kP + row.table + ".1.5.9");
         EXPECT_EQ(trap.bindings[2].name, kP + row.table + ".1.3.9");
         EXPECT_EQ(trap.bindings[3].name, kP + row.table + ".1.2.9");
     }
-}
-
-TEST_F(TrapBuilderTest, PhpSlotTrapNamesFixedObjects) {
-    start(3);
-    const Trap trap = build4(makeEvent(9, 3, 51, "Slot 4 power OFF", 4, "PCI Slot 4"));
-    EXPECT_EQ(trap.status, 0u);
-    EXPECT_EQ(trap.enterprise, kEvent + ".80.3");
-    ASSERT_EQ(trap.bindings.size(), 4u);
-    EXPECT_EQ(trap.bindings[0].name, kEvent + ".10.1");
-    EXPECT_EQ(trap.bindings[1].name, kEvent + ".10.2");
-    EXPECT_EQ(trap.bindings[2].name, kEvent + ".10.3");
-    EXPECT_EQ(trap.bindings[3].name, kEvent + ".10.4");
-    EXPECT_EQ(trap.bindings[1].number, 3);
-    EXPECT_EQ(trap.bindings[2].text, "PCI Slot 4");
-    EXPECT_EQ(trap.bindings[3].number, 51);
 }
 
 TEST_F(TrapBuilderTest, RecordsWithoutATrapLeaveTheOutputsEmpty) {
@@ -554,7 +492,7 @@ TEST_F(TrapBuilderTest, RecordsWithoutATrapLeaveTheOutputsEmpty) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.event.nEventGroup);
-        const Trap trap = row.fourObjects ? build4(row.event) : build2(row.event);
+        const Trap trap = build(row.event, row.fourObjects);
         EXPECT_EQ(trap.status, 9u);
         EXPECT_EQ(trap.enterprise, "");
         EXPECT_TRUE(trap.bindings.empty());
@@ -563,17 +501,6 @@ TEST_F(TrapBuilderTest, RecordsWithoutATrapLeaveTheOutputsEmpty) {
     EXPECT_NE(t.find("ERROR eventOID is NULL!! in eventHandler::send2ObjEvent\n"), std::string::npos);
     EXPECT_NE(t.find("After the Switch ERROR eventOID is NULL!! in eventHandler::send4ObjEvent\n"),
               std::string::npos);
-}
-
-TEST_F(TrapBuilderTest, EmptyTextsGoOutAsEmptyStrings) {
-    start(3);
-    const Trap trap = build4(makeEvent(11, 4, 3, "", 1, ""));
-    EXPECT_EQ(trap.enterprise, kEvent + ".50.2");
-    ASSERT_EQ(trap.bindings.size(), 4u);
-    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
-    EXPECT_EQ(trap.bindings[0].text, "");
-    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
-    EXPECT_EQ(trap.bindings[2].text, "");
 }
 
 } // namespace

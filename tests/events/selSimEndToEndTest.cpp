@@ -24,64 +24,9 @@
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
 #include "kelvarn/SelEvents.h"
-#include "oidText.h"
+#include "trapHarness.h"
 
 namespace {
-
-std::vector<DWORD> g_retrySleeps;
-
-void recordRetrySleep(DWORD ms) {
-    g_retrySleeps.push_back(ms);
-}
-
-void parkPoller(DWORD) {
-    for (;;) {
-        std::this_thread::sleep_for(std::chrono::hours(1));
-    }
-}
-
-struct Binding {
-    std::string name;
-    BYTE type;
-    std::string text;
-    int32_t number;
-};
-
-struct Trap {
-    std::string enterprise;
-    int32_t specific;
-    std::vector<Binding> bindings;
-};
-
-std::vector<Trap> collectTraps() {
-    std::vector<Trap> traps;
-    for (int guard = 0; guard < 10; ++guard) {
-        AsnObjectIdentifier enterprise = {0, nullptr};
-        AsnInteger32 generic = -1, specific = -1;
-        AsnTimeticks stamp = 0;
-        SnmpVarBindList list = {nullptr, 0};
-        if (!SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list)) {
-            break;
-        }
-        EXPECT_EQ(generic, 6);
-        Trap trap{dotted(enterprise), specific, {}};
-        for (UINT i = 0; i < list.len; ++i) {
-            const SnmpVarBind& vb = list.list[i];
-            Binding b{dotted(vb.name), vb.value.asnType, "", 0};
-            if (vb.value.asnType == ASN_OCTETSTRING) {
-                b.text.assign(reinterpret_cast<const char*>(vb.value.asnValue.string.stream),
-                              vb.value.asnValue.string.length);
-            } else {
-                b.number = vb.value.asnValue.number;
-            }
-            trap.bindings.push_back(b);
-        }
-        SnmpUtilVarBindListFree(&list);
-        SnmpUtilOidFree(&enterprise);
-        traps.push_back(trap);
-    }
-    return traps;
-}
 
 std::string scratch(const std::string& name) {
     return ::testing::TempDir() + "hm-selsim-" + std::to_string(getpid()) + "-" + name;
@@ -172,17 +117,11 @@ bool SelSimEndToEnd::s_started = false;
 
 // One named event and the traps it must produce, in the order the steps run: the
 // overall health carries from step to step (it starts "ok", 3).
+// The trap's fields are written flat (brace elision).
 struct Step {
     const char* event;
-    bool invert;        // logged with --deassert
-    const char* family; // enterprise P.1000.<family>; null: no device trap
-    int32_t specific;
-    const char* description;
-    int32_t severity;
-    const char* table; // device objects: MIB table under P; "" the fixed objects; null two objects
-    int32_t instance;
-    const char* deviceDesc;
-    int32_t deviceId;
+    bool invert; // logged with --deassert
+    TrapShape trap;
     const char* healthChange; // "from to" names of the health trap that follows, or null
     int32_t newHealth;
 };
@@ -329,37 +268,13 @@ const Step kSteps[] = {
 #undef HEALTH
 #undef NO_HEALTH
 
-void expectTrap(const Trap& trap, const Step& step) {
-    EXPECT_EQ(trap.enterprise, kP + ".1000." + step.family);
-    EXPECT_EQ(trap.specific, step.specific);
-    ASSERT_EQ(trap.bindings.size(), step.table == nullptr ? 2u : 4u);
-    EXPECT_EQ(trap.bindings[0].name, kP + ".1000.10.1");
-    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
-    EXPECT_EQ(trap.bindings[0].text, step.description);
-    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
-    EXPECT_EQ(trap.bindings[1].number, step.severity);
-    if (step.table == nullptr) {
-        EXPECT_EQ(trap.bindings[1].name, kP + ".1000.10.2");
-        return;
-    }
-    const bool fixed = step.table[0] == '\0';
-    const std::string column = kP + "." + step.table + ".1.";
-    const std::string instance = "." + std::to_string(step.instance);
-    EXPECT_EQ(trap.bindings[1].name, fixed ? kP + ".1000.10.2" : column + "5" + instance);
-    EXPECT_EQ(trap.bindings[2].name, fixed ? kP + ".1000.10.3" : column + "3" + instance);
-    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
-    EXPECT_EQ(trap.bindings[2].text, step.deviceDesc);
-    EXPECT_EQ(trap.bindings[3].name, fixed ? kP + ".1000.10.4" : column + "2" + instance);
-    EXPECT_EQ(trap.bindings[3].type, ASN_INTEGER);
-    EXPECT_EQ(trap.bindings[3].number, step.deviceId);
-}
-
 TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
     // The first poll takes the two entries logged before the start as known.
     ASSERT_EQ(CheckForNewSELEntry(), 0);
     EXPECT_EQ(selLastRecordId(), 2);
     ASSERT_TRUE(collectTraps().empty());
 
+    const ThresholdEventCounts before = thresholdEventCounts();
     std::set<std::string> covered;
     int32_t recordId = 2;
     for (const Step& step : kSteps) {
@@ -370,21 +285,19 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
         EXPECT_EQ(selLastRecordId(), ++recordId);
         const std::vector<Trap> traps = collectTraps();
         ASSERT_EQ(traps.size(), step.healthChange != nullptr ? 2u : 1u);
-        expectTrap(traps[0], step);
+        expectTrap(traps[0], step.trap);
         if (step.healthChange != nullptr) {
-            const Trap& health = traps[1];
-            EXPECT_EQ(health.enterprise, kP + ".1000.20");
-            EXPECT_EQ(health.specific, step.newHealth);
-            ASSERT_EQ(health.bindings.size(), 2u);
-            EXPECT_EQ(health.bindings[0].name, kP + ".1000.10.1");
-            EXPECT_EQ(health.bindings[0].text,
-                      std::string("System health was changed from ") + step.healthChange + ".");
-            EXPECT_EQ(health.bindings[1].name, kP + ".100.1.0");
-            EXPECT_EQ(health.bindings[1].number, step.newHealth);
+            expectHealthTrap(traps[1], step.newHealth, step.healthChange);
         }
     }
     // Every event was delivered on its first hand-off.
     EXPECT_TRUE(g_retrySleeps.empty());
+    // The threshold steps (temperature, voltage, fan), counted by the class of their
+    // offset whatever the direction.
+    const ThresholdEventCounts after = thresholdEventCounts();
+    EXPECT_EQ(after.nonCritical - before.nonCritical, 5u);
+    EXPECT_EQ(after.critical - before.critical, 8u);
+    EXPECT_EQ(after.nonRecoverable - before.nonRecoverable, 5u);
     // Every named event is in the table above.
     size_t count = 0;
     const kelvarn::NamedEvent* events = kelvarn::namedEvents(count);
@@ -427,8 +340,7 @@ TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
     ASSERT_EQ(CheckForNewSELEntry(), 1);
     std::vector<Trap> traps = collectTraps();
     ASSERT_EQ(traps.size(), 1u);
-    EXPECT_EQ(traps[0].enterprise, kP + ".1000.30");
-    EXPECT_EQ(traps[0].specific, 1);
+    EXPECT_EQ(traps[0].eventOid, kP + ".1000.30.1");
 
     ASSERT_EQ(runTool("sel-clear", status).find("sel-clear"), std::string(s_journal + ": ").size());
     ASSERT_EQ(status, 0);
@@ -461,10 +373,8 @@ TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
     EXPECT_EQ(selLastRecordId(), 3);
     traps = collectTraps();
     ASSERT_EQ(traps.size(), 2u);
-    EXPECT_EQ(traps[0].enterprise, kP + ".1000.80");
-    EXPECT_EQ(traps[0].specific, 2);
-    EXPECT_EQ(traps[1].enterprise, kP + ".1000.80");
-    EXPECT_EQ(traps[1].specific, 1);
+    EXPECT_EQ(traps[0].eventOid, kP + ".1000.80.2");
+    EXPECT_EQ(traps[1].eventOid, kP + ".1000.80.1");
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
@@ -55,6 +56,80 @@ inline int freePort() {
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
     close(fd);
     return ntohs(address.sin_port);
+}
+
+// The last non-empty line of `text`.
+inline std::string lastLineOf(const std::string& text) {
+    const std::vector<std::string> lines = linesOf(text);
+    return lines.empty() ? "" : lines.back();
+}
+
+// How often `text` occurs in the file at `path`.
+inline size_t countIn(const std::string& path, const std::string& text) {
+    const std::string whole = readFile(path);
+    size_t n = 0;
+    for (size_t at = whole.find(text); at != std::string::npos; at = whole.find(text, at + text.size()))
+        ++n;
+    return n;
+}
+
+// The agent's registry file naming its configuration file and its trace file.
+inline void writeRegistryFile(const std::string& path, const std::string& config, const std::string& log) {
+    std::ofstream(path) << "Windows Registry Editor Version 5.00\r\n\r\n"
+                           "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
+                           "\"ConfigFile\"=\""
+                        << config << "\"\r\n\"LogFile\"=\"" << log << "\"\r\n";
+}
+
+// snmptrapd's configuration that logs every trap on one line: "V1 enterprise
+// generic specific time-stamp|bindings" or "V2 |bindings", each binding
+// "|OID = TYPE: value".
+inline const char* trapReceiverConfig() {
+    return "authCommunity log public\n"
+           "format1 V1 %N %w %q %T|%V|%v\\n\n"
+           "format2 V2 %V|%v\\n\n";
+}
+
+// The trap lines of a snmptrapd log written with trapReceiverConfig().
+inline std::vector<std::string> trapLines(const std::string& path) {
+    std::vector<std::string> traps;
+    for (const std::string& line : linesOf(readFile(path)))
+        if (line.rfind("V1 ", 0) == 0 || line.rfind("V2 ", 0) == 0)
+            traps.push_back(line);
+    return traps;
+}
+
+// The probe named in an agent's SNMPv1 temperature trap (event OID under
+// ...3.5.1000.70), from its binding ...3.5.600.40.1.3.N = STRING: "NAME"; "" for
+// any other line.
+inline std::string temperatureTrapSensor(const std::string& line) {
+    const std::string tables = ".1.3.6.1.4.1.64999.2.10.3.5";
+    if (line.rfind("V1 " + tables + ".1000.70 6 ", 0) != 0)
+        return "";
+    const size_t at = line.find(tables + ".600.40.1.3.");
+    const size_t open = at == std::string::npos ? at : line.find("STRING: \"", at);
+    const size_t close = open == std::string::npos ? open : line.find('"', open + 9);
+    return close == std::string::npos ? "" : line.substr(open + 9, close - open - 9);
+}
+
+// Resident set size (kB) and open descriptors of a running process; -1 when unknown.
+inline long residentKb(pid_t pid) {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("VmRSS:", 0) == 0)
+            return std::stol(line.substr(6));
+    return -1;
+}
+inline long openFds(pid_t pid) {
+    const std::string dir = "/proc/" + std::to_string(pid) + "/fd";
+    long n = -1;
+    if (DIR* d = opendir(dir.c_str())) {
+        n = 0;
+        while (const dirent* entry = readdir(d))
+            n += entry->d_name[0] != '.';
+        closedir(d);
+    }
+    return n;
 }
 
 inline bool waitForText(const std::string& path, const std::string& text, std::chrono::milliseconds limit) {
@@ -160,6 +235,7 @@ public:
         return m_status;
     }
     bool running() const { return m_pid > 0 && waitpid(m_pid, nullptr, WNOHANG) == 0; }
+    pid_t pid() const { return m_pid; }
     std::string output() const { return readFile(m_output); }
     // Waits until the output contains `text`.
     bool waitFor(const std::string& text, std::chrono::milliseconds limit) const {

@@ -3,86 +3,30 @@
 // process's query source.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
-#include <regex>
-#include <sstream>
+#include <cstring>
 #include <string>
 
-#include "core/debugLog.h"
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
-#include "kelvarn/Responder.h"
 #include "platform/queryService.h"
+#include "sensorTestSupport.h"
 
 namespace {
 
-// Answers from a script: one result map per path, or a failure to throw.
-class ScriptedResponder : public kelvarn::Responder {
-public:
-    std::map<std::string, QueryResult> answers;
-    std::map<std::string, std::vector<RStatus>> failures;
-    std::vector<std::pair<std::string, int>> calls; // path and the flags in force
-
-    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
-                uint8_t flags, kelvarn::ResultMap& out) override {
-        calls.emplace_back(path, flags);
-        auto f = failures.find(path);
-        if (f != failures.end())
-            throw ResultStatus(f->second);
-        auto a = answers.find(path);
-        if (a != answers.end())
-            out = a->second;
-    }
-};
+using sensortest::failure;
+using sensortest::ScriptedResponder;
 
 _XNode node(std::vector<std::string> values, int type = 0) {
-    _XNode n;
-    n.NodeType = type;
-    n.Values = std::move(values);
-    return n;
+    return ScriptedResponder::node(std::move(values), type);
 }
 
-RStatus status(int operation, uint16_t code, const char* message) {
-    RStatus s;
-    s.Operation = operation;
-    s.Code = code;
-    s.Message = message;
-    return s;
-}
-
-class QueryServiceTest : public ::testing::Test {
+class QueryServiceTest : public sensortest::TracedTest {
 protected:
     void SetUp() override {
-        responder = std::make_shared<ScriptedResponder>();
-        kelvarn::setProcessResponder(responder);
-        char name[] = "/tmp/hm-query-trace-XXXXXX";
-        int fd = mkstemp(name);
-        ASSERT_GE(fd, 0);
-        close(fd);
-        tracePath = name;
-        openDebugLog(tracePath.c_str(), 10);
+        TracedTest::SetUp();
+        responder = useScript();
     }
-    void TearDown() override {
-        closeDebugLog();
-        std::remove(tracePath.c_str());
-        kelvarn::setProcessResponder(nullptr);
-    }
-
-    // The trace written since SetUp, without banners and line prefixes.
-    std::string trace() {
-        std::ifstream in(tracePath);
-        std::stringstream text;
-        text << in.rdbuf();
-        std::string s = text.str();
-        const std::string banner = "*********** New Log ****************\n";
-        if (s.compare(0, banner.size(), banner) == 0)
-            s.erase(0, banner.size());
-        return std::regex_replace(s, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}: \\([0-9]+\\) "), "");
-    }
-
     std::shared_ptr<ScriptedResponder> responder;
-    std::string tracePath;
 };
 
 TEST_F(QueryServiceTest, StoresLeadingDigitsOfTheValueKeyedByThePath) {
@@ -101,28 +45,29 @@ TEST_F(QueryServiceTest, StoresLeadingDigitsOfTheValueKeyedByThePath) {
     }
 }
 
-TEST_F(QueryServiceTest, StoresZeroWhenNoEntryMatchesOrTheEntryIsEmpty) {
-    const char* path = "/SMBIOS/MemoryArray/TotalNoOfArray";
-    responder->answers[path] = {{"/SMBIOS/MemoryArray/TotalNoOfArray/", node({"5"})},
-                                {"/SMBIOS/MemoryArray", node({"6"})}};
-    uint32_t out = 42;
-    ExeIntegerQuery(path, &out);
-    EXPECT_EQ(out, 0u);
-
-    responder->answers[path] = {{path, node({})}};
-    out = 42;
-    ExeIntegerQuery(path, &out);
-    EXPECT_EQ(out, 0u);
-}
-
-TEST_F(QueryServiceTest, UsesOnlyTheEntryKeyedByTheExactPath) {
-    const char* path = "/SMBIOS/MemoryArray[1]/NumMemoryDevices";
-    responder->answers[path] = {{"/SMBIOS/MemoryArray[1]/NumMemoryDevice", node({"1"})},
-                                {path, node({"6", "7"}, 1)},
-                                {"/SMBIOS/MemoryArray[1]/NumMemoryDevicesX", node({"8"})}};
-    uint32_t out = 0;
-    ExeIntegerQuery(path, &out);
-    EXPECT_EQ(out, 6u);
+// Only the entry keyed by the exact path counts, and only its first value; none, or
+// one without values, stores 0.
+TEST_F(QueryServiceTest, ReadsOnlyTheEntryKeyedByTheExactPath) {
+    const std::string path = "/SMBIOS/MemoryArray[1]/NumMemoryDevices";
+    struct Case {
+        const char* name;
+        QueryResult answer;
+        uint32_t expected;
+    } cases[] = {
+        {"neighbours only", {{path + "/", node({"5"})}, {"/SMBIOS/MemoryArray[1]", node({"6"})}}, 0},
+        {"no values", {{path, node({})}}, 0},
+        {"exact among neighbours",
+         {{"/SMBIOS/MemoryArray[1]/NumMemoryDevice", node({"1"})},
+          {path, node({"6", "7"}, 1)},
+          {path + "X", node({"8"})}},
+         6},
+    };
+    for (const Case& c : cases) {
+        responder->answers[path] = c.answer;
+        uint32_t out = 42;
+        ExeIntegerQuery(path.c_str(), &out);
+        EXPECT_EQ(out, c.expected) << c.name;
+    }
 }
 
 TEST_F(QueryServiceTest, SetsFlagOneBeforeTheQuery) {
@@ -130,13 +75,13 @@ TEST_F(QueryServiceTest, SetsFlagOneBeforeTheQuery) {
     uint32_t out = 0;
     ExeIntegerQuery("/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", &out);
     ASSERT_EQ(responder->calls.size(), 1u);
-    EXPECT_EQ(responder->calls[0].second, 1);
+    EXPECT_EQ(responder->flags[0], 1);
     EXPECT_EQ(queryService().Flags(), 1);
 }
 
 TEST_F(QueryServiceTest, RejectedQueryKeepsTheValueAndTracesEveryStatus) {
     const char* path = "/SMBIOS/ProcessorInfo/TotalNoOfProcessor";
-    responder->failures[path] = {status(3, 1083, "no such instance"), status(-2, 7, "second")};
+    responder->failures[path] = {failure(3, 1083, "no such instance"), failure(-2, 7, "second")};
     uint32_t out = 31;
     ExeIntegerQuery(path, &out);
     EXPECT_EQ(out, 31u);
@@ -162,9 +107,9 @@ TEST_F(QueryServiceTest, ServiceFailureOfAMalformedPathIsCaught) {
 }
 
 TEST_F(QueryServiceTest, FailureStylesPrintTheirOwnTexts) {
-    ResultStatus failure(std::vector<RStatus>{status(1, 1081, "unknown"), status(2, 1089, "gone")});
-    logQueryFailure(failure, "/P", QUERY_FAILURE_VALUE);
-    logQueryFailure(failure, "/Q", QUERY_FAILURE_SCAN);
+    ResultStatus failed(std::vector<RStatus>{failure(1, 1081, "unknown"), failure(2, 1089, "gone")});
+    logQueryFailure(failed, "/P", QUERY_FAILURE_VALUE);
+    logQueryFailure(failed, "/Q", QUERY_FAILURE_SCAN);
     EXPECT_EQ(trace(), "Operation: 1on :/P failed. 1081: unknown"
                        "Operation: 2on :/P failed. 1089: gone"
                        "Operation: 1on :/Q failed Error code. 1081  -"
@@ -203,9 +148,9 @@ TEST_F(QueryServiceTest, CountsTheDemoServersInventory) {
         EXPECT_EQ(out, c.expected) << c.path;
     }
     const std::string t = trace();
-    const std::string failure = "\n Query Failed is /SMBIOS/MemoryArray[7]/NumMemoryDevices:Operation: 1"
-                                "on :/SMBIOS/MemoryArray[7]/NumMemoryDevices failed. 1083 code \n error is: ";
-    EXPECT_NE(t.find(failure), std::string::npos) << t;
+    const std::string failed = "\n Query Failed is /SMBIOS/MemoryArray[7]/NumMemoryDevices:Operation: 1"
+                               "on :/SMBIOS/MemoryArray[7]/NumMemoryDevices failed. 1083 code \n error is: ";
+    EXPECT_NE(t.find(failed), std::string::npos) << t;
 }
 
 TEST(QueryPathTest, ComposesPathsLikeTheQueriesDo) {

@@ -34,10 +34,12 @@ public:
     std::map<std::string, QueryResult> answers;
     std::map<std::string, std::vector<RStatus>> failures;
     std::vector<std::string> calls;
+    std::vector<int> flags; // the flags in force at each call
 
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
-                uint8_t, kelvarn::ResultMap& out) override {
+                uint8_t flagsInForce, kelvarn::ResultMap& out) override {
         calls.push_back(path);
+        flags.push_back(flagsInForce);
         auto f = failures.find(path);
         if (f != failures.end())
             throw ResultStatus(f->second);

@@ -29,55 +29,40 @@ protected:
     }
 };
 
-struct ProcessorCase {
-    const char* field;
-    const char* answer;
-    uint32_t expected;
-};
-
 TEST_F(SmbiosInventoryTest, ProcessorNamesAndNumbers) {
-    const ProcessorCase cases[] = {
-        {"Upgrade", "Socket F", 24},
-        {"Upgrade", "ZIF Socket", 4},
-        {"Upgrade", "Socket LGA2011", 2},
-        {"Upgrade", "socket f", 2},
-        {"VoltageCapability", "1.2V", 1200},
-        {"VoltageCapability", "3.3V", 3300},
-        {"VoltageCapability", "V", 0},
-        {"ProcessorType", "Central processor", 3},
-        {"ProcessorType", "videoProcessor", 6},
-        {"ProcessorType", "Unknown", 77}, // kept
-        {"ProcessorFamily", "Xeon", 179},
-        {"ProcessorFamily", "Opteron", 77}, // kept
-        {"ClockFrequency", "133", 133},
-        {"MaxSpeed", "3600MHz", 3600},
-        {"CurrentSpeed", "abc", 0},
+    using Record = SmbiosProcessorRecord;
+    const struct {
+        const char* field;
+        uint32_t (*get)(const Record&);
+        std::vector<std::pair<const char*, uint32_t>> answers; // answer, expected
+    } fields[] = {
+        {"Upgrade",
+         [](const Record& p) -> uint32_t { return p.Upgrade; },
+         {{"Socket F", 24}, {"ZIF Socket", 4}, {"Socket LGA2011", 2}, {"socket f", 2}}},
+        {"VoltageCapability",
+         [](const Record& p) -> uint32_t { return p.Voltage; },
+         {{"1.2V", 1200}, {"3.3V", 3300}, {"V", 0}}},
+        {"ProcessorType", // an unknown name keeps the 77 set before
+         [](const Record& p) -> uint32_t { return p.ProcessorType; },
+         {{"Central processor", 3}, {"videoProcessor", 6}, {"Unknown", 77}}},
+        {"ProcessorFamily", // an unknown name keeps the 77 set before
+         [](const Record& p) -> uint32_t { return p.ProcessorFamily; },
+         {{"Xeon", 179}, {"Opteron", 77}}},
+        {"ClockFrequency", [](const Record& p) -> uint32_t { return p.ExternalClock; }, {{"133", 133}}},
+        {"MaxSpeed", [](const Record& p) -> uint32_t { return p.MaxSpeed; }, {{"3600MHz", 3600}}},
+        {"CurrentSpeed", [](const Record& p) -> uint32_t { return p.CurrentSpeed; }, {{"abc", 0}}},
     };
     auto r = useScript();
-    for (const ProcessorCase& c : cases) {
-        SCOPED_TRACE(std::string(c.field) + "=" + c.answer);
-        answerRecord(*r, "/SMBIOS/ProcessorInfo[1]", {{c.field, c.answer}});
-        SmbiosProcessorRecord record = {};
-        record.ProcessorType = 77;
-        record.ProcessorFamily = 77;
-        EXPECT_EQ(0, getProcessorPresentInfo(1, &record));
-        uint32_t got = 0;
-        const std::string field = c.field;
-        if (field == "Upgrade")
-            got = record.Upgrade;
-        else if (field == "VoltageCapability")
-            got = record.Voltage;
-        else if (field == "ProcessorType")
-            got = record.ProcessorType;
-        else if (field == "ProcessorFamily")
-            got = record.ProcessorFamily;
-        else if (field == "ClockFrequency")
-            got = record.ExternalClock;
-        else if (field == "MaxSpeed")
-            got = record.MaxSpeed;
-        else
-            got = record.CurrentSpeed;
-        EXPECT_EQ(c.expected, got);
+    for (const auto& f : fields) {
+        for (const auto& a : f.answers) {
+            SCOPED_TRACE(std::string(f.field) + "=" + a.first);
+            answerRecord(*r, "/SMBIOS/ProcessorInfo[1]", {{f.field, a.first}});
+            Record record = {};
+            record.ProcessorType = 77;
+            record.ProcessorFamily = 77;
+            EXPECT_EQ(0, getProcessorPresentInfo(1, &record));
+            EXPECT_EQ(a.second, f.get(record));
+        }
     }
 }
 

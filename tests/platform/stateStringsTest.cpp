@@ -12,6 +12,8 @@ namespace {
 
 using sensortest::TracedTest;
 
+// Known keywords map to their display texts; anything else comes back as the very
+// pointer passed in (display null below).
 TEST(StateStrings, KeywordsMapToTheirDisplayTexts) {
     struct Case {
         const char* keyword;
@@ -38,16 +40,20 @@ TEST(StateStrings, KeywordsMapToTheirDisplayTexts) {
         // Rows whose text is the keyword itself.
         {"GENERAL_CHASSIS_INTRUSION", "GENERAL_CHASSIS_INTRUSION"},
         {"D3_POWER_STATE", "D3_POWER_STATE"},
+        // Unknown: case, blanks and readings are not keywords.
+        {"fully_redundant", nullptr},
+        {"FULLY_REDUNDANT ", nullptr},
+        {" IERR", nullptr},
+        {"", nullptr},
+        {"READING_UNAVAILABLE", nullptr},
+        {"42.5", nullptr},
     };
-    for (const Case& c : cases)
-        EXPECT_STREQ(MapCRStrToSNMPStr(c.keyword), c.display) << c.keyword;
-}
-
-TEST(StateStrings, UnknownKeywordsAreReturnedThemselves) {
-    const char* unknown[] = {
-        "fully_redundant", "FULLY_REDUNDANT ", " IERR", "", "READING_UNAVAILABLE", "42.5"};
-    for (const char* keyword : unknown)
-        EXPECT_EQ(MapCRStrToSNMPStr(keyword), keyword) << "\"" << keyword << "\"";
+    for (const Case& c : cases) {
+        if (c.display == nullptr)
+            EXPECT_EQ(MapCRStrToSNMPStr(c.keyword), c.keyword) << "\"" << c.keyword << "\"";
+        else
+            EXPECT_STREQ(MapCRStrToSNMPStr(c.keyword), c.display) << c.keyword;
+    }
 }
 
 TEST(StateStrings, TableKeepsItsRepeatedRowsInPlace) {

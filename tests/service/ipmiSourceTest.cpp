@@ -268,6 +268,11 @@ TEST(IpmiSource, QueriesSendNoCommand) {
             rig.system->Get(p, r);
             EXPECT_FALSE(r.empty()) << p;
         }
+    // Between sweeps every query shares the one copy of the SDR read by the last sweep.
+    const auto sdr = rig.source->sharedSdrRepository();
+    EXPECT_EQ(rig.source->sharedSdrRepository().get(), sdr.get());
+    ASSERT_EQ(sdr->size(), 5u);
+    EXPECT_EQ(*sdr, rig.source->sdrRepository());
     std::lock_guard<std::mutex> g(rig.bmc->lock);
     EXPECT_EQ(rig.bmc->commands, before);
     EXPECT_EQ(rig.bmc->callers.size(), 1u); // the source's own thread only

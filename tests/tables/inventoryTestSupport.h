@@ -24,6 +24,7 @@
 #include "kelvarn/Responder.h"
 #include "platform/queryService.h"
 #include "tables/BaseAccessor.h"
+#include "tests/platform/sensorTestSupport.h"
 
 namespace inventorytest {
 
@@ -78,32 +79,7 @@ public:
 };
 
 // A fresh trace file per test; the query source is dropped after each test.
-class InventoryTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        char name[] = "/tmp/hm-inventory-trace-XXXXXX";
-        int fd = mkstemp(name);
-        ASSERT_GE(fd, 0);
-        close(fd);
-        tracePath = name;
-        openDebugLog(tracePath.c_str(), 10);
-    }
-    void TearDown() override {
-        closeDebugLog();
-        std::remove(tracePath.c_str());
-        kelvarn::setProcessResponder(nullptr);
-    }
-
-    // The trace written since SetUp, without the time and thread prefixes.
-    std::string trace() const {
-        std::ifstream in(tracePath);
-        std::stringstream text;
-        text << in.rdbuf();
-        return std::regex_replace(text.str(), std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}: \\([0-9]+\\) "), "");
-    }
-
-    std::string tracePath;
-};
+using InventoryTest = sensortest::TracedTest;
 
 // One column read: the result code and the value.
 struct IntRead {

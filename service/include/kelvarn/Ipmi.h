@@ -116,6 +116,9 @@ public:
     ~IpmiSource() override;
     std::string describe() const override;
     std::vector<Bytes> sdrRepository() override;
+    // The records of the last sweep, shared without a copy: the same pointer until
+    // a sweep reads the repository again.
+    std::shared_ptr<const std::vector<Bytes>> sharedSdrRepository() override;
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;

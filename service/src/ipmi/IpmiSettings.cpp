@@ -1,13 +1,16 @@
 // The IPMI source's settings from the service configuration, and the
 // password file.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <stdexcept>
 
 #include "kelvarn/Ipmi.h"
+#include "../kelvarn/PortableIo.h"
 
 namespace kelvarn {
 namespace {
@@ -120,23 +123,58 @@ IpmiSettings parseIpmiSettings(IpmiSettings::Mode mode, const std::map<std::stri
 }
 
 std::string readPasswordFile(const std::string& path) {
-    struct stat st;
-    if (stat(path.c_str(), &st) != 0)
+    // The checks are made on the open file, so that the file checked is the file
+    // read. Execute bits tell nothing about who can learn the password and are
+    // not checked.
+#ifdef _WIN32
+    // Windows keeps who may read a file in its access list, not in mode bits: the
+    // installer's access list on the configuration folder is what guards the file.
+    const int fd = open(path.c_str(), O_RDONLY | kOpenNoInherit);
+    constexpr unsigned kOpenToOthers = 0;
+#else
+    const int fd = open(path.c_str(), O_RDONLY | kOpenNoInherit | O_NONBLOCK | O_NOCTTY);
+    constexpr unsigned kOpenToOthers = S_IRGRP | S_IWGRP | S_IROTH | S_IWOTH;
+#endif
+    if (fd < 0)
         throw std::runtime_error(path + ": " + std::strerror(errno));
-    if (!S_ISREG(st.st_mode))
-        throw std::runtime_error(path + ": not a regular file");
-    if (st.st_mode & (S_IRWXG | S_IRWXO))
+    struct stat st {};
+    const bool regular = fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    if (!regular || (unsigned(st.st_mode) & kOpenToOthers) != 0) {
+        close(fd);
+        if (!regular)
+            throw std::runtime_error(path + ": not a regular file");
         throw std::runtime_error(path +
                                  ": the password file is open to group or others; allow only its owner "
                                  "(chmod 600)");
-    std::ifstream in(path);
-    if (!in)
-        throw std::runtime_error(path + ": cannot be opened");
-    std::string line;
-    std::getline(in, line);
-    if (!line.empty() && line.back() == '\r')
-        line.pop_back();
-    if (line.size() > kMaxPassword)
+    }
+    // The first line, at most 20 bytes and its line end; the rest is not read.
+    char buffer[kMaxPassword + 3];
+    size_t got = 0;
+    while (got < sizeof buffer) {
+        const ssize_t n = read(fd, buffer + got, sizeof buffer - got);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            const int error = errno;
+            close(fd);
+            std::fill(buffer, buffer + sizeof buffer, '\0');
+            throw std::runtime_error(path + ": " + std::strerror(error));
+        }
+        if (n == 0)
+            break;
+        got += size_t(n);
+        if (std::memchr(buffer, '\n', got) != nullptr)
+            break;
+    }
+    close(fd);
+    const char* end = static_cast<const char*>(std::memchr(buffer, '\n', got));
+    size_t length = end != nullptr ? size_t(end - buffer) : got;
+    if (length > 0 && buffer[length - 1] == '\r')
+        --length;
+    const bool tooLong = length > kMaxPassword;
+    std::string line(buffer, tooLong ? 0 : length);
+    std::fill(buffer, buffer + sizeof buffer, '\0');
+    if (tooLong)
         throw std::runtime_error(path + ": the password is longer than 20 bytes");
     return line;
 }

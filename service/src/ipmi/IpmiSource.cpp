@@ -249,6 +249,11 @@ std::vector<Bytes> IpmiSource::sdrRepository() {
     return current()->sdr;
 }
 
+std::shared_ptr<const std::vector<Bytes>> IpmiSource::sharedSdrRepository() {
+    std::shared_ptr<const Memory> m = current();
+    return std::shared_ptr<const std::vector<Bytes>>(m, &m->sdr);
+}
+
 bool IpmiSource::sensorReading(const SensorAddress& address, SensorReading& out) {
     std::shared_ptr<const Memory> m = current();
     auto it = m->readings.find(address);

@@ -7,11 +7,15 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sys/file.h>
+#ifdef _WIN32
+#include <io.h>
+#else
 #include <unistd.h>
+#endif
 
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Sdr.h"
+#include "PortableIo.h"
 
 namespace kelvarn {
 namespace {
@@ -159,10 +163,10 @@ void appendJournal(const std::string& journalPath, const std::string& line) {
     if (line.find('\n') != std::string::npos)
         throw PlatformFileError(journalPath + ": a change is one line");
     const std::string text = line + "\n";
-    int fd = ::open(journalPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    int fd = ::open(journalPath.c_str(), O_WRONLY | O_APPEND | O_CREAT | kOpenNoInherit, 0644);
     if (fd < 0)
         throw PlatformFileError(journalPath + ": cannot be opened: " + std::strerror(errno));
-    bool ok = ::flock(fd, LOCK_EX) == 0;
+    bool ok = lockWholeFile(fd);
     ok = ok && ::write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
     const int err = errno;
     ::close(fd); // releases the lock

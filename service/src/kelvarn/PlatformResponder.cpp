@@ -7,7 +7,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#ifdef _WIN32
+#include <io.h>
+#else
 #include <unistd.h>
+#endif
 
 #include "kelvarn/Errors.h"
 #include "kelvarn/Journal.h"
@@ -16,6 +20,7 @@
 #include "kelvarn/Sdr.h"
 #include "kelvarn/SelEvents.h"
 #include "kelvarn/SensorStates.h"
+#include "PortableIo.h"
 
 namespace kelvarn {
 
@@ -606,7 +611,7 @@ size_t SimulatedSource::rejectedChanges(std::string* lastReason) const {
 void SimulatedSource::refreshLocked() {
     if (m_journal.empty())
         return;
-    int fd = ::open(m_journal.c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = ::open(m_journal.c_str(), O_RDONLY | kOpenNoInherit);
     struct stat st;
     if (fd < 0 || ::fstat(fd, &st) != 0) {
         if (fd >= 0)
@@ -627,7 +632,7 @@ void SimulatedSource::refreshLocked() {
         return;
     }
     std::string text(static_cast<size_t>(size - m_journalOffset), '\0');
-    ssize_t got = ::pread(fd, &text[0], text.size(), static_cast<off_t>(m_journalOffset));
+    ssize_t got = readAt(fd, &text[0], text.size(), m_journalOffset);
     ::close(fd);
     if (got <= 0)
         return;

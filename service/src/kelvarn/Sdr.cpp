@@ -71,8 +71,8 @@ struct Part {
     uint8_t shift;
 };
 
-// Full sensor record (IPMI v2.0 table 43-1).
-const Part kFullLayout[] = {
+// Bytes 1 to 23, the same in full and compact sensor records (IPMI v2.0 tables 43-1, 43-2).
+const Part kHeaderLayout[] = {
     {F_RECORD_ID, 1, 0, 8, 0},
     {F_RECORD_ID, 2, 0, 8, 8},
     {F_SDR_VERSION, 3, 0, 8, 0},
@@ -99,6 +99,10 @@ const Part kFullLayout[] = {
     {F_ANALOG_FORMAT, 21, 6, 2, 0},
     {F_BASE_UNIT, 22, 0, 8, 0},
     {F_MODIFIER_UNIT, 23, 0, 8, 0},
+};
+
+// Full sensor record from byte 24 (IPMI v2.0 table 43-1).
+const Part kFullBody[] = {
     {F_LINEARIZATION, 24, 0, 7, 0},
     {F_M, 25, 0, 8, 0},
     {F_M, 26, 6, 2, 8},
@@ -128,50 +132,34 @@ const Part kFullLayout[] = {
     {F_OEM, 47, 0, 8, 0},
     {F_ID_TYPE_LENGTH, 48, 0, 8, 0},
 };
-constexpr size_t kFullIdOffset = 48; // 0-based index of the first ID string byte (byte 49)
 
-// Compact sensor record (IPMI v2.0 table 43-2).
-const Part kCompactLayout[] = {
-    {F_RECORD_ID, 1, 0, 8, 0},
-    {F_RECORD_ID, 2, 0, 8, 8},
-    {F_SDR_VERSION, 3, 0, 8, 0},
-    {F_RECORD_TYPE, 4, 0, 8, 0},
-    {F_RECORD_LENGTH, 5, 0, 8, 0},
-    {F_OWNER, 6, 0, 8, 0},
-    {F_LUN, 7, 0, 8, 0},
-    {F_NUMBER, 8, 0, 8, 0},
-    {F_ENTITY_ID, 9, 0, 8, 0},
-    {F_ENTITY_INSTANCE, 10, 0, 8, 0},
-    {F_INIT, 11, 0, 8, 0},
-    {F_CAPABILITIES, 12, 0, 8, 0},
-    {F_SENSOR_TYPE, 13, 0, 8, 0},
-    {F_EVENT_TYPE, 14, 0, 8, 0},
-    {F_ASSERT_MASK, 15, 0, 8, 0},
-    {F_ASSERT_MASK, 16, 0, 8, 8},
-    {F_DEASSERT_MASK, 17, 0, 8, 0},
-    {F_DEASSERT_MASK, 18, 0, 8, 8},
-    {F_READABLE_MASK, 19, 0, 8, 0},
-    {F_SETTABLE_MASK, 20, 0, 8, 0},
-    {F_PERCENTAGE, 21, 0, 1, 0},
-    {F_MODIFIER_USE, 21, 1, 2, 0},
-    {F_RATE_UNIT, 21, 3, 3, 0},
-    {F_ANALOG_FORMAT, 21, 6, 2, 0},
-    {F_BASE_UNIT, 22, 0, 8, 0},
-    {F_MODIFIER_UNIT, 23, 0, 8, 0},
-    {F_SHARE_COUNT, 24, 0, 4, 0},
-    {F_POS_HYST, 26, 0, 8, 0},
-    {F_NEG_HYST, 27, 0, 8, 0},
-    {F_OEM, 31, 0, 8, 0},
-    {F_ID_TYPE_LENGTH, 32, 0, 8, 0},
+// Compact sensor record from byte 24 (IPMI v2.0 table 43-2).
+const Part kCompactBody[] = {
+    {F_SHARE_COUNT, 24, 0, 4, 0}, {F_POS_HYST, 26, 0, 8, 0},       {F_NEG_HYST, 27, 0, 8, 0},
+    {F_OEM, 31, 0, 8, 0},         {F_ID_TYPE_LENGTH, 32, 0, 8, 0},
 };
-constexpr size_t kCompactIdOffset = 32;
+
+// A record type's layout: the shared header, its own body, and where its ID string starts
+// (0-based index: byte 49 of a full record, byte 33 of a compact one).
+struct Layout {
+    const Part* body;
+    size_t bodySize;
+    size_t idOffset;
+};
+constexpr Layout kFullLayout = {kFullBody, sizeof kFullBody / sizeof kFullBody[0], 48};
+constexpr Layout kCompactLayout = {kCompactBody, sizeof kCompactBody / sizeof kCompactBody[0], 32};
+
+// The layout of a full or compact sensor record; null for any other type.
+const Layout* layoutOf(uint8_t recordType) {
+    if (recordType == kSdrFullSensor)
+        return &kFullLayout;
+    if (recordType == kSdrCompactSensor)
+        return &kCompactLayout;
+    return nullptr;
+}
 
 constexpr uint8_t kSdrVersion = 0x51;
 constexpr size_t kMaxIdLength = 16;
-
-template <size_t N> size_t layoutSize(const Part (&)[N]) {
-    return N;
-}
 
 // The fields as unsigned values, indexed by Field.
 struct Values {
@@ -288,20 +276,26 @@ void fromValues(const Values& x, SdrFields& f) {
     f.oem = static_cast<uint8_t>(v[F_OEM]);
 }
 
-void pack(const Part* layout, size_t n, const Values& x, Bytes& out) {
-    for (size_t i = 0; i < n; ++i) {
-        const Part& p = layout[i];
-        uint32_t mask = (1u << p.width) - 1;
-        out[p.byte - 1] |= static_cast<uint8_t>(((x.v[p.field] >> p.shift) & mask) << p.bit);
-    }
+// Calls `visit(part)` for every part of the header and then of the body.
+template <class Visit> void forEachPart(const Layout& layout, Visit visit) {
+    for (const Part& p : kHeaderLayout)
+        visit(p);
+    for (size_t i = 0; i < layout.bodySize; ++i)
+        visit(layout.body[i]);
 }
 
-void unpack(const Part* layout, size_t n, const Bytes& in, Values& x) {
-    for (size_t i = 0; i < n; ++i) {
-        const Part& p = layout[i];
+void pack(const Layout& layout, const Values& x, Bytes& out) {
+    forEachPart(layout, [&](const Part& p) {
+        uint32_t mask = (1u << p.width) - 1;
+        out[p.byte - 1] |= static_cast<uint8_t>(((x.v[p.field] >> p.shift) & mask) << p.bit);
+    });
+}
+
+void unpack(const Layout& layout, const Bytes& in, Values& x) {
+    forEachPart(layout, [&](const Part& p) {
         uint32_t mask = (1u << p.width) - 1;
         x.v[p.field] |= ((static_cast<uint32_t>(in[p.byte - 1]) >> p.bit) & mask) << p.shift;
-    }
+    });
 }
 
 } // namespace
@@ -309,36 +303,27 @@ void unpack(const Part* layout, size_t n, const Bytes& in, Values& x) {
 Bytes encodeSdr(const SdrFields& fields) {
     if (fields.name.size() > kMaxIdLength)
         throw QueryError(kBadParameter, "sensor name \"" + fields.name + "\" is longer than 16 characters");
-    const bool full = fields.recordType == kSdrFullSensor;
-    if (!full && fields.recordType != kSdrCompactSensor)
+    const Layout* layout = layoutOf(fields.recordType);
+    if (layout == nullptr)
         throw QueryError(kBadParameter, "only full (1) and compact (2) sensor records can be built");
-    const size_t idOffset = full ? kFullIdOffset : kCompactIdOffset;
-    Bytes out(idOffset + fields.name.size(), 0);
-    Values x = toValues(fields, out.size());
-    if (full)
-        pack(kFullLayout, layoutSize(kFullLayout), x, out);
-    else
-        pack(kCompactLayout, layoutSize(kCompactLayout), x, out);
-    std::memcpy(out.data() + idOffset, fields.name.data(), fields.name.size());
+    Bytes out(layout->idOffset + fields.name.size(), 0);
+    pack(*layout, toValues(fields, out.size()), out);
+    std::memcpy(out.data() + layout->idOffset, fields.name.data(), fields.name.size());
     return out;
 }
 
 bool decodeSdr(const Bytes& record, SdrFields& fields) {
     if (record.size() < 5)
         return false;
-    const uint8_t type = record[3];
-    const size_t idOffset = type == kSdrFullSensor ? kFullIdOffset : kCompactIdOffset;
-    if ((type != kSdrFullSensor && type != kSdrCompactSensor) || record.size() < idOffset)
+    const Layout* layout = layoutOf(record[3]);
+    if (layout == nullptr || record.size() < layout->idOffset)
         return false;
     Values x;
-    if (type == kSdrFullSensor)
-        unpack(kFullLayout, layoutSize(kFullLayout), record, x);
-    else
-        unpack(kCompactLayout, layoutSize(kCompactLayout), record, x);
+    unpack(*layout, record, x);
     fields = SdrFields{};
     fromValues(x, fields);
-    size_t idLength = std::min<size_t>(x.v[F_ID_TYPE_LENGTH] & 0x1F, record.size() - idOffset);
-    fields.name.assign(reinterpret_cast<const char*>(record.data() + idOffset), idLength);
+    size_t idLength = std::min<size_t>(x.v[F_ID_TYPE_LENGTH] & 0x1F, record.size() - layout->idOffset);
+    fields.name.assign(reinterpret_cast<const char*>(record.data() + layout->idOffset), idLength);
     return true;
 }
 

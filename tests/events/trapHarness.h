@@ -1,0 +1,180 @@
+// Shared by the event tests: traps read back as the SNMP service receives them and
+// released as it releases them, the check of a trap's shape, the agent's trace
+// file, and the seams that park the event poller and record the hand-off retries.
+#ifndef HM_TESTS_EVENTS_TRAPHARNESS_H
+#define HM_TESTS_EVENTS_TRAPHARNESS_H
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "agent/snmpExtension.h"
+#include "core/debugLog.h"
+#include "oidText.h"
+
+struct Binding {
+    std::string name;
+    BYTE type;
+    std::string text;
+    int32_t number;
+};
+
+struct Trap {
+    std::string enterprise;
+    AsnInteger32 specific;
+    std::vector<Binding> bindings;
+    // The event OID: the enterprise with the specific number as its last arc.
+    std::string eventOid;
+    // What processEvent returned and set, for traps taken from the event handler.
+    uint32_t status = 0;
+    int32_t flag = 0;
+};
+
+// Reads what a trap builder produced and releases it.
+inline Trap takeBuilt(AsnObjectIdentifier& enterprise, AsnInteger32 specific, SnmpVarBindList& list) {
+    Trap trap{dotted(enterprise), specific, {}, dotted(enterprise)};
+    for (UINT i = 0; i < list.len; ++i) {
+        const SnmpVarBind& vb = list.list[i];
+        Binding b{dotted(vb.name), vb.value.asnType, "", 0};
+        if (vb.value.asnType == ASN_OCTETSTRING) {
+            b.text.assign(reinterpret_cast<const char*>(vb.value.asnValue.string.stream),
+                          vb.value.asnValue.string.length);
+        } else {
+            b.number = vb.value.asnValue.number;
+        }
+        trap.bindings.push_back(b);
+    }
+    if (list.list != nullptr) {
+        SnmpUtilVarBindListFree(&list);
+    }
+    if (enterprise.ids != nullptr) {
+        SnmpUtilOidFree(&enterprise);
+    }
+    return trap;
+}
+
+// One call of SnmpExtensionTrap; false when it produced no trap.
+inline bool takeTrap(Trap& trap) {
+    AsnObjectIdentifier enterprise = {0, nullptr};
+    AsnInteger32 generic = -1, specific = -1;
+    AsnTimeticks stamp = 0;
+    SnmpVarBindList list = {nullptr, 0};
+    const BOOL produced = SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list);
+    trap = takeBuilt(enterprise, specific, list);
+    if (!produced) {
+        return false;
+    }
+    EXPECT_EQ(generic, 6);
+    trap.eventOid = trap.enterprise + "." + std::to_string(specific);
+    return true;
+}
+
+// Every trap the agent has queued, as the SNMP service collects them.
+inline std::vector<Trap> collectTraps() {
+    std::vector<Trap> traps;
+    Trap trap;
+    while (traps.size() < 100000 && takeTrap(trap)) {
+        traps.push_back(trap);
+    }
+    return traps;
+}
+
+// What a device, two-object or fixed-object trap carries.
+struct TrapShape {
+    const char* family; // the event OID is P.1000.<family>.<specific>
+    int32_t specific;
+    const char* description;
+    int32_t severity;
+    const char* table; // device objects: MIB table under P; "" the fixed objects; null two objects
+    int32_t instance;
+    const char* deviceDesc;
+    int32_t deviceId;
+};
+
+inline void expectTrap(const Trap& trap, const TrapShape& s) {
+    EXPECT_EQ(trap.eventOid, kP + ".1000." + s.family + "." + std::to_string(s.specific));
+    ASSERT_EQ(trap.bindings.size(), s.table == nullptr ? 2u : 4u);
+    EXPECT_EQ(trap.bindings[0].name, kP + ".1000.10.1");
+    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
+    EXPECT_EQ(trap.bindings[0].text, s.description);
+    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
+    EXPECT_EQ(trap.bindings[1].number, s.severity);
+    if (s.table == nullptr) {
+        EXPECT_EQ(trap.bindings[1].name, kP + ".1000.10.2");
+        return;
+    }
+    const bool fixed = s.table[0] == '\0';
+    const std::string column = kP + "." + s.table + ".1.";
+    const std::string instance = "." + std::to_string(s.instance);
+    EXPECT_EQ(trap.bindings[1].name, fixed ? kP + ".1000.10.2" : column + "5" + instance);
+    EXPECT_EQ(trap.bindings[2].name, fixed ? kP + ".1000.10.3" : column + "3" + instance);
+    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
+    EXPECT_EQ(trap.bindings[2].text, s.deviceDesc);
+    EXPECT_EQ(trap.bindings[3].name, fixed ? kP + ".1000.10.4" : column + "2" + instance);
+    EXPECT_EQ(trap.bindings[3].type, ASN_INTEGER);
+    EXPECT_EQ(trap.bindings[3].number, s.deviceId);
+}
+
+// The overall-health trap; `change` is its "from to" names, or null to skip the text.
+inline void expectHealthTrap(const Trap& trap, int32_t health, const char* change) {
+    EXPECT_EQ(trap.eventOid, kP + ".1000.20." + std::to_string(health));
+    ASSERT_EQ(trap.bindings.size(), 2u);
+    EXPECT_EQ(trap.bindings[0].name, kP + ".1000.10.1");
+    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
+    if (change != nullptr) {
+        EXPECT_EQ(trap.bindings[0].text, std::string("System health was changed from ") + change + ".");
+    }
+    EXPECT_EQ(trap.bindings[1].name, kP + ".100.1.0");
+    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
+    EXPECT_EQ(trap.bindings[1].number, health);
+}
+
+// A scratch file opened as the agent's trace (unless told otherwise) for the life of
+// the object.
+class ScopedTrace {
+public:
+    explicit ScopedTrace(bool open = true) {
+        char path[] = "/tmp/hm-events-trace-XXXXXX";
+        const int fd = mkstemp(path);
+        if (fd >= 0) {
+            close(fd);
+        }
+        m_path = path;
+        if (open) {
+            openDebugLog(m_path.c_str(), 1);
+        }
+    }
+    ~ScopedTrace() {
+        closeDebugLog();
+        std::remove(m_path.c_str());
+    }
+    ScopedTrace(const ScopedTrace&) = delete;
+    ScopedTrace& operator=(const ScopedTrace&) = delete;
+
+    const std::string& path() const { return m_path; }
+    std::string text() const { return traceMessages(m_path); }
+
+private:
+    std::string m_path;
+};
+
+// Every hand-off retry sleep asked for, when recordRetrySleep is the seam.
+inline std::vector<DWORD> g_retrySleeps;
+
+inline void recordRetrySleep(DWORD ms) {
+    g_retrySleeps.push_back(ms);
+}
+
+// The poller thread started with the agent waits here for ever: the tests poll.
+inline void parkPoller(DWORD) {
+    for (;;) {
+        std::this_thread::sleep_for(std::chrono::hours(1));
+    }
+}
+
+#endif
