@@ -28,10 +28,10 @@ bool toolPresent(const char* tool) {
     return std::system(command.c_str()) == 0;
 }
 
-// Runs `command`, returns its standard output and error.
-std::string run(const std::string& command, int* status = nullptr) {
+// Runs `command`, returns its standard output, and its standard error unless `errors` is false.
+std::string run(const std::string& command, int* status = nullptr, bool errors = true) {
     std::string output;
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    FILE* pipe = popen((command + (errors ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
     if (pipe == nullptr)
         return output;
     char buffer[4096];
@@ -75,9 +75,12 @@ std::set<std::string> notificationNames(const std::string& text) {
     return names;
 }
 
+// Only snmptranslate's answers: its notices (such as the "Created directory" of a first run on a new
+// machine) go to standard error and would shift the lines.
 std::string translate(const std::string& arguments) {
     return run("MIBS= snmptranslate -M +" + kModuleDir + ":" + kBaseModuleDir + " -m HM-SUBAGENT-MIB " +
-               arguments);
+                   arguments,
+               nullptr, false);
 }
 
 // The next non-empty line (snmptranslate separates its answers with blank lines).
