@@ -15,6 +15,7 @@
 #include "core/debugLog.h"
 #include "events/eventDescriptions.h"
 #include "events/eventInterface.h"
+#include "events/selPoller.h"
 #include "platform/queryService.h"
 
 namespace {
@@ -315,7 +316,8 @@ void countThresholdEvent(uint8_t offset) {
 
 // Hands the event to a fresh event interface: at most kHandOffAttempts attempts, with
 // a kHandOffRetryMs sleep after every refused one (the interface refuses events until
-// the agent has started). Returns 1 when an attempt was accepted.
+// the agent has started); a close of the agent ends the sleep and drops the event.
+// Returns 1 when an attempt was accepted.
 int handOff(CEventWrapper& wrapper, int type, const DecoderTexts& texts) {
     SNMP_EventInterface* sink = new (std::nothrow) SNMP_EventInterface();
     if (sink == nullptr) {
@@ -326,11 +328,15 @@ int handOff(CEventWrapper& wrapper, int type, const DecoderTexts& texts) {
         debugLog("%s", texts.interfaceCheck);
         accepted = sink->HandleEvent(wrapper, type);
         if (accepted == 0) {
+            // A close ends the wait and the retries: the event is dropped.
             void (*sleepFn)(DWORD) = g_retrySleep.load();
             if (sleepFn != nullptr) {
                 sleepFn(kHandOffRetryMs);
-            } else {
-                Sleep(kHandOffRetryMs);
+                if (selPollerClosing()) {
+                    break;
+                }
+            } else if (!waitUnlessClosing(kHandOffRetryMs)) {
+                break;
             }
         }
     }

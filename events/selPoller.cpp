@@ -2,6 +2,8 @@
 #include "events/selPoller.h"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -53,8 +55,18 @@ std::mutex& pollLock() {
     return *lock;
 }
 std::atomic<unsigned> g_pollGeneration{0};
-// Set while parkSelPoller waits for the poll under way: that poll stops routing.
+// Set while parkSelPoller waits for the poll under way: that poll stops routing, and
+// a hand-off retry wait in it ends at once (waitUnlessClosing).
 std::atomic<bool> g_parking{false};
+// Wakes the retry waits when parking begins. Never destroyed, like the state.
+struct ClosingSignal {
+    std::mutex lock;
+    std::condition_variable wake;
+};
+ClosingSignal& closingSignal() {
+    static ClosingSignal* const signal = new ClosingSignal();
+    return *signal;
+}
 
 // Copies text into a fixed field, cut to fit, always terminated.
 template <size_t N> void copyText(char (&field)[N], const std::string& text) {
@@ -388,12 +400,26 @@ const SelEventFields& selCurrentEventFields() {
 }
 
 void parkSelPoller() {
-    g_parking.store(true);
+    {
+        std::lock_guard<std::mutex> guard(closingSignal().lock);
+        g_parking.store(true);
+    }
+    closingSignal().wake.notify_all();
     {
         std::lock_guard<std::mutex> guard(pollLock());
         g_pollGeneration.fetch_add(1);
     }
     g_parking.store(false);
+}
+
+bool waitUnlessClosing(DWORD milliseconds) {
+    std::unique_lock<std::mutex> guard(closingSignal().lock);
+    return !closingSignal().wake.wait_for(guard, std::chrono::milliseconds(milliseconds),
+                                          [] { return g_parking.load(); });
+}
+
+bool selPollerClosing() {
+    return g_parking.load();
 }
 
 void resetSelPoller() {

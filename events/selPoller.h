@@ -64,6 +64,12 @@ void decodeSelEntry(const char* text, SelRecord& record, int32_t& lastRecordId);
 // started afterwards polls normally.
 void parkSelPoller();
 
+// Waits `milliseconds` on the poller thread, or less when parking begins: returns
+// false when the wait was cut short because the agent is closing. selPollerClosing
+// tells the same without waiting.
+bool waitUnlessClosing(DWORD milliseconds);
+bool selPollerClosing();
+
 // Read-only views of the poller state, for diagnostics and tests.
 int32_t selLastRecordId();
 const SelRecord& selCurrentRecord();

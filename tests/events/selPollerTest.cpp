@@ -708,6 +708,34 @@ TEST_F(SelPollerTest, EventBeforeStartUpCompletesIsDeliveredOnceStarted) {
     EXPECT_NE(t.find(refused + refused), std::string::npos) << t;
 }
 
+// A close while the poller sits in a 30-second hand-off retry ends the wait: the service's
+// stop is not held up for the remaining retries (up to two and a half minutes).
+TEST_F(SelPollerTest, CloseEndsAHandOffRetryWait) {
+    ASSERT_EQ(CheckForNewSELEntry(), 0);
+    setHandOffRetrySleep(nullptr);
+    static thread_local bool polled = false;
+    setSelPollSleep([](DWORD) {
+        if (polled) {
+            parkPoller(0);
+        }
+        polled = true;
+    });
+    addEntry(selRaw(3, 0x23, 145, 0x6F, 1, false)); // watchdog: refused at every attempt
+    std::thread(PollForEvent, nullptr).detach();
+    const std::string check = "\n-->WatchDog Event Occurred inside interface check<--\n";
+    for (int i = 0; i < 1000 && trace().find(check) == std::string::npos; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ASSERT_NE(trace().find(check), std::string::npos);
+    const auto start = std::chrono::steady_clock::now();
+    SnmpExtensionClose();
+    m_bStarted = false;
+    // Closing must not wait out the retry: far below one 30-second wait, whatever the load.
+    const auto seconds =
+        std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - start).count();
+    EXPECT_LT(seconds, 20);
+}
+
 // Cleared and refilled with an entry equal to the remembered one: the poller anchors
 // on it instead of asking for the newest entry for ever.
 TEST_F(SelPollerTest, ClearedSelWithTheSameNewestEntryAnchorsAgain) {
