@@ -83,20 +83,40 @@ protected:
     }
     std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::string masterConfig(const std::string& extra = "", const std::string& registry = "") const {
-        return "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " +
+        return "agentLibrary " + m_library + "\nagentRegistry " +
                (registry.empty() ? m_dir + "/registry.reg" : registry) +
                "\nagentRole master\nagentaddress udp:" + endpoint() + "\nrocommunity public 127.0.0.1\n" +
                extra;
     }
-    // Starts the daemon with `config`; `prefix` runs it through another program
-    // (setpriv). True once it serves the agent's 14 regions.
-    bool startDaemon(const std::string& config, const std::vector<std::string>& prefix = {}) {
+    // Starts the daemon with `config`, or the command `asUser` gives. True once it
+    // serves the agent's 14 regions.
+    bool startDaemon(const std::string& config, const std::vector<std::string>& command = {HM_AGENTD}) {
         write("hmagentd.conf", config);
-        std::vector<std::string> argv = prefix;
-        for (const std::string& arg : {std::string(HM_AGENTD), std::string("-c"), m_dir + "/hmagentd.conf"})
-            argv.push_back(arg);
+        std::vector<std::string> argv = command;
+        argv.push_back("-c");
+        argv.push_back(m_dir + "/hmagentd.conf");
         m_daemon = std::make_unique<Process>(argv, m_dir + "/hmagentd.out");
         return m_daemon->waitFor("serving 14 regions", 30s);
+    }
+    // The command that starts the daemon as the unprivileged user 65534 (as root only;
+    // without setpriv, nothing). It runs copies of the build's daemon and libraries in
+    // the test's folder, which that user can reach wherever the build lives (a checkout
+    // in root's home folder is closed to others); later configurations load the copy.
+    std::vector<std::string> asUser() {
+        if (geteuid() != 0)
+            return {HM_AGENTD};
+        if (!haveProgram("setpriv"))
+            return {};
+        const std::string staged = m_dir + "/staged";
+        const std::string libraries =
+            std::string(HM_SUBAGENT_LIBRARY).substr(0, std::string(HM_SUBAGENT_LIBRARY).rfind('/'));
+        const Result copied = run("mkdir -p " + staged + " && cp " HM_AGENTD " " + libraries + "/*.so* " +
+                                  staged + " && chmod -R a+rX " + staged);
+        EXPECT_EQ(copied.status, 0) << copied.output;
+        m_library = staged + "/libhmSubagent.so";
+        return {"setpriv",           "--reuid=65534", "--regid=65534",
+                "--clear-groups",    "env",           "LD_LIBRARY_PATH=" + staged,
+                staged + "/hmagentd"};
     }
     // snmptrapd on a free port; returns the "127.0.0.1:PORT" to send to.
     std::string startTrapReceiver() {
@@ -167,6 +187,7 @@ protected:
     }
 
     std::string m_dir, m_log;
+    std::string m_library = HM_SUBAGENT_LIBRARY; // the agent library the configurations load
     int m_port = 0;
     std::unique_ptr<Process> m_receiver;
     std::unique_ptr<Process> m_daemon;
@@ -367,17 +388,16 @@ TEST_F(FaultE2e, TraceFileThatCannotBeOpenedGoesToStandardOutput) {
         {"folder read-only", m_dir + "/logs/agent.log", true},
     };
     chmod((m_dir + "/logs").c_str(), 0555);
+    const std::vector<std::string> unprivileged = asUser();
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        std::vector<std::string> prefix;
-        if (c.unprivileged && geteuid() == 0) {
-            if (!haveProgram("setpriv"))
-                continue;
-            prefix = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-        }
+        if (c.unprivileged && unprivileged.empty())
+            continue;
         m_port = freePort();
         writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", c.log);
-        ASSERT_TRUE(startDaemon(masterConfig(), prefix)) << m_daemon->output();
+        ASSERT_TRUE(
+            startDaemon(masterConfig(), c.unprivileged ? unprivileged : std::vector<std::string>{HM_AGENTD}))
+            << m_daemon->output();
         EXPECT_EQ(unansweredGets(300ms), 0u);
         EXPECT_TRUE(m_daemon->waitFor(kFirstPoll, 10s));
         const std::string output = m_daemon->output();
@@ -402,8 +422,7 @@ TEST_F(FaultE2e, UnreadableRegistryOrConfigurationStartsWithDefaults) {
     write("locked.conf", readFile(m_dir + "/agent.conf"));
     chmod((m_dir + "/locked.reg").c_str(), 0);
     chmod((m_dir + "/locked.conf").c_str(), 0);
-    const std::vector<std::string> unprivileged{"setpriv", "--reuid=65534", "--regid=65534",
-                                                "--clear-groups"};
+    const std::vector<std::string> unprivileged = asUser();
     struct Case {
         const char* name;
         std::string registry;
@@ -421,7 +440,7 @@ TEST_F(FaultE2e, UnreadableRegistryOrConfigurationStartsWithDefaults) {
         SCOPED_TRACE(c.name);
         // Read permission does not bind root: the unreadable cases run as an
         // unprivileged user.
-        if (c.unprivileged && geteuid() == 0 && !haveProgram("setpriv"))
+        if (c.unprivileged && unprivileged.empty())
             continue;
         std::string registry = c.registry;
         if (!c.config.empty()) {
@@ -431,7 +450,7 @@ TEST_F(FaultE2e, UnreadableRegistryOrConfigurationStartsWithDefaults) {
         unlink(m_log.c_str());
         m_port = freePort();
         ASSERT_TRUE(startDaemon(masterConfig("", registry),
-                                c.unprivileged && geteuid() == 0 ? unprivileged : std::vector<std::string>{}))
+                                c.unprivileged ? unprivileged : std::vector<std::string>{HM_AGENTD}))
             << m_daemon->output();
         EXPECT_EQ(get(kPlatformId), "." + kPlatformId + " = INTEGER: 0");
         EXPECT_EQ(get(kTables + ".100.4.0"), "." + kTables + ".100.4.0 = INTEGER: 0"); // traps enabled

@@ -250,12 +250,24 @@ TEST_F(SoakE2e, SteadyLoadWithEvents) {
     for (const Sample& s : samples)
         if (s.at >= warmUp)
             settled.push_back(s);
-    ASSERT_GE(settled.size(), 3u);
+    ASSERT_GE(settled.size(), 6u);
     const Sample& warm = settled.front();
     const Sample& last = settled.back();
     const double slope = rssSlopePerMinute(settled);
     EXPECT_EQ(failed.load(), 0u) << (failures.empty() ? "" : failures.front());
-    EXPECT_EQ(last.fds, warm.fds);
+    // Descriptors: the daemon opens and closes files as it works (the simulated server's
+    // journal at every query), so one sample may catch one passing through. The fewest
+    // open over the first third of the settled samples and over the last third compare:
+    // a transient is seen at some instants only, a leak raises every later sample.
+    auto fewestFds = [](std::vector<Sample>::const_iterator from, std::vector<Sample>::const_iterator to) {
+        long fewest = from->fds;
+        for (auto it = from; it != to; ++it)
+            fewest = std::min(fewest, it->fds);
+        return fewest;
+    };
+    const auto window = static_cast<std::ptrdiff_t>(settled.size() / 3);
+    EXPECT_LE(fewestFds(settled.end() - window, settled.end()),
+              fewestFds(settled.begin(), settled.begin() + window));
     // After the warm-up the resident size of a release build stays within a few
     // tens of kB; a sanitized build grows by 70 to 500 kB a minute from the
     // sanitizers' own bookkeeping (allocation stacks, shadow memory). At this
