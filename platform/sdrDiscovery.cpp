@@ -125,6 +125,7 @@ void fetchName(CSensorInfo& info) {
         if (it != result.end() && !it->second.Values.empty()) {
             debugLog("\n Name of the sensor = %s\n", it->second.Values[0].c_str());
             info.stName = CString(it->second.Values[0].c_str());
+            info.bNamePresent = true;
         }
     } catch (const ResultStatus& status) {
         debugLog("\n FAILED FOR SENSORNAMEQUERY");

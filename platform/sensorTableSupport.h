@@ -27,25 +27,22 @@ inline int32_t scaledOrAbsent(int32_t value, int64_t factor) {
 constexpr size_t kSensorDescriptionSize = 128;
 
 // Writes the row description of a sensor: its name narrowed (the low byte of each
-// character, at most 127 of them), or `fallback` when the sensor has no name.
-// False when the scratch buffer cannot be allocated; the description is then the
-// fallback. `length` receives the narrowed length (0 for the fallback).
-inline bool describeSensor(const CString& name, const char* fallback,
+// character, at most 127 of them) whenever the name query answered, an empty name
+// included, or `fallback` when it did not or the scratch buffer cannot be allocated.
+// True when the description is the sensor's own name. `length` receives the narrowed
+// length (0 for the fallback).
+inline bool describeSensor(const CSensorInfo& info, const char* fallback,
                            char (&description)[kSensorDescriptionSize], size_t* length = nullptr) {
     std::memset(description, 0, sizeof description);
     if (length != nullptr) {
         *length = 0;
     }
-    if (name.IsEmpty()) {
-        std::strncpy(description, fallback, sizeof description - 1);
-        return true;
-    }
-    char* buffer = static_cast<char*>(std::calloc(kSensorDescriptionSize, 1));
+    char* buffer = info.bNamePresent ? static_cast<char*>(std::calloc(kSensorDescriptionSize, 1)) : nullptr;
     if (buffer == nullptr) {
         std::strncpy(description, fallback, sizeof description - 1);
         return false;
     }
-    const size_t n = name.Narrow(buffer, kSensorDescriptionSize, kSensorDescriptionSize - 1);
+    const size_t n = info.stName.Narrow(buffer, kSensorDescriptionSize, kSensorDescriptionSize - 1);
     std::memcpy(description, buffer, n);
     description[n] = '\0';
     std::free(buffer);

@@ -29,6 +29,7 @@ public:
     uint8_t nEntityInstance = 0;   // byte 10
     int32_t nLinearization = 0;    // byte 24: 0 is linear
     CString stName;                // NAME query, wide characters
+    bool bNamePresent = false;     // the NAME query answered (with an empty name too)
     int32_t nEntityID = 0;         // byte 9
     int32_t nLUN = 0;              // byte 7: the whole owner-LUN byte, channel bits included
     int32_t nSensorNumber = 0;     // byte 8

@@ -60,7 +60,7 @@ uint32_t coolingDevice::init() {
         fillStaticFields(row, info);
         debugLog("\n Inside coolingDevice value of Resolution = %d,Accuracy = %d,Tolerance = %d",
                  row.resolution, row.accuracy, row.tolerance);
-        describeSensor(info.stName, "PX_CoolingDevice", row.description);
+        describeSensor(info, "PX_CoolingDevice", row.description);
 
         // The values found by discovery: no live read at start-up.
         loadWorkingValues(sensor);

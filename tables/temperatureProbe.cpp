@@ -85,9 +85,10 @@ uint32_t temperatureProbe::init() {
                  row.tolerance);
 
         size_t length = 0;
-        describeSensor(info.stName, "PX_TemperatureSensor", row.description, &length);
-        debugLog("buffer len:%d\n", static_cast<int>(length));
-        debugLog("temp1 buffer:%s:  description:%s:\n", row.description, row.description);
+        if (describeSensor(info, "PX_TemperatureSensor", row.description, &length)) {
+            debugLog("buffer len:%d\n", static_cast<int>(length));
+            debugLog("temp1 buffer:%s:  description:%s:\n", row.description, row.description);
+        }
 
         // Judged on the raw reading and the raw upper thresholds.
         m_nCurrentReading = sensor.m_SensorData.nReading;

@@ -50,7 +50,7 @@ uint32_t voltageProbe::init() {
         } else {
             m_nScale = m_nScale / m_nScale;
         }
-        describeSensor(info.stName, "PX_VoltageSensor", row.description);
+        describeSensor(info, "PX_VoltageSensor", row.description);
 
         CSensorWrapper record = workingRecord(sensors, entry, row.id, m_nReserved);
         GetSensorData2(&record, m_nMultiplier);

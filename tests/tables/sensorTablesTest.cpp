@@ -311,15 +311,32 @@ TEST(SensorTableSupport, TemperatureThresholdConversionByUnit) {
             << c.value << " unit " << c.unit;
 }
 
-TEST(SensorTableSupport, DescriptionsAreCutTo127Characters) {
-    char description[kSensorDescriptionSize];
-    size_t length = 0;
-    const std::string longName(300, 'D');
-    EXPECT_TRUE(describeSensor(CString(longName.c_str()), "PX_TemperatureSensor", description, &length));
-    EXPECT_EQ(length, 127u);
-    EXPECT_EQ(std::string(description), std::string(127, 'D'));
-    EXPECT_TRUE(describeSensor(CString(), "PX_VoltageSensor", description, &length));
-    EXPECT_STREQ(description, "PX_VoltageSensor");
+// A name the query answered is published, cut to 127 characters, an empty one included;
+// only a sensor without an answer gets the placeholder.
+TEST(SensorTableSupport, DescriptionsAreTheAnsweredNameOrThePlaceholder) {
+    struct Case {
+        const char* name; // null: no answer
+        bool own;
+        std::string description;
+    } cases[] = {
+        {"CPU1 Temp", true, "CPU1 Temp"},
+        {"", true, ""},
+        {nullptr, false, "PX_VoltageSensor"},
+        {"DDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDD"
+         "DDDDDDDDDDDDDDDDDD"
+         "DDDDDDDDDDDDDDD",
+         true, std::string(127, 'D')},
+    };
+    for (const Case& c : cases) {
+        CSensorInfo info;
+        info.bNamePresent = c.name != nullptr;
+        info.stName = CString(c.name);
+        char description[kSensorDescriptionSize];
+        size_t length = 99;
+        EXPECT_EQ(describeSensor(info, "PX_VoltageSensor", description, &length), c.own) << c.description;
+        EXPECT_EQ(std::string(description), c.description);
+        EXPECT_EQ(length, c.own ? c.description.size() : 0u);
+    }
 }
 
 // The flag is a DWORD of the agent's Parameters key; absent, zero or not a DWORD: clear.
