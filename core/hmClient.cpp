@@ -117,6 +117,7 @@ uint32_t hmClient::init() {
     readRegistryParams();
     readInverseLinearization();
 
+    m_bGroupsInPlace = true;
     m_pSystemManagement = new (std::nothrow) systemManagement();
     if (m_pSystemManagement == nullptr ||
         m_pSystemManagement->init(m_stConfigFile, m_stLogFile) != CLIENT_SUCCESS) {
@@ -228,6 +229,7 @@ void hmClient::seedHealthLists() {
 }
 
 void hmClient::releaseTables() {
+    m_bGroupsInPlace = false;
     destroy(m_pSystemManagement);
     destroy(m_pChassisInfo);
     destroy(m_pPowerSupply);
@@ -324,10 +326,18 @@ uint32_t hmClient::setIntData(uint32_t entity, uint32_t attribute, uint32_t inde
     return table->setIntData(static_cast<int>(attribute), static_cast<int>(index), value);
 }
 
+// A group whose object could not be made at start-up stays in place, empty: it has no
+// rows, and an element looked up in it is at position 0. Entities outside 1..14, and
+// every entity once the groups are released, have no group.
+bool hmClient::isEmptyGroup(uint32_t entity) {
+    return m_bGroupsInPlace && entity >= systemManagementEntity && entity <= driveSlotEntity &&
+           getTable(entity) == nullptr;
+}
+
 uint32_t hmClient::getTableSize(uint32_t entity) {
     BaseAccessor* table = getTable(entity);
     if (table == nullptr) {
-        return CLIENT_ERROR_NOGROUP;
+        return isEmptyGroup(entity) ? 0 : CLIENT_ERROR_NOGROUP;
     }
     int count = table->getCount();
     return count > 0 ? static_cast<uint32_t>(count) : 0;
@@ -336,7 +346,7 @@ uint32_t hmClient::getTableSize(uint32_t entity) {
 uint32_t hmClient::findElementById(uint32_t entity, uint32_t id) {
     BaseAccessor* table = getTable(entity);
     if (table == nullptr) {
-        return CLIENT_ERROR_NOGROUP;
+        return isEmptyGroup(entity) ? 0 : CLIENT_ERROR_NOGROUP;
     }
     return static_cast<uint32_t>(table->findIndexById(id));
 }

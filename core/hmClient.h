@@ -55,6 +55,8 @@ public:
     static bool bInverseLinearization;
     BaseAccessor* getTable(uint32_t entity) override;
     eventHandler* getEventHandler() override;
+    // True for an entity of 1..14 whose group object could not be made.
+    bool isEmptyGroup(uint32_t entity);
 
     // Overall health: "unknown", raised to the worst status (below 7) of the counted groups.
     void computeHealthStatus();
@@ -67,6 +69,8 @@ public:
 protected:
     // Groups, owned. The system group is entity 1; the tables are reached through their
     // common interface.
+    // Set by init once it starts making the groups, cleared when they are released.
+    bool m_bGroupsInPlace = false;
     systemManagement* m_pSystemManagement = nullptr;
     BaseAccessor* m_pChassisInfo = nullptr;
     BaseAccessor* m_pPowerSupply = nullptr;

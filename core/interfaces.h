@@ -24,7 +24,8 @@ HM_DECLARE_INTERFACE(CLcdInterface);
 HM_DECLARE_INTERFACE(CPagingInterface);
 HM_DECLARE_INTERFACE(CPhpDeviceInterface);
 HM_DECLARE_INTERFACE(CProcessorInterface);
-// CheckIfRedundant is added to CSensorInterface by the sensor code that decides redundancy.
+// CSensorInterface has no CheckIfRedundant member: no signature or behaviour is known
+// for it, and C++ cannot add a member to a class from another file, so it is left out.
 HM_DECLARE_INTERFACE(CSensorInterface);
 HM_DECLARE_INTERFACE(CSystemControlInterface);
 HM_DECLARE_INTERFACE(CSystemEventLogInterface);

@@ -410,6 +410,22 @@ TEST(HmClientRouting, EachEntityReachesItsGroup) {
     }
 }
 
+// A group whose object could not be made stays in place, empty: no instance rows in the
+// MIB, and an event of its kind names instance 0; only entities outside 1..14 answer 8.
+TEST(HmClientRouting, AGroupThatCouldNotBeMadeIsEmpty) {
+    class Started : public FakeGroupsClient {
+    public:
+        Started() : FakeGroupsClient({-1, -1, -1, 3}) { m_bGroupsInPlace = true; }
+    } client;
+    for (uint32_t entity : {chassisInfoEntity, powerUnitEntity, driveSlotEntity}) {
+        EXPECT_EQ(0u, client.getTableSize(entity)) << entity;
+        EXPECT_EQ(0u, client.findElementById(entity, 5)) << entity;
+    }
+    EXPECT_EQ(30u, client.getTableSize(processorDeviceEntity));
+    EXPECT_EQ(8u, client.getTableSize(15));
+    EXPECT_EQ(8u, client.findElementById(0, 5));
+}
+
 subagentBase* makeFakeClient() {
     class StartFails : public FakeGroupsClient {
     public:
