@@ -18,6 +18,7 @@
 namespace {
 
 using kelvarn::smbios::parseDumpFile;
+using kelvarn::smbios::parseFirmwareTable;
 using kelvarn::smbios::parseStructures;
 using kelvarn::smbios::SmbiosError;
 using kelvarn::smbios::Table;
@@ -31,8 +32,10 @@ struct TempDir {
     ~TempDir() { std::filesystem::remove_all(path); }
 };
 
-std::unique_ptr<SDK::System> systemOverDump(const std::string& file) {
-    auto source = std::make_shared<kelvarn::SmbiosSource>(kelvarn::SmbiosSource::Kind::Dump, file);
+std::unique_ptr<SDK::System>
+systemOverDump(const std::string& file,
+               kelvarn::SmbiosSource::Kind kind = kelvarn::SmbiosSource::Kind::Dump) {
+    auto source = std::make_shared<kelvarn::SmbiosSource>(kind, file);
     return std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
 }
 
@@ -164,6 +167,24 @@ TEST(SmbiosTable, EntryPointsAreCheckedAndBoundTheTable) {
     EXPECT_EQ(cut.structures.size(), 3u);
     ASSERT_FALSE(cut.problems.empty());
     EXPECT_NE(cut.problems[0].find("not the 121"), std::string::npos) << cut.problems[0];
+
+    // Windows' firmware-table answer: its 8-byte header gives the version and bounds the table.
+    Bytes firmware = {0, 3, 4, 0, 0, 0, 0, 0};
+    putLittle(firmware, 4, t.size() + 100, 4);
+    firmware.insert(firmware.end(), t.begin(), t.end());
+    Table fromFirmware = parseFirmwareTable(firmware);
+    EXPECT_EQ(fromFirmware.entry.major, 3);
+    EXPECT_EQ(fromFirmware.entry.minor, 4);
+    EXPECT_EQ(fromFirmware.structures.size(), 3u);
+    ASSERT_EQ(fromFirmware.problems.size(), 1u);
+    EXPECT_NE(fromFirmware.problems[0].find("the firmware table is 21 bytes, not the 121"), std::string::npos)
+        << fromFirmware.problems[0];
+    try {
+        parseFirmwareTable(Bytes{0, 3, 0, 0, 21});
+        ADD_FAILURE() << "a cut header was accepted";
+    } catch (const SmbiosError& e) {
+        EXPECT_STREQ(e.what(), "firmware table of 5 bytes is shorter than its 8-byte header");
+    }
 
     struct Bad {
         const char* name;
@@ -448,8 +469,11 @@ const std::pair<const char*, const char*> kTypeDetail[] = {{"Fast-paged", "Fast-
                                                            {"Non-volatile", "Non-Volatile"}};
 
 // Compares every published field with dmidecode's; returns how many were compared.
-size_t compareWithDmidecode(const std::string& file) {
-    auto sys = systemOverDump(file);
+// dmidecode reads `file`, a dump; the service reads the same file, or `firmware`, the same
+// table as Windows' firmware-table call answers it.
+size_t compareWithDmidecode(const std::string& file, const std::string& firmware = "") {
+    auto sys = firmware.empty() ? systemOverDump(file)
+                                : systemOverDump(firmware, kelvarn::SmbiosSource::Kind::Firmware);
     auto field = [](const std::map<std::string, std::string>& m, const std::string& k) {
         auto it = m.find(k);
         return it == m.end() ? std::string("<absent>") : it->second;
@@ -583,8 +607,16 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
         // The files hold the structure table alone: put the entry point a
         // dump carries in front of it.
         const std::string dump = tmp.path + "/" + entry.path().stem().string() + ".bin";
-        writeBytes(dump, dumpOf(readBytes(entry.path().string()), false));
+        const Bytes table = readBytes(entry.path().string());
+        writeBytes(dump, dumpOf(table, false));
         EXPECT_GT(compareWithDmidecode(dump), 200u);
+        // Windows' answer: calling method 0, version 3.0 as in the dump, DMI revision 0, the
+        // table's length, the table.
+        Bytes firmware = {0, 3, 0, 0, 0, 0, 0, 0};
+        putLittle(firmware, 4, table.size(), 4);
+        firmware.insert(firmware.end(), table.begin(), table.end());
+        writeBytes(tmp.path + "/firmware.bin", firmware);
+        EXPECT_GT(compareWithDmidecode(dump, tmp.path + "/firmware.bin"), 200u);
         ++tables;
     }
     EXPECT_EQ(tables, 3u);
@@ -672,7 +704,7 @@ TEST(SmbiosComposition, ConfigurationKeys) {
     EXPECT_EQ(c.journal, "/x/p.json.journal");
     const std::pair<const char*, const char*> bad[] = {
         {"smbios=floppy\n", "k.conf:1: smbios \"floppy\" is not \"simulated\", \"demo\", \"sysfs\", "
-                            "\"sysfs:DIR\" or \"dump:FILE\""},
+                            "\"sysfs:DIR\", \"dump:FILE\" or \"firmware\""},
         {"smbios=dump:\n", "k.conf:1: smbios \"dump:\" names no path"},
         {"\nbmc=snmp\n",
          "k.conf:2: bmc \"snmp\" is not \"simulated\", \"demo\", \"ipmi-inband\" or \"ipmi-lan\""},

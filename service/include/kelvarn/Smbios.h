@@ -61,6 +61,10 @@ KELVARN_API Table parseStructures(const Bytes& table, uint32_t maxStructures = 0
 KELVARN_API Table parseDumpFile(const Bytes& file);
 // The two files of /sys/firmware/dmi/tables.
 KELVARN_API Table parseSysfs(const Bytes& entryPoint, const Bytes& dmi);
+// What Windows' GetSystemFirmwareTable('RSMB') answers: an 8-byte header (calling
+// method, major and minor version, DMI revision, table length as 32 bits, little
+// endian) and the structure table.
+KELVARN_API Table parseFirmwareTable(const Bytes& raw);
 
 // The /SMBIOS part of the inventory: chassis (3 and 24), processors (4),
 // memory arrays (16) with their devices (17, attached by the array handle).
@@ -83,13 +87,14 @@ KELVARN_API std::string chassisTypeName(unsigned code);
 } // namespace smbios
 
 // A source answering the /SMBIOS paths from SMBIOS tables: the sysfs files
-// (`path` empty: /sys/firmware/dmi/tables) or a dump file. It has no BMC:
+// (`path` empty: /sys/firmware/dmi/tables), a dump file, or on Windows the
+// firmware-table call (`path` empty; otherwise a file holding such an answer). It has no BMC:
 // its SDR and SEL are empty and its FRU and OEM fields are defaults. The
 // tables are read at the first query; a failure to read them fails that
 // query (kSourceUnavailable) and is tried again at the next.
 class KELVARN_API SmbiosSource : public Source {
 public:
-    enum class Kind { Sysfs, Dump };
+    enum class Kind { Sysfs, Dump, Firmware };
     SmbiosSource(Kind kind, std::string path);
     std::string describe() const override;
     std::vector<Bytes> sdrRepository() override;

@@ -660,10 +660,11 @@ ServiceConfig parseServiceConfig(const std::string& text, const std::string& ori
             c.ipmi[key] = value;
         } else if (key == "smbios") {
             bool dump = value.compare(0, 5, "dump:") == 0, sysfs = value.compare(0, 6, "sysfs:") == 0;
-            if (value != "demo" && value != "simulated" && value != "sysfs" && !dump && !sysfs)
-                throw PlatformFileError(
-                    origin + ":" + std::to_string(n) + ": smbios \"" + value +
-                    "\" is not \"simulated\", \"demo\", \"sysfs\", \"sysfs:DIR\" or \"dump:FILE\"");
+            if (value != "demo" && value != "simulated" && value != "sysfs" && value != "firmware" && !dump &&
+                !sysfs)
+                throw PlatformFileError(origin + ":" + std::to_string(n) + ": smbios \"" + value +
+                                        "\" is not \"simulated\", \"demo\", \"sysfs\", \"sysfs:DIR\", "
+                                        "\"dump:FILE\" or \"firmware\"");
             size_t at = dump ? 5 : sysfs ? 6 : 0;
             if (at && value.size() == at)
                 throw PlatformFileError(origin + ":" + std::to_string(n) + ": smbios \"" + value +

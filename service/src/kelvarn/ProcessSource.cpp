@@ -25,7 +25,7 @@ ProcessChoice& processChoice() {
 }
 
 // The source named by one of the configuration's choices ("demo", "simulated",
-// "sysfs", "sysfs:DIR", "dump:FILE"); `simulated` and `demo` are shared
+// "sysfs", "sysfs:DIR", "dump:FILE", "firmware"); `simulated` and `demo` are shared
 // between the /BMC and /SMBIOS choices so that one model serves both.
 std::shared_ptr<Source> sourceFor(const std::string& choice, const ServiceConfig& config,
                                   std::shared_ptr<Source>& simulated, std::shared_ptr<Source>& demo) {
@@ -51,6 +51,8 @@ std::shared_ptr<Source> sourceFor(const std::string& choice, const ServiceConfig
                                               choice.size() > 6 ? choice.substr(6) : std::string());
     if (choice.compare(0, 5, "dump:") == 0)
         return std::make_shared<SmbiosSource>(SmbiosSource::Kind::Dump, choice.substr(5));
+    if (choice == "firmware")
+        return std::make_shared<SmbiosSource>(SmbiosSource::Kind::Firmware, std::string());
     if (!demo)
         demo = std::make_shared<SimulatedSource>("built-in demo platform",
                                                  parsePlatform(demoPlatformText(), "built-in demo platform"),

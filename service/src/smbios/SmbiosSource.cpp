@@ -1,8 +1,12 @@
-// The SMBIOS source (tables from sysfs or a dump file) and the composition of
-// a BMC source with an SMBIOS source.
+// The SMBIOS source (tables from sysfs, a dump file or Windows' firmware-table
+// call) and the composition of a BMC source with an SMBIOS source.
 #include <fstream>
 #include <iterator>
 #include <utility>
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 #include "kelvarn/Errors.h"
 #include "kelvarn/Smbios.h"
@@ -37,6 +41,31 @@ Bytes readFile(const std::string& path) {
 
 const char kSysfsDir[] = "/sys/firmware/dmi/tables";
 
+QueryError firmwareUnavailable(const std::string& why) {
+    return QueryError(kSourceUnavailable, "SMBIOS data source unavailable: firmware table: " + why,
+                      kFacilitySource);
+}
+
+// The raw SMBIOS table as Windows hands it out: RawSMBIOSData, header and table.
+Bytes readFirmwareTable() {
+#ifdef _WIN32
+    const DWORD rsmb = 0x52534D42; // 'RSMB'
+    const UINT size = GetSystemFirmwareTable(rsmb, 0, nullptr, 0);
+    if (size == 0)
+        throw firmwareUnavailable("GetSystemFirmwareTable('RSMB') failed with error " +
+                                  std::to_string(GetLastError()));
+    Bytes bytes(size);
+    const UINT got = GetSystemFirmwareTable(rsmb, 0, bytes.data(), size);
+    if (got == 0 || got > size)
+        throw firmwareUnavailable("GetSystemFirmwareTable('RSMB') answered " + std::to_string(got) +
+                                  " bytes for a " + std::to_string(size) + "-byte buffer");
+    bytes.resize(got);
+    return bytes;
+#else
+    throw firmwareUnavailable("the firmware-table call exists on Windows only (use smbios=sysfs)");
+#endif
+}
+
 } // namespace
 
 SmbiosSource::SmbiosSource(Kind kind, std::string path) : m_kind(kind), m_path(std::move(path)) {
@@ -45,7 +74,14 @@ SmbiosSource::SmbiosSource(Kind kind, std::string path) : m_kind(kind), m_path(s
 }
 
 std::string SmbiosSource::describe() const {
-    return m_kind == Kind::Sysfs ? "SMBIOS tables in " + m_path : "SMBIOS dump " + m_path;
+    switch (m_kind) {
+    case Kind::Sysfs:
+        return "SMBIOS tables in " + m_path;
+    case Kind::Dump:
+        return "SMBIOS dump " + m_path;
+    default:
+        return "SMBIOS firmware table";
+    }
 }
 
 std::vector<Bytes> SmbiosSource::sdrRepository() {
@@ -68,11 +104,16 @@ Inventory SmbiosSource::inventory() {
                 if (m_kind == Kind::Sysfs)
                     table = smbios::parseSysfs(readFile(m_path + "/smbios_entry_point"),
                                                readFile(m_path + "/DMI"));
-                else
+                else if (m_kind == Kind::Dump)
                     table = smbios::parseDumpFile(readFile(m_path));
+                else
+                    table =
+                        smbios::parseFirmwareTable(m_path.empty() ? readFirmwareTable() : readFile(m_path));
             } catch (const smbios::SmbiosError& e) {
                 throw QueryError(kSourceUnavailable,
-                                 "SMBIOS data source unavailable: " + m_path + ": " + e.what(),
+                                 "SMBIOS data source unavailable: " +
+                                     (m_kind == Kind::Firmware ? std::string("firmware table") : m_path) +
+                                     ": " + e.what(),
                                  kFacilitySource);
             }
             // The tables do not change while the system runs: decode them once.

@@ -172,5 +172,27 @@ Table parseSysfs(const Bytes& entryPoint, const Bytes& dmi) {
     return withEntry(e, dmi, 0, "the DMI table");
 }
 
+namespace {
+
+// Windows' RawSMBIOSData: the header GetSystemFirmwareTable('RSMB') puts before the table.
+struct FirmwareHeaderLayout {
+    size_t major, minor, lengthOffset, size;
+};
+const FirmwareHeaderLayout kFirmwareHeader = {1, 2, 4, 8};
+
+} // namespace
+
+Table parseFirmwareTable(const Bytes& raw) {
+    if (raw.size() < kFirmwareHeader.size)
+        throw SmbiosError("firmware table of " + std::to_string(raw.size()) + " bytes is shorter than its " +
+                          std::to_string(kFirmwareHeader.size) + "-byte header");
+    EntryPoint e;
+    e.major = raw[kFirmwareHeader.major];
+    e.minor = raw[kFirmwareHeader.minor];
+    e.tableLength = uint32_t(little(raw, kFirmwareHeader.lengthOffset, 4));
+    // No structure count: the table ends at its end-of-table structure or its length.
+    return withEntry(e, raw, kFirmwareHeader.size, "the firmware table");
+}
+
 } // namespace smbios
 } // namespace kelvarn
