@@ -174,7 +174,8 @@ std::string entityName(uint8_t entityId, uint8_t instance) {
 }
 
 int32_t precisionFor(const kelvarn::SdrFields& sdr) {
-    if (sdr.linearization != 0)
+    // Non-linear records (0x70-0x7F) apply the record's factors as they are.
+    if (sdr.linearization != 0 && sdr.linearization < 0x70)
         return 2;
     int exponent = sdr.rExp;
     if (sdr.b != 0)

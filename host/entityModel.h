@@ -86,7 +86,7 @@ std::string entityName(uint8_t entityId, uint8_t instance);
 
 // The decimal places that keep every digit of the record's resolution: the
 // smallest power of ten in M·x·10^Rexp + B·10^(Bexp+Rexp), 0 or more; 2 for
-// non-linear records, which have no fixed step.
+// records linearized by a function (ln ... cube root), which have no fixed step.
 int32_t precisionFor(const kelvarn::SdrFields& sdr);
 
 // Builds the tree and the rows. `sensors` are threshold sensors, `containers`
