@@ -4,6 +4,7 @@
 #include <map>
 
 #include "kelvarn/Ipmi.h"
+#include "kelvarn/PlatformFile.h"
 #include "kelvarn/System.h"
 
 namespace hmhost {
@@ -88,6 +89,17 @@ netsnmp_table_data_set* createSet(const char* name, int firstColumn, int lastCol
 } // namespace
 
 unsigned sourceRefreshMs() {
+    try {
+        const kelvarn::ServiceConfig config = kelvarn::readServiceConfig();
+        const std::string bmc = config.bmc.empty() ? config.source : config.bmc;
+        if (bmc == "ipmi-inband" || bmc == "ipmi-lan")
+            return kelvarn::parseIpmiSettings(bmc == "ipmi-lan" ? kelvarn::IpmiSettings::Mode::Lan
+                                                                : kelvarn::IpmiSettings::Mode::Inband,
+                                              config.ipmi, config.origin)
+                .refreshMs;
+    } catch (const std::exception&) {
+        // The query service reports its own configuration problems at its first query.
+    }
     return kelvarn::IpmiSettings{}.refreshMs;
 }
 
@@ -171,6 +183,7 @@ EntityTables::~EntityTables() {
 bool EntityTables::start(std::string& error) {
     m_physical = createSet("entPhysicalTable", kDescr, kUuid);
     m_sensors = createSet("entPhySensorTable", kType, kUpdateRate);
+    m_refreshMs = sourceRefreshMs();
     readChassis(*m_system, m_facts.chassis);
     refresh();
 
@@ -202,8 +215,8 @@ bool EntityTables::start(std::string& error) {
     m_registrations.push_back(reg);
 
     struct timeval period {};
-    period.tv_sec = sourceRefreshMs() / 1000;
-    period.tv_usec = (sourceRefreshMs() % 1000) * 1000;
+    period.tv_sec = m_refreshMs / 1000;
+    period.tv_usec = (m_refreshMs % 1000) * 1000;
     m_alarm = snmp_alarm_register_hr(period, SA_REPEAT, onAlarm, this);
     return true;
 }
@@ -279,7 +292,7 @@ void EntityTables::publish(const EntityModel& model, u_long now) {
         setText(row, kUuid, "");
         netsnmp_table_dataset_add_row(m_physical, row);
     }
-    const u_long rate = sourceRefreshMs();
+    const u_long rate = m_refreshMs;
     for (const SensorRow& s : model.sensors) {
         netsnmp_table_row* row = netsnmp_create_table_data_row();
         long index = s.index;

@@ -19,7 +19,8 @@ class System;
 namespace hmhost {
 
 // How often, in milliseconds, the data source refreshes its readings: the
-// rows are rebuilt that often and entPhySensorValueUpdateRate says so.
+// IPMI source's configured refresh period (ipmi-refresh-ms), else its default.
+// The rows are rebuilt that often and entPhySensorValueUpdateRate says so.
 unsigned sourceRefreshMs();
 
 // Reads the facts the model is built from. A sensor whose reading cannot be
@@ -60,6 +61,7 @@ private:
     std::vector<int32_t> m_indexes; // the entPhysicalIndex values last published
     u_long m_lastChange = 0;        // entLastChangeTime, in hundredths of a second
     unsigned int m_alarm = 0;
+    unsigned m_refreshMs = 0;
 };
 
 } // namespace hmhost
