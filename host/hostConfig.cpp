@@ -62,6 +62,16 @@ void parseRoleDirective(const char* /*token*/, char* line) {
     g_settings->role = role;
 }
 
+void parseEntityTables(const char* /*token*/, char* line) {
+    const std::string word = argumentOf(line);
+    if (strcasecmp(word.c_str(), "yes") == 0 || strcasecmp(word.c_str(), "on") == 0)
+        g_settings->entityTables = true;
+    else if (strcasecmp(word.c_str(), "no") == 0 || strcasecmp(word.c_str(), "off") == 0)
+        g_settings->entityTables = false;
+    else
+        config_perror("entityTables must be yes or no");
+}
+
 } // namespace
 
 bool readRole(const std::string& path, Role& role, std::string& error) {
@@ -94,6 +104,7 @@ void registerDirectives(const char* app, HostSettings& settings) {
     register_config_handler(app, "agentRegistry", parseRegistry, nullptr,
                             "path of the agent's registry file");
     register_config_handler(app, "agentRole", parseRoleDirective, nullptr, "master|subagent");
+    register_config_handler(app, "entityTables", parseEntityTables, nullptr, "yes|no");
 }
 
 } // namespace hmhost

@@ -14,6 +14,7 @@ struct HostSettings {
     std::string library;  // agentLibrary: path of the extension agent library
     std::string registry; // agentRegistry: the agent's registry file (HMSUBAGENT_REGISTRY)
     Role role = Role::Master;
+    bool entityTables = true; // entityTables: serve ENTITY-MIB and ENTITY-SENSOR-MIB
 };
 
 // The role must be known before net-snmp's agent library starts, that is before
@@ -21,7 +22,7 @@ struct HostSettings {
 // Returns false with a one-line reason for an unreadable file or a bad value.
 bool readRole(const std::string& path, Role& role, std::string& error);
 
-// Registers agentLibrary, agentRegistry and agentRole with net-snmp's parser for
+// Registers agentLibrary, agentRegistry, agentRole and entityTables with net-snmp's parser for
 // the application type `app`; parsed values land in `settings`, which must
 // outlive the parsing.
 void registerDirectives(const char* app, HostSettings& settings);

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "host/agentHost.h"
+#include "host/entityTables.h"
 #include "host/hostConfig.h"
 #include "host/netSnmp.h"
 #include "host/privilege.h"
@@ -168,14 +169,22 @@ int main(int argc, char** argv) {
         host.stop();
         return fail(error, true);
     }
+    hmhost::EntityTables entity;
+    if (settings.entityTables && !entity.start(error)) {
+        entity.stop();
+        host.stop();
+        return fail(error, true);
+    }
     // Everything that needs root is open now: the transports or the AgentX
     // connection, the agent's registry, configuration, trace and devices.
     if (!hmhost::dropConfiguredPrivileges(kApp, error)) {
+        entity.stop();
         host.stop();
         return fail(error, true);
     }
 
     if (pipe2(g_signalPipe, O_NONBLOCK | O_CLOEXEC) != 0) {
+        entity.stop();
         host.stop();
         return fail("cannot create the signal pipe", true);
     }
@@ -187,16 +196,18 @@ int main(int argc, char** argv) {
     sigaction(SIGINT, &action, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
-    snmp_log(LOG_INFO, "%s: %s, serving %zu regions of %s\n", kApp,
+    snmp_log(LOG_INFO, "%s: %s, serving %zu regions of %s%s\n", kApp,
              master ? netsnmp_ds_get_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_PORTS)
                     : "AgentX subagent",
-             host.regions().size(), settings.library.c_str());
+             host.regions().size(), settings.library.c_str(),
+             settings.entityTables ? " and the entity tables" : "");
 
     while (!g_stopRequested)
         agent_check_and_process(1);
 
     snmp_log(LOG_INFO, "%s: stopping\n", kApp);
     unregister_readfd(g_signalPipe[0]);
+    entity.stop();
     host.stop();
     snmp_shutdown(kApp);
     close(g_signalPipe[0]);

@@ -71,6 +71,9 @@ cat <<HINT
 Walk it from another terminal (the snmp package: sudo apt-get install snmp), with the
 names of the MIB module (mibs/; leave -M and -m out for numeric OIDs):
     snmpwalk -v2c -c public -M +$root/mibs:$root/mibs/ietf -m HM-SUBAGENT-MIB 127.0.0.1:1161 1.3.6.1.4.1.64999
+Every threshold sensor in ENTITY-SENSOR-MIB, and the physical tree in ENTITY-MIB:
+    snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.2.1.99.1.1
+    snmpwalk -v2c -c public 127.0.0.1:1161 1.3.6.1.2.1.47.1.1.1
 Receive its traps, named (the snmptrapd package):
     snmptrapd -f -Lo -C -c $trapd_config -M +$root/mibs:$root/mibs/ietf -m HM-SUBAGENT-MIB udp:127.0.0.1:1162
 Make one happen: log an upper-critical temperature event in the demo server's SEL

@@ -6,12 +6,14 @@
 
 #include <fstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "host/agentHost.h"
+#include "host/entityModel.h"
 #include "host/hostConfig.h"
 
 namespace hmhost {
@@ -360,6 +362,56 @@ TEST(RoleDirective, ReadBeforeTheAgentStarts) {
     EXPECT_FALSE(readRole(path, role, error));
     EXPECT_EQ(error, "configuration file " + path + " cannot be read");
     rmdir(dir);
+}
+
+// What the end-to-end test over the BMC simulator cannot reach: a unit without
+// its own type, an offset B finer than M, a non-linear record, a value out of
+// range, a sensor on the system chassis, a second record with the same numbers.
+TEST(EntityModel, EdgesOfTheRowsAndTree) {
+    auto sensor = [](uint8_t number, uint8_t entity, uint8_t unit, int16_t b, uint8_t linearization,
+                     double value) {
+        SensorFacts s;
+        s.sdr.number = number, s.sdr.entityId = entity, s.sdr.baseUnit = unit, s.sdr.rExp = -1;
+        s.sdr.b = b, s.sdr.bExp = -1, s.sdr.linearization = linearization,
+        s.sdr.name = "S" + std::to_string(number);
+        s.state = SensorFacts::State::Read, s.value = value;
+        return s;
+    };
+    const EntityModel model = buildModel({},
+                                         {sensor(1, 23, 2, 0, 0, 98.64), sensor(2, 10, 4, 5, 0, 12.06),
+                                          sensor(3, 29, 18, 0, 7, 5952.381), sensor(4, 10, 5, 0, 0, 2e8),
+                                          sensor(1, 3, 1, 0, 0, 40), sensor(5, 7, 4, 0, 0x70, 1.098)},
+                                         {{23, 1}});
+    // index, type, precision, value, status, units
+    const std::vector<std::tuple<int32_t, int32_t, int32_t, int32_t, int32_t, std::string>> rows{
+        {1032000001, kTypeOther, 1, 986, kStatusOk, "degrees F"},
+        {1032000002, kTypeVoltsDc, 2, 1206, kStatusOk, "volts"},
+        {1032000003, kTypeRpm, 2, 595238, kStatusOk, "RPM"},
+        {1032000004, kTypeAmperes, 1, 0, kStatusUnavailable, "amps"}, // 2·10^9 tenths: out of range
+        {1032000005, kTypeVoltsDc, 1, 11, kStatusOk, "volts"}};       // non-linear 0x70: the record's step
+    ASSERT_EQ(model.sensors.size(), rows.size());
+    for (size_t i = 0; i < rows.size(); ++i) {
+        const SensorRow& r = model.sensors[i];
+        EXPECT_EQ(std::make_tuple(r.index, r.type, r.precision, r.value, r.status, r.unitsDisplay), rows[i]);
+    }
+    // index, contained in, position among siblings of its class: the chassis,
+    // processor 1 (of the ignored second record), the system board, power supply 1,
+    // fan 1, the sensors.
+    const std::vector<std::tuple<int32_t, int32_t, int32_t>> entries{{1, 0, -1},
+                                                                     {3001, 1, 1},
+                                                                     {7001, 1, 1},
+                                                                     {10001, 1, 1},
+                                                                     {29001, 1, 1},
+                                                                     {1032000001, 1, 1},
+                                                                     {1032000002, 10001, 1},
+                                                                     {1032000003, 29001, 1},
+                                                                     {1032000004, 10001, 2},
+                                                                     {1032000005, 7001, 1}};
+    ASSERT_EQ(model.entries.size(), entries.size());
+    for (size_t i = 0; i < entries.size(); ++i) {
+        const PhysicalEntry& e = model.entries[i];
+        EXPECT_EQ(std::make_tuple(e.index, e.containedIn, e.parentRelPos), entries[i]);
+    }
 }
 
 } // namespace

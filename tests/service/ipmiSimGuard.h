@@ -81,7 +81,8 @@ inline std::map<std::string, std::vector<std::string>> sensorList(const std::str
 
 class IpmiSimGuard {
 public:
-    IpmiSimGuard() {
+    // `emu`: the command file under tests/data/ipmi.
+    explicit IpmiSimGuard(const std::string& emu = "bmc.emu") : m_emu(emu) {
         char tmpl[] = "/tmp/hm-ipmisim-XXXXXX";
         m_dir = mkdtemp(tmpl);
         m_port = freeLoopbackPort(SOCK_DGRAM);
@@ -106,7 +107,7 @@ public:
         stop();
         const std::string state = m_dir + "/state" + std::to_string(++m_runs);
         mkdir(state.c_str(), 0700);
-        const std::string conf = m_dir + "/lan.conf", emu = std::string(HM_TEST_DATA_DIR) + "/ipmi/bmc.emu",
+        const std::string conf = m_dir + "/lan.conf", emu = std::string(HM_TEST_DATA_DIR) + "/ipmi/" + m_emu,
                           log = m_dir + "/ipmi_sim.log";
         m_pid = fork();
         if (m_pid == 0) {
@@ -208,7 +209,7 @@ private:
             s.replace(at, what.size(), with);
     }
 
-    std::string m_dir;
+    std::string m_emu, m_dir;
     unsigned m_port = 0, m_console = 0;
     pid_t m_pid = -1;
     int m_runs = 0;

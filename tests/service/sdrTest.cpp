@@ -253,7 +253,7 @@ void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecor
 }
 
 TEST(SdrFreeIpmiTest, DemoServerRecords) {
-    checkWithFreeIpmi(kelvarn::demoPlatformText(), 27);
+    checkWithFreeIpmi(kelvarn::demoPlatformText(), 32);
 }
 
 TEST(SdrFreeIpmiTest, SignedAndLinearizedRecords) {
