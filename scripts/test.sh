@@ -2,7 +2,8 @@
 # Builds and runs the whole test suite: every test under AddressSanitizer and
 # UndefinedBehaviorSanitizer, and again under ThreadSanitizer (all but the benchmark
 # smoke run and the soak test, whose memory check means nothing under ThreadSanitizer),
-# the source-format check, the Windows build (cross-built, checked under Wine), and
+# the source-format check, the Windows build (cross-built, checked under Wine), the
+# Debian package (scripts/test-package.sh), and
 # each fuzz target for a short run on its seed corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -24,6 +25,8 @@ echo "=== format"
 bash scripts/check-format.sh || status=1
 echo "=== windows"
 bash scripts/test-windows.sh || status=1
+echo "=== Debian package: build, lintian, install, run and purge in a Debian 12 root"
+bash scripts/test-package.sh || status=1
 echo "=== fuzz: 20 s per target"
 bash scripts/fuzz.sh 20 || status=1
 echo "=== tsan: all tests but the benchmark smoke run and the soak test"
