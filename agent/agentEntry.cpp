@@ -10,7 +10,6 @@
 #include "agent/agentApi.h"
 #include "agent/agentState.h"
 #include "agent/mibChain.h"
-#include "agent/pollForEvent.h"
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
 #include "events/selPoller.h"
