@@ -12,6 +12,7 @@
 #include "agent/mibChain.h"
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
+#include "events/eventSink.h"
 #include "events/selPoller.h"
 
 namespace {
@@ -151,6 +152,7 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInit(DWORD dwUpTimeReferen
         return FALSE;
     }
     resetModuleState();
+    setEventSink({&addEvent, &AssertTrap, &IsInitDone});
 
     // The region shares its arcs with the subtree table; the service must not free it.
     *pFirstSupportedRegion = OidSubTrees[0].baseOid;
