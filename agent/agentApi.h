@@ -5,7 +5,7 @@
 #include <windows.h>
 #include <snmp.h>
 
-#include "agent/hmExport.h"
+#include "platform/hmVocabulary.h"
 
 extern "C" {
 // Asks the SNMP service to collect traps; remembered until start-up is complete.

@@ -10,9 +10,9 @@
 #include "agent/agentApi.h"
 #include "agent/agentState.h"
 #include "agent/mibChain.h"
-#include "agent/pollForEvent.h"
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
+#include "events/eventSink.h"
 #include "events/selPoller.h"
 
 namespace {
@@ -35,10 +35,12 @@ constexpr uint32_t kQueriesPerTrapPoll = 10;
 // Forgets everything a previous Init built, so that Init can run again in one process.
 void resetModuleState() {
     mibReleaseChain();
-    if (HANDLE event = gTrapEvent.exchange(nullptr))
+    if (HANDLE event = gTrapEvent.exchange(nullptr)) {
         CloseHandle(event);
-    if (HANDLE thread = gPollerThread.exchange(nullptr))
+    }
+    if (HANDLE thread = gPollerThread.exchange(nullptr)) {
         CloseHandle(thread); // the thread itself runs on
+    }
     gInitDone = 0;
     gTrapsWaiting = 0;
     gRegionCounter = 1;
@@ -70,8 +72,9 @@ bool splitEventOid(AsnObjectIdentifier* pEnterpriseOid, AsnInteger32* pSpecificT
     const size_t length = strlen(rendered);
     // Room for a leading "." and the NUL.
     char* text = static_cast<char*>(SnmpUtilMemAlloc(static_cast<UINT>(length + 2)));
-    if (text == nullptr)
+    if (text == nullptr) {
         return false;
+    }
     text[0] = '.';
     memcpy(text + 1, rendered, length + 1);
     char* dot = strrchr(text + 1, '.');
@@ -96,12 +99,14 @@ bool splitEventOid(AsnObjectIdentifier* pEnterpriseOid, AsnInteger32* pSpecificT
 } // namespace
 
 void agentCountQuery() {
-    if (++gQueryCounter < kQueriesPerTrapPoll)
+    if (++gQueryCounter < kQueriesPerTrapPoll) {
         return;
+    }
     gQueryCounter = 0;
     gHealthPoll = 1;
-    if (HANDLE event = gTrapEvent.load())
+    if (HANDLE event = gTrapEvent.load()) {
         SetEvent(event);
+    }
 }
 
 HANDLE agentTrapEvent() {
@@ -122,8 +127,9 @@ unsigned char IsInitDone() {
 }
 
 void GetOidSubTreeBaseOid(int index, AsnObjectIdentifier* oid) {
-    if (oid == nullptr || index < 0 || index >= MIB_SUBTREE_COUNT)
+    if (oid == nullptr || index < 0 || index >= MIB_SUBTREE_COUNT) {
         return;
+    }
     SnmpUtilOidCpy(oid, &OidSubTrees[index].baseOid);
 }
 
@@ -133,17 +139,20 @@ extern "C" HM_EXPORT int AssertTrap() {
         gTrapsWaiting = 1;
         return 1;
     }
-    if (HANDLE event = gTrapEvent.load())
+    if (HANDLE event = gTrapEvent.load()) {
         SetEvent(event);
+    }
     return 1;
 }
 
 extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInit(DWORD dwUpTimeReference,
                                                            HANDLE* phSubagentTrapEvent,
                                                            AsnObjectIdentifier* pFirstSupportedRegion) {
-    if (phSubagentTrapEvent == nullptr || pFirstSupportedRegion == nullptr)
+    if (phSubagentTrapEvent == nullptr || pFirstSupportedRegion == nullptr) {
         return FALSE;
+    }
     resetModuleState();
+    setEventSink({&addEvent, &AssertTrap, &IsInitDone});
 
     // The region shares its arcs with the subtree table; the service must not free it.
     *pFirstSupportedRegion = OidSubTrees[0].baseOid;
@@ -176,8 +185,9 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInit(DWORD dwUpTimeReferen
 }
 
 extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInitEx(AsnObjectIdentifier* pNextSupportedRegion) {
-    if (pNextSupportedRegion == nullptr || gInitDone.load())
+    if (pNextSupportedRegion == nullptr || gInitDone.load()) {
         return FALSE;
+    }
     if (gRegionCounter != kRegionCount) {
         // Shared with the subtree table, like the first region.
         *pNextSupportedRegion = OidSubTrees[gRegionCounter].baseOid;
@@ -211,15 +221,17 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionTrap(AsnObjectIdentifier* 
                                                            AsnTimeticks* pTimeStamp,
                                                            SnmpVarBindList* pVarBindList) {
     if (pEnterpriseOid == nullptr || pGenericTrapId == nullptr || pSpecificTrapId == nullptr ||
-        pTimeStamp == nullptr || pVarBindList == nullptr)
+        pTimeStamp == nullptr || pVarBindList == nullptr) {
         return FALSE;
+    }
     *pGenericTrapId = SNMP_GENERICTRAP_ENTERSPECIFIC;
     *pTimeStamp = SnmpSvcGetUptime();
 
     int32_t trapToSend = 0;
     const uint32_t status = processEvent(pEnterpriseOid, pSpecificTrapId, pVarBindList, &trapToSend);
-    if (status != CLIENT_SUCCESS || trapToSend != 1)
+    if (status != CLIENT_SUCCESS || trapToSend != 1) {
         return FALSE;
+    }
 
     traceTrap(pEnterpriseOid, pVarBindList);
     if (!splitEventOid(pEnterpriseOid, pSpecificTrapId)) {

@@ -59,8 +59,9 @@ void linkStaticTable() {
     for (int i = 0; i < MIB_ROW_COUNT; ++i) {
         MIB_VAR_TYPE* pMibVar = &hmSubagentMib[i];
         OID_SUBTREE& subtree = subtreeOf(pMibVar);
-        if (subtree.pMibVar == nullptr)
+        if (subtree.pMibVar == nullptr) {
             subtree.pMibVar = pMibVar;
+        }
         if (pMibVar->pMibNext == first || i == MIB_ROW_COUNT - 1) {
             debugLog("Last pMibVar. Hence pMibVar->pMibNext is set to NULL\n");
             pMibVar->pMibNext = nullptr;
@@ -73,8 +74,9 @@ void linkStaticTable() {
 // A copy of `column` for instance `k`, whose OID is the column's with k appended.
 MIB_VAR_TYPE* newInstance(const MIB_VAR_TYPE* column, UINT k) {
     MIB_VAR_TYPE* instance = new (std::nothrow) MIB_VAR_TYPE(*column);
-    if (instance == nullptr)
+    if (instance == nullptr) {
         return nullptr;
+    }
     instance->Oid = AsnObjectIdentifier{0, nullptr};
     instance->pMibNext = nullptr;
     AsnObjectIdentifier source = column->Oid;
@@ -131,21 +133,24 @@ bool expandTables() {
 // belongs to the system group, which is never empty.
 void pruneChain() {
     for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar->pMibNext != nullptr;) {
-        if (pMibVar->pMibNext->pMibFunc == nullptr)
+        if (pMibVar->pMibNext->pMibFunc == nullptr) {
             pMibVar->pMibNext = pMibVar->pMibNext->pMibNext;
-        else
+        } else {
             pMibVar = pMibVar->pMibNext;
+        }
     }
 }
 
 // Step 4: each subtree points at its first row in the chain, or at nothing.
 void repointSubtrees() {
-    for (OID_SUBTREE& subtree : OidSubTrees)
+    for (OID_SUBTREE& subtree : OidSubTrees) {
         subtree.pMibVar = nullptr;
+    }
     for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar != nullptr; pMibVar = pMibVar->pMibNext) {
         OID_SUBTREE& subtree = subtreeOf(pMibVar);
-        if (subtree.pMibVar == nullptr)
+        if (subtree.pMibVar == nullptr) {
             subtree.pMibVar = pMibVar;
+        }
     }
 }
 
@@ -154,17 +159,19 @@ void traceChain() {
     for (MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0]; pMibVar != nullptr; pMibVar = pMibVar->pMibNext) {
         UINT arcs[MIB_FULL_OID_MAX];
         AsnObjectIdentifier full;
-        if (mibFullOid(pMibVar, arcs, &full))
+        if (mibFullOid(pMibVar, arcs, &full)) {
             debugLog("  Full Oid:%s         ", SnmpUtilOidToA(&full));
+        }
         debugLog("   OID:%s\n", SnmpUtilOidToA(&pMibVar->Oid));
     }
     debugLog("Printout out entire OidSubTree structure\n");
     for (int i = 0; i < MIB_SUBTREE_COUNT; ++i) {
         debugLog("   OidSubTrees[%d] Oid: %s      ", i, SnmpUtilOidToA(&OidSubTrees[i].baseOid));
-        if (OidSubTrees[i].pMibVar != nullptr)
+        if (OidSubTrees[i].pMibVar != nullptr) {
             debugLog(" hmSubagentMib entry:%s\n", SnmpUtilOidToA(&OidSubTrees[i].pMibVar->Oid));
-        else
+        } else {
             debugLog("Null pMibVar pointer in OidSubTrees[%d]\n", i);
+        }
     }
 }
 
@@ -200,21 +207,24 @@ void indexChain() {
 MibSeekResult mibChainSeek(const MIB_VAR_TYPE* start, AsnObjectIdentifier* requested, MIB_VAR_TYPE** found,
                            AsnObjectIdentifier* full) {
     auto it = gIndex.position.find(start);
-    if (it == gIndex.position.end())
+    if (it == gIndex.position.end()) {
         return MibSeekResult::NotIndexed;
+    }
     for (size_t i = it->second; i < gIndex.rows.size();) {
-        if (!gIndex.rows[i].fits)
+        if (!gIndex.rows[i].fits) {
             return MibSeekResult::TooLong;
+        }
         // In an ascending run the rows below `requested` come first: find the first
         // that is not below it.
         size_t low = i, high = gIndex.rows[i].runEnd;
         while (low < high) {
             const size_t middle = low + (high - low) / 2;
             AsnObjectIdentifier candidate = gIndex.fullOid(middle);
-            if (SnmpUtilOidCmp(requested, &candidate) > 0)
+            if (SnmpUtilOidCmp(requested, &candidate) > 0) {
                 low = middle + 1;
-            else
+            } else {
                 high = middle;
+            }
         }
         if (low < gIndex.rows[i].runEnd) {
             *found = gIndex.rows[low].var;
@@ -229,13 +239,16 @@ MibSeekResult mibChainSeek(const MIB_VAR_TYPE* start, AsnObjectIdentifier* reque
 bool mibFullOid(const MIB_VAR_TYPE* pMibVar, UINT (&arcs)[MIB_FULL_OID_MAX], AsnObjectIdentifier* out) {
     const AsnObjectIdentifier& base = subtreeOf(pMibVar).baseOid;
     const AsnObjectIdentifier& relative = pMibVar->Oid;
-    if (base.idLength + relative.idLength > MIB_FULL_OID_MAX)
+    if (base.idLength + relative.idLength > MIB_FULL_OID_MAX) {
         return false;
+    }
     UINT n = 0;
-    for (UINT i = 0; i < base.idLength; ++i)
+    for (UINT i = 0; i < base.idLength; ++i) {
         arcs[n++] = base.ids[i];
-    for (UINT i = 0; i < relative.idLength; ++i)
+    }
+    for (UINT i = 0; i < relative.idLength; ++i) {
         arcs[n++] = relative.ids[i];
+    }
     *out = AsnObjectIdentifier{n, arcs};
     return true;
 }
@@ -271,8 +284,9 @@ void mibReleaseChain() {
     MIB_VAR_TYPE* pMibVar = &hmSubagentMib[0];
     while (pMibVar != nullptr) {
         MIB_VAR_TYPE* next = pMibVar->pMibNext;
-        if (next == &hmSubagentMib[0])
+        if (next == &hmSubagentMib[0]) {
             next = nullptr;
+        }
         mibReleaseText(pMibVar);
         if (!isStaticRow(pMibVar)) {
             SnmpUtilOidFree(&pMibVar->Oid);
@@ -280,8 +294,9 @@ void mibReleaseChain() {
         }
         pMibVar = next;
     }
-    for (MIB_VAR_TYPE& row : hmSubagentMib)
+    for (MIB_VAR_TYPE& row : hmSubagentMib) {
         mibReleaseText(&row);
+    }
     gChainHead = nullptr;
     gIndex.clear();
     mibLoadStaticTable();

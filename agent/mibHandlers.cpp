@@ -13,8 +13,9 @@ int32_t gSetReadBack = 0;
 
 // Last arc of the descriptor's OID: the instance number of a table variable.
 UINT lastArc(const MIB_VAR_TYPE* pMibVar) {
-    if (pMibVar->Oid.idLength == 0 || pMibVar->Oid.ids == nullptr)
+    if (pMibVar->Oid.idLength == 0 || pMibVar->Oid.ids == nullptr) {
         return 0;
+    }
     return pMibVar->Oid.ids[pMibVar->Oid.idLength - 1];
 }
 
@@ -41,10 +42,12 @@ bool isRead(UINT nRequestType) {
 } // namespace
 
 void mibReleaseText(MIB_VAR_TYPE* pMibVar) {
-    if (pMibVar->asnType != ASN_OCTETSTRING)
+    if (pMibVar->asnType != ASN_OCTETSTRING) {
         return;
-    if (pMibVar->value != nullptr && pMibVar->value != gMibEmptyText)
+    }
+    if (pMibVar->value != nullptr && pMibVar->value != gMibEmptyText) {
         free(pMibVar->value);
+    }
     pMibVar->value = gMibEmptyText;
 }
 
@@ -53,8 +56,9 @@ UINT ProcessIndexFunc(UINT nRequestType, MIB_VAR_TYPE* pMibVar, SnmpVarBind* /*p
         *static_cast<int32_t*>(pMibVar->value) = static_cast<int32_t>(lastArc(pMibVar));
         return SNMP_ERRORSTATUS_NOERROR;
     }
-    if (isSetPhase(nRequestType))
+    if (isSetPhase(nRequestType)) {
         debugLog("skipping set - this is not an option for index values\n");
+    }
     return SNMP_ERRORSTATUS_GENERR;
 }
 
@@ -88,8 +92,9 @@ UINT ProcessIntegerFunc(UINT nRequestType, MIB_VAR_TYPE* pMibVar, SnmpVarBind* p
         return SNMP_ERRORSTATUS_GENERR;
     }
 
-    if (status == CLIENT_SUCCESS)
+    if (status == CLIENT_SUCCESS) {
         return SNMP_ERRORSTATUS_NOERROR;
+    }
     debugLog("oops...didn't get CLIENT_SUCCESS\n");
     return SNMP_ERRORSTATUS_GENERR;
 }
@@ -99,8 +104,9 @@ UINT ProcessStringFunc(UINT nRequestType, MIB_VAR_TYPE* pMibVar, SnmpVarBind* /*
         debugLog("skipping set - currently set on strings is not supported or required.\n");
         return SNMP_ERRORSTATUS_GENERR;
     }
-    if (!isRead(nRequestType))
+    if (!isRead(nRequestType)) {
         return SNMP_ERRORSTATUS_GENERR;
+    }
 
     const uint32_t entity = pMibVar->HMEntity;
     const uint32_t attribute = pMibVar->HMAttribute;

@@ -232,18 +232,23 @@ constexpr bool tableIsConsistent() {
     for (int i = 0; i < MIB_ROW_COUNT; ++i) {
         const MIB_VAR_TYPE& v = kMibTable[i];
         if (v.HMAttribute != static_cast<uint32_t>(i + 1) ||
-            v.HMEntity != static_cast<uint32_t>(v.SubTreeIndex + 1))
+            v.HMEntity != static_cast<uint32_t>(v.SubTreeIndex + 1)) {
             return false;
-        if (v.SubTreeIndex < 0 || v.SubTreeIndex >= MIB_SUBTREE_COUNT)
+        }
+        if (v.SubTreeIndex < 0 || v.SubTreeIndex >= MIB_SUBTREE_COUNT) {
             return false;
-        if (i > 0 && v.SubTreeIndex < kMibTable[i - 1].SubTreeIndex)
+        }
+        if (i > 0 && v.SubTreeIndex < kMibTable[i - 1].SubTreeIndex) {
             return false;
+        }
         const uint32_t a = v.HMAttribute;
         const bool threshold = (a >= 60 && a <= 65) || (a >= 122 && a <= 127) || (a >= 143 && a <= 148);
-        if ((v.access == MIB_ACCESS_READWRITE) != threshold)
+        if ((v.access == MIB_ACCESS_READWRITE) != threshold) {
             return false;
-        if ((v.pMibNext != nullptr) != (i == MIB_ROW_COUNT - 1))
+        }
+        if ((v.pMibNext != nullptr) != (i == MIB_ROW_COUNT - 1)) {
             return false;
+        }
     }
     return true;
 }
@@ -292,8 +297,10 @@ OID_SUBTREE OidSubTrees[MIB_SUBTREE_COUNT] = {
 AsnObjectIdentifier MibEndOfViewOid = oid(gEndOfView);
 
 void mibLoadStaticTable() {
-    for (int i = 0; i < MIB_ROW_COUNT; ++i)
+    for (int i = 0; i < MIB_ROW_COUNT; ++i) {
         hmSubagentMib[i] = kMibTable[i];
-    for (OID_SUBTREE& subtree : OidSubTrees)
+    }
+    for (OID_SUBTREE& subtree : OidSubTrees) {
         subtree.pMibVar = nullptr;
+    }
 }

@@ -35,16 +35,18 @@ UINT storeText(const MIB_VAR_TYPE* pMibVar, AsnAny* value) {
     // is released first. At least one byte is requested so that an empty text still
     // yields a stream of its own.
     BYTE* stream = nullptr;
-    if (value->asnType == ASN_OCTETSTRING && value->asnValue.string.dynamic)
+    if (value->asnType == ASN_OCTETSTRING && value->asnValue.string.dynamic) {
         stream = value->asnValue.string.stream;
-    else
+    } else {
         SnmpUtilAsnAnyFree(value);
+    }
     const UINT size = length != 0 ? length : 1;
     // The Windows allocator does not reallocate a null block.
     BYTE* resized =
         static_cast<BYTE*>(stream != nullptr ? SnmpUtilMemReAlloc(stream, size) : SnmpUtilMemAlloc(size));
-    if (resized == nullptr)
+    if (resized == nullptr) {
         return SNMP_ERRORSTATUS_GENERR;
+    }
     memcpy(resized, text, length);
     value->asnType = ASN_OCTETSTRING;
     value->asnValue.string.stream = resized;
@@ -58,11 +60,13 @@ UINT processGet(MIB_VAR_TYPE* pMibVar, SnmpVarBind* pVarBind) {
         debugLog("no access\n");
         return leave(SNMP_ERRORSTATUS_NOSUCHNAME);
     }
-    if (pMibVar->pMibFunc == nullptr)
+    if (pMibVar->pMibFunc == nullptr) {
         return leave(SNMP_ERRORSTATUS_GENERR);
+    }
     const UINT status = pMibVar->pMibFunc(SNMP_EXTENSION_GET, pMibVar, pVarBind);
-    if (status != SNMP_ERRORSTATUS_NOERROR)
+    if (status != SNMP_ERRORSTATUS_NOERROR) {
         return leave(status);
+    }
 
     AsnAny* value = &pVarBind->value;
     switch (pMibVar->asnType) {
@@ -91,29 +95,35 @@ UINT processGetNext(MIB_VAR_TYPE* pMibVar, SnmpVarBind* pVarBind) {
     }
     UINT arcs[MIB_FULL_OID_MAX];
     AsnObjectIdentifier full;
-    if (!mibFullOid(next, arcs, &full) || !mibReplaceName(&pVarBind->name, &full))
+    if (!mibFullOid(next, arcs, &full) || !mibReplaceName(&pVarBind->name, &full)) {
         return leave(SNMP_ERRORSTATUS_GENERR);
-    if (next->pMibFunc == nullptr)
+    }
+    if (next->pMibFunc == nullptr) {
         return leave(SNMP_ERRORSTATUS_GENERR);
+    }
     return ProcessLeafNode(SNMP_EXTENSION_GET, next, pVarBind);
 }
 
 // SET_TEST and SET_COMMIT share the access and configuration checks.
 UINT processSet(UINT nRequestType, MIB_VAR_TYPE* pMibVar, SnmpVarBind* pVarBind) {
     if (pMibVar->access == MIB_ACCESS_NONE) {
-        if (nRequestType == SNMP_EXTENSION_SET_TEST)
+        if (nRequestType == SNMP_EXTENSION_SET_TEST) {
             debugLog("no access\n");
+        }
         return leave(SNMP_ERRORSTATUS_NOSUCHNAME);
     }
     if (pMibVar->access == MIB_ACCESS_READ || !isSetsEnabled()) {
-        if (nRequestType == SNMP_EXTENSION_SET_TEST)
+        if (nRequestType == SNMP_EXTENSION_SET_TEST) {
             debugLog("no access\n");
+        }
         return leave(SNMP_ERRORSTATUS_READONLY);
     }
-    if (nRequestType == SNMP_EXTENSION_SET_TEST && pMibVar->asnType != pVarBind->value.asnType)
+    if (nRequestType == SNMP_EXTENSION_SET_TEST && pMibVar->asnType != pVarBind->value.asnType) {
         return leave(SNMP_ERRORSTATUS_BADVALUE);
-    if (pMibVar->pMibFunc == nullptr)
+    }
+    if (pMibVar->pMibFunc == nullptr) {
         return leave(SNMP_ERRORSTATUS_GENERR);
+    }
     return leave(pMibVar->pMibFunc(nRequestType, pMibVar, pVarBind));
 }
 
@@ -163,8 +173,9 @@ UINT ProcessLeafNode(UINT nRequestType, MIB_VAR_TYPE* pMibVar, SnmpVarBind* pVar
 
 UINT ResolveVarBind(UINT nRequestType, SnmpVarBind* pVarBind) {
     AsnObjectIdentifier* requested = &pVarBind->name;
-    if (requested->idLength != 0 && requested->ids == nullptr)
+    if (requested->idLength != 0 && requested->ids == nullptr) {
         return SNMP_ERRORSTATUS_NOSUCHNAME;
+    }
 
     MIB_VAR_TYPE* const start = searchStart(requested);
     MIB_VAR_TYPE* answer = nullptr;
@@ -185,16 +196,18 @@ UINT ResolveVarBind(UINT nRequestType, SnmpVarBind* pVarBind) {
          pMibVar != nullptr && answer == nullptr; pMibVar = pMibVar->pMibNext) {
         UINT arcs[MIB_FULL_OID_MAX];
         AsnObjectIdentifier full = indexedFull;
-        if (pMibVar != indexed && !mibFullOid(pMibVar, arcs, &full))
+        if (pMibVar != indexed && !mibFullOid(pMibVar, arcs, &full)) {
             return SNMP_ERRORSTATUS_GENERR;
+        }
         const int order = SnmpUtilOidCmp(requested, &full);
         if (order < 0) {
             if (nRequestType != SNMP_EXTENSION_GET_NEXT) {
                 debugLog("no such name found\n");
                 return SNMP_ERRORSTATUS_NOSUCHNAME;
             }
-            if (!mibReplaceName(&pVarBind->name, &full))
+            if (!mibReplaceName(&pVarBind->name, &full)) {
                 return SNMP_ERRORSTATUS_GENERR;
+            }
             debugLog("Setting new varBind name to %s\n", SnmpUtilOidToA(&pVarBind->name));
             nRequestType = SNMP_EXTENSION_GET;
             answer = pMibVar;
@@ -203,8 +216,9 @@ UINT ResolveVarBind(UINT nRequestType, SnmpVarBind* pVarBind) {
             answer = pMibVar;
         }
     }
-    if (answer == nullptr)
+    if (answer == nullptr) {
         return SNMP_ERRORSTATUS_NOSUCHNAME;
+    }
     return ProcessLeafNode(nRequestType, answer, pVarBind);
 }
 
@@ -214,10 +228,12 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionQueryEx(UINT nRequestType,
                                                               AsnInteger32* pErrorStatus,
                                                               AsnInteger32* pErrorIndex) {
     agentCountQuery();
-    if (pVarBindList == nullptr || pErrorStatus == nullptr || pErrorIndex == nullptr)
+    if (pVarBindList == nullptr || pErrorStatus == nullptr || pErrorIndex == nullptr) {
         return TRUE;
-    if (pVarBindList->len != 0 && pVarBindList->list == nullptr)
+    }
+    if (pVarBindList->len != 0 && pVarBindList->list == nullptr) {
         return TRUE;
+    }
 
     for (UINT i = 0; i < pVarBindList->len; ++i) {
         SnmpVarBind* pVarBind = &pVarBindList->list[i];

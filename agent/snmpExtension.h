@@ -5,7 +5,7 @@
 #include <windows.h>
 #include <snmp.h>
 
-#include "agent/hmExport.h"
+#include "platform/hmVocabulary.h"
 
 extern "C" {
 // Starts the client facade, builds the variable chain, creates the trap event and

@@ -33,15 +33,16 @@ namespace {
 
 // Creates the group, stores it and runs its init. Returns the init result; a group that
 // cannot be allocated counts as an init failure and leaves the slot empty.
-template <class Group> uint32_t createGroup(BaseAccessor*& slot) {
-    Group* group = new (std::nothrow) Group();
+template <class Group, class... Args> uint32_t createGroup(BaseAccessor*& slot, Args... args) {
+    Group* group = new (std::nothrow) Group(args...);
     slot = group;
     return group == nullptr ? CLIENT_ERROR_NOMEMORY : group->init();
 }
 
 // Starts one table group; a failure is traced with the group's own line and start-up goes on.
-template <class Group> void startGroup(BaseAccessor*& slot, const char* failureTrace) {
-    if (createGroup<Group>(slot) != CLIENT_SUCCESS) {
+template <class Group, class... Args>
+void startGroup(BaseAccessor*& slot, const char* failureTrace, Args... args) {
+    if (createGroup<Group>(slot, args...) != CLIENT_SUCCESS) {
         debugLog("%s", failureTrace);
     }
 }
@@ -146,7 +147,8 @@ uint32_t hmClient::init() {
     startGroup<discreteVoltage>(m_pDiscreteVoltage,
                                 "\nhmClient::init about to init discreteVoltage exited with no data\n");
     startGroup<coolingDevice>(m_pCoolingDevice,
-                              "\nhmClient::init about to init coolingDevice exited with no data\n");
+                              "\nhmClient::init about to init coolingDevice exited with no data\n",
+                              bInverseLinearization);
     startGroup<coolingUnit>(m_pCoolingUnit,
                             "\nhmClient::init about to init coolingUnit exited with no data\n");
 

@@ -63,7 +63,6 @@ public:
     // Puts every element that is not "ok" of the seeded groups into the health lists.
     void seedHealthLists();
 
-    const char* configFilePath() const { return m_stConfigFile; }
     const char* logFilePath() const { return m_stLogFile; }
 
 protected:

@@ -1,40 +1,13 @@
-// What the SNMP front end and the event code see of the client facade: the entity
-// and status codes, and the free functions that forward to the one hmClient.
+// What the SNMP front end and the event code see of the client facade: the free
+// functions that forward to the one hmClient (the entity and status codes they speak
+// come from platform/hmVocabulary.h).
 #ifndef HM_CORE_HMCLIENTAPI_H
 #define HM_CORE_HMCLIENTAPI_H
 
 #include <cstdint>
 #include <snmp.h>
 
-// Hardware groups; the entity code equals the MIB subtree index plus one.
-enum HMEntity : uint32_t {
-    systemManagementEntity = 1,
-    chassisInfoEntity = 2,
-    processorDeviceEntity = 3,
-    powerUnitEntity = 4,
-    powerSupplyEntity = 5,
-    voltageProbeEntity = 6,
-    discreteVoltageEntity = 7,
-    memoryArrayEntity = 8,
-    memoryDeviceEntity = 9,
-    coolingUnitEntity = 10,
-    coolingDeviceEntity = 11,
-    discreteCoolingEntity = 12,
-    temperatureProbeEntity = 13,
-    driveSlotEntity = 14,
-};
-
-// Client status codes returned by the facade and the groups.
-constexpr uint32_t CLIENT_SUCCESS = 0;
-constexpr uint32_t CLIENT_ERROR_NOMEMORY = 2;
-constexpr uint32_t CLIENT_ERROR_NOTSUPPORTED = 4;
-constexpr uint32_t CLIENT_ERROR_NOGROUP = 8;
-constexpr uint32_t CLIENT_ERROR_NOSUCHNAME = 9;
-constexpr uint32_t CLIENT_ERROR_NOCONFIGFILE = 10;
-constexpr uint32_t CLIENT_ERROR_NOELEMENT = 32;
-
-// Absence sentinel of every reading and threshold.
-constexpr int32_t NO_VALUE = 2147483647;
+#include "platform/hmVocabulary.h"
 
 struct eventData;
 class subagentBase;

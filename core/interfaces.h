@@ -3,7 +3,7 @@
 #ifndef HM_CORE_INTERFACES_H
 #define HM_CORE_INTERFACES_H
 
-#include "agent/hmExport.h"
+#include "platform/hmVocabulary.h"
 
 #define HM_DECLARE_INTERFACE(Name)                                                                           \
     class HM_EXPORT Name {                                                                                   \

@@ -208,7 +208,7 @@ int keyIndex(const std::string& key) {
 // and LUN). Of several matches the lowest repository index wins. False when the
 // query failed (traced with failText).
 bool findSensorRecord(SDK::System& system, const char* path, const SelEvent& e, SensorRecord& out,
-                      const char* failText, bool dump) {
+                      const char* failText) {
     QueryResult result;
     try {
         system.Get(path, result);
@@ -216,9 +216,6 @@ bool findSensorRecord(SDK::System& system, const char* path, const SelEvent& e, 
         debugLog("%s", failText);
         logQueryFailure(status, path, QUERY_FAILURE_SCAN);
         return false;
-    }
-    if (dump) {
-        dumpResultMap(result);
     }
     for (QueryResult::const_iterator it = result.begin(); it != result.end(); ++it) {
         if (it->second.NodeType != 0 || it->second.Values.empty()) {
@@ -392,7 +389,7 @@ int decodeSensorSpecificEvent(const SelEvent& e, const DecoderTexts& texts, int 
     if (lookUp) {
         SDK::System& system = decoderQueries();
         SensorRecord sensor;
-        if (!findSensorRecord(system, kSdrPath, e, sensor, kSdrQueryFailed, false) ||
+        if (!findSensorRecord(system, kSdrPath, e, sensor, kSdrQueryFailed) ||
             !querySensorName(system, sensor, name, kSdrQueryFailed)) {
             return 0;
         }
@@ -498,7 +495,7 @@ int Temperature_EventOccurred(std::unique_ptr<SelRecord> record) {
     composePath(path, sizeof(path), kSdrSensorTypeStem, e.record.ucSensorType, "]");
     SensorRecord sensor;
     CString name;
-    if (!findSensorRecord(system, path, e, sensor, failText, false) ||
+    if (!findSensorRecord(system, path, e, sensor, failText) ||
         !querySensorName(system, sensor, name, failText)) {
         return 0;
     }
@@ -515,7 +512,7 @@ int Voltage_EventOccurred(std::unique_ptr<SelRecord> record) {
     SensorRecord sensor;
     CString name;
     if (e.eventType == kThresholdType) {
-        if (!findSensorRecord(system, kSdrFullRecordsPath, e, sensor, kSdrQueryFailed, false) ||
+        if (!findSensorRecord(system, kSdrFullRecordsPath, e, sensor, kSdrQueryFailed) ||
             !querySensorName(system, sensor, name, kSdrQueryFailed)) {
             return 0;
         }
@@ -528,7 +525,7 @@ int Voltage_EventOccurred(std::unique_ptr<SelRecord> record) {
     if (e.eventType != 0x03 && e.eventType != 0x05) {
         return 0;
     }
-    if (!findSensorRecord(system, kSdrCompactRecordsPath, e, sensor, kSdrQueryFailed, false) ||
+    if (!findSensorRecord(system, kSdrCompactRecordsPath, e, sensor, kSdrQueryFailed) ||
         !querySensorName(system, sensor, name, kSdrQueryFailed)) {
         return 0;
     }
@@ -551,7 +548,7 @@ int Fan_EventOccurred(std::unique_ptr<SelRecord> record) {
     const char* status = nullptr;
     const char* description = nullptr;
     if (e.eventType == kThresholdType) {
-        if (!findSensorRecord(system, kSdrFullRecordsPath, e, sensor, kSdrQueryFailed, false) ||
+        if (!findSensorRecord(system, kSdrFullRecordsPath, e, sensor, kSdrQueryFailed) ||
             !querySensorName(system, sensor, name, kSdrQueryFailed)) {
             return 0;
         }
@@ -560,7 +557,7 @@ int Fan_EventOccurred(std::unique_ptr<SelRecord> record) {
         description = thresholdEventDescription(e.offset);
         countThresholdEvent(e.offset);
     } else {
-        if (!findSensorRecord(system, kSdrCompactRecordsPath, e, sensor, kSdrQueryFailed, false)) {
+        if (!findSensorRecord(system, kSdrCompactRecordsPath, e, sensor, kSdrQueryFailed)) {
             return 0;
         }
         debugLog("\n The value of SensorNumber is %d:", e.record.ucSensorNumber);
@@ -602,7 +599,7 @@ int CoolingRedundancy_EventOccurred(std::unique_ptr<SelRecord> record) {
     char path[64];
     composePath(path, sizeof(path), kSdrSensorTypeStem, e.record.ucSensorType, "]");
     SensorRecord sensor;
-    if (!findSensorRecord(system, path, e, sensor, kSdrQueryFailed, false)) {
+    if (!findSensorRecord(system, path, e, sensor, kSdrQueryFailed)) {
         return 0;
     }
     traceSensorIdentity(e);
@@ -664,7 +661,7 @@ int PowerUnitRedundancy_EventOccurred(std::unique_ptr<SelRecord> record) {
     SDK::System& system = decoderQueries();
     SensorRecord sensor;
     CString name;
-    if (!findSensorRecord(system, kSdrPath, e, sensor, kSdrQueryFailed, false) ||
+    if (!findSensorRecord(system, kSdrPath, e, sensor, kSdrQueryFailed) ||
         !querySensorName(system, sensor, name, kSdrQueryFailed)) {
         return 0;
     }
@@ -727,7 +724,7 @@ int SystemEvent_EventOccurred(std::unique_ptr<SelRecord> record) {
     char path[64];
     composePath(path, sizeof(path), kSdrSensorTypeStem, e.record.ucSensorType, "]");
     SensorRecord sensor;
-    if (!findSensorRecord(system, path, e, sensor, kSdrQueryFailed, false)) {
+    if (!findSensorRecord(system, path, e, sensor, kSdrQueryFailed)) {
         return 0;
     }
     traceSensorIdentity(e);

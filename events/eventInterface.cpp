@@ -1,14 +1,26 @@
 // The event interface and the event clones, one per kind of hardware event.
 #include "events/eventInterface.h"
 
+#include <atomic>
 #include <cstring>
 
-#include "agent/agentApi.h"
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
 #include "events/eventData.h"
+#include "events/eventSink.h"
 
 namespace {
+
+// The sink the front end installs at start-up (one atomic per call: a poller from an earlier
+// start may read it while a new start installs it).
+std::atomic<void (*)(eventData)> g_sinkQueue{nullptr};
+std::atomic<int (*)()> g_sinkWake{nullptr};
+std::atomic<unsigned char (*)()> g_sinkStarted{nullptr};
+
+bool startUpDone() {
+    unsigned char (*started)() = g_sinkStarted.load();
+    return started != nullptr && started() != 0;
+}
 
 // Copies at most maxChars characters of text and a NUL into a field of size N.
 template <size_t N> void copyField(char (&field)[N], const char* text, size_t maxChars) {
@@ -180,8 +192,15 @@ int runEventClone(const EventClone& clone, CEventWrapper& event) {
     record.nEventType = event.IsAsserted() ? 1 : 0;
     record.nEventGroup = clone.type;
     debugLog(clone.groupLog, record.nEventGroup);
-    addEvent(record);
-    AssertTrap();
+    // Installed at start-up, which HandleEvent checked was done before calling here.
+    void (*queue)(eventData) = g_sinkQueue.load();
+    int (*wake)() = g_sinkWake.load();
+    if (queue != nullptr) {
+        queue(record);
+    }
+    if (wake != nullptr) {
+        wake();
+    }
     return 1;
 }
 
@@ -197,7 +216,7 @@ SNMP_EventInterface::~SNMP_EventInterface() = default;
 
 int SNMP_EventInterface::HandleEvent(CEventWrapper& event, int type) {
     debugLog("\nSNMP_EventInterface::HandleEvent starting\n");
-    if (!IsInitDone()) {
+    if (!startUpDone()) {
         debugLog("initialzation not complete yet\n");
         return 0;
     }
@@ -211,4 +230,10 @@ int SNMP_EventInterface::HandleEvent(CEventWrapper& event, int type) {
         return 0;
     }
     return runEventClone(*clone, event);
+}
+
+void setEventSink(const EventSink& sink) {
+    g_sinkQueue.store(sink.queue);
+    g_sinkWake.store(sink.wake);
+    g_sinkStarted.store(sink.started);
 }

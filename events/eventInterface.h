@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "agent/hmExport.h"
+#include "platform/hmVocabulary.h"
 #include "platform/CEventWrapper.h"
 
 // Receiver of decoded hardware events.

@@ -8,7 +8,9 @@
 #include <cstdint>
 #include <windows.h>
 
-#include "agent/pollForEvent.h"
+// The poller thread, started by the front end once start-up is done: reads the newest BMC
+// event-log entries every 3000 ms and routes them to the event decoders.
+DWORD WINAPI PollForEvent(LPVOID lpParameter);
 
 #pragma pack(push, 1)
 // One decoded SEL system-event record and the entry's description (1045 bytes).

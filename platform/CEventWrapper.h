@@ -38,10 +38,9 @@ public:
     const std::string& getSensorType() const { return m_stSensorType; }
     void setSensorType(const std::string& sensorType) { m_stSensorType = sensorType; }
 
-    // The sensor's name from the SDR, and the kind word ("Fan", "Temperature", ...).
-    const CString& getSensorName() const { return m_stSensorName; }
+    // The sensor's name from the SDR, and the kind word ("Fan", "Temperature", ...): set by
+    // the decoders and carried in the record the event interface receives.
     void setSensorName(const CString& name) { m_stSensorName = name; }
-    const std::string& getKind() const { return m_stKind; }
     void setKind(const std::string& kind) { m_stKind = kind; }
 
 private:

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "agent/hmExport.h"
+#include "platform/hmVocabulary.h"
 
 // Exported with the event sink, whose event wrapper carries texts of this type.
 class HM_EXPORT CString {

@@ -21,8 +21,9 @@ SDK::System& g_queryServiceAtLoad = queryService();
 } // namespace
 
 void ExeIntegerQuery(const char* path, uint32_t* out) {
-    if (path == nullptr || out == nullptr)
+    if (path == nullptr || out == nullptr) {
         return;
+    }
     SDK::System& system = queryService();
     try {
         QueryResult result;
@@ -31,8 +32,9 @@ void ExeIntegerQuery(const char* path, uint32_t* out) {
         system.Get(path, result);
         *out = 0;
         QueryResult::const_iterator it = result.find(path);
-        if (it != result.end() && !it->second.Values.empty())
+        if (it != result.end() && !it->second.Values.empty()) {
             *out = static_cast<uint32_t>(atoi(it->second.Values[0].c_str()));
+        }
     } catch (const ResultStatus& status) {
         debugLog("\n Query Failed is %s:", path);
         logQueryFailure(status, path, QUERY_FAILURE_INTEGER);
@@ -45,8 +47,9 @@ void dumpResultMap(const QueryResult& result) {
     for (QueryResult::const_iterator it = result.begin(); it != result.end(); ++it) {
         debugLog("Key = \"%s\"\n", it->first.c_str());
         debugLog("\tNodeType = %d\n", it->second.NodeType);
-        for (size_t i = 0; i < it->second.Values.size(); ++i)
+        for (size_t i = 0; i < it->second.Values.size(); ++i) {
             debugLog("\t\tValue[%d] = %s\n", static_cast<int>(i), it->second.Values[i].c_str());
+        }
     }
 }
 

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <new>
 
-#include "core/hmClientApi.h"
+#include "platform/hmVocabulary.h"
 #include "platform/CString.h"
 
 // The SDR identity of a sensor. Byte numbers are those of the IPMI full sensor

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "core/debugLog.h"
-#include "core/hmClientApi.h"
+#include "platform/hmVocabulary.h"
 #include "platform/queryService.h"
 
 // ---------------------------------------------------------------------------------------

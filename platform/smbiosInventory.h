@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "agent/hmExport.h"
+#include "platform/hmVocabulary.h"
 
 // Size of every text field of the inventory records; copies are cut to fit.
 constexpr size_t kInventoryTextSize = 512;

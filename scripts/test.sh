@@ -2,8 +2,8 @@
 # Builds and runs the whole test suite: every test under AddressSanitizer and
 # UndefinedBehaviorSanitizer, and again under ThreadSanitizer (all but the benchmark
 # smoke run and the soak test, whose memory check means nothing under ThreadSanitizer),
-# the source-format check, the Windows build (cross-built, checked under Wine), the
-# Debian package (scripts/test-package.sh), and
+# the source-format check, the naming and readability checks (.clang-tidy), the Windows
+# build (cross-built, checked under Wine), the Debian package (scripts/test-package.sh), and
 # each fuzz target for a short run on its seed corpus.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -23,6 +23,8 @@ done
 status=0
 echo "=== format"
 bash scripts/check-format.sh || status=1
+echo "=== tidy"
+bash scripts/tidy.sh build/asan || status=1
 echo "=== windows"
 bash scripts/test-windows.sh || status=1
 echo "=== Debian package: build, lintian, install, run and purge in a Debian 12 root"

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "core/hmClientApi.h"
+#include "platform/hmVocabulary.h"
 
 class eventHandler;
 

@@ -1,7 +1,6 @@
 #include "tables/coolingDevice.h"
 
 #include "core/debugLog.h"
-#include "core/hmClient.h"
 #include "platform/sdrDiscovery.h"
 #include "platform/sensorReading.h"
 #include "platform/sensorTableSupport.h"
@@ -16,12 +15,13 @@ CDatabase<CSensorWrapper>& coolingSensorDatabase() {
     return g_coolingSensors;
 }
 
-coolingDevice::coolingDevice() : thresholdSensorTable(1, 4) {}
+coolingDevice::coolingDevice(bool inverseLinearization)
+    : thresholdSensorTable(1, 4), m_bInverseLinearization(inverseLinearization) {}
 
 coolingDevice::~coolingDevice() = default;
 
 void coolingDevice::loadWorkingValues(const CSensorWrapper& record) {
-    const bool inverse = hmClient::bInverseLinearization;
+    const bool inverse = m_bInverseLinearization;
     if (inverse) {
         debugLog("hmClient::bInverseLinearization\n");
     }
@@ -109,5 +109,5 @@ uint32_t coolingDevice::getStrData(int attribute, int index, char** value) {
 
 uint32_t coolingDevice::setIntData(int attribute, int index, int32_t value) {
     // The slot the flag picks, as the table loads it.
-    return acceptThresholdWrite(attribute, index, value, hmClient::bInverseLinearization);
+    return acceptThresholdWrite(attribute, index, value, m_bInverseLinearization);
 }

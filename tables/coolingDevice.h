@@ -47,7 +47,9 @@ inline constexpr ThresholdTableTraits kCoolingDeviceTraits = {
 
 class coolingDevice : public thresholdSensorTable<CoolingDeviceInfo, kCoolingDeviceTraits> {
 public:
-    coolingDevice();
+    // `inverseLinearization`: the facade's flag, read from the registry before the groups
+    // are made.
+    explicit coolingDevice(bool inverseLinearization = false);
     ~coolingDevice() override;
 
     uint32_t getIntData(int attribute, int index, int32_t* value) override;
@@ -63,6 +65,7 @@ protected:
     bool readLive(int attribute, int index);
 
     int32_t m_nMultiplier = 1;
+    bool m_bInverseLinearization = false;
 };
 
 #endif

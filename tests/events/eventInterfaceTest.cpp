@@ -4,7 +4,10 @@
 #include <cstring>
 #include <string>
 
+#include "agent/agentApi.h"
+#include "core/hmClientApi.h"
 #include "events/eventInterface.h"
+#include "events/eventSink.h"
 #include "fakeClient.h"
 #include "trapHarness.h"
 
@@ -12,6 +15,9 @@ namespace {
 
 class EventCloneTest : public ::testing::Test {
 protected:
+    // The sink the front end installs at start-up.
+    void SetUp() override { setEventSink({&addEvent, &AssertTrap, &IsInitDone}); }
+
     std::string trace() { return m_trace.text(); }
 
     CEventWrapper wrapper(int32_t deviceId, const char* description, const char* status) {

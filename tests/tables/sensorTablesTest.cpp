@@ -271,9 +271,8 @@ TEST_F(SensorTablesTest, CoolingDeviceKeepsLinearFans) {
 // With inverse linearization the record's lower thresholds are published and judged as
 // upper ones: FAN4's 400 RPM is below the working lower critical 9000.
 TEST_F(SensorTablesTest, InverseLinearizationSwapsUpperAndLowerThresholds) {
-    hmClient::bInverseLinearization = true;
     sensortest::usePlatformFile("fan.json");
-    coolingDevice t;
+    coolingDevice t(true);
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
     expectRows(t, kCooling,
                {
