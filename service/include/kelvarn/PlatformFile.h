@@ -32,8 +32,8 @@ struct ServiceConfig {
     std::string journal;         // live-change journal; simulated: the platform file's + ".journal"
     std::string origin;          // the configuration file read, or empty
     // Where the /BMC and the /SMBIOS facts come from; empty: from `source`.
-    std::string bmc;                         // "demo", "simulated", "ipmi-inband", "ipmi-lan"
-    std::string smbios;                      // "demo", "simulated", "sysfs" or "sysfs:DIR", "dump:FILE", "firmware"
+    std::string bmc;    // "demo", "simulated", "ipmi-inband", "ipmi-lan"
+    std::string smbios; // "demo", "simulated", "sysfs" or "sysfs:DIR", "dump:FILE", "firmware"
     std::map<std::string, std::string> ipmi; // the "ipmi-*" keys, for the IPMI source
 };
 
