@@ -134,7 +134,7 @@ public:
     uint64_t sweeps() const { return m_sweeps.load(); }
     // How often every reading is refreshed under the budget (0 before the
     // first sweep): what a manager sees as the sensors' update rate.
-    uint64_t readingRefreshPeriodMs() const { return m_periodMs.load(); }
+    uint64_t readingRefreshPeriodMs() const override { return m_periodMs.load(); }
     std::string lastError() const;
 
 private:

@@ -108,13 +108,15 @@ template <typename F> auto IpmiSource::paced(CommandPacer& pacer, F call) -> dec
         if (m_wake.wait_until(lock, pacer.next(Clock::now()), [this] { return m_stop; }))
             throw Stopping();
     }
+    // Charged from when the call began: the BMC's own time counts in the gap.
+    const auto started = Clock::now();
     const uint64_t before = m_backend->commandsSent();
     try {
         auto result = call();
-        pacer.spent(Clock::now(), m_backend->commandsSent() - before);
+        pacer.spent(started, m_backend->commandsSent() - before);
         return result;
     } catch (...) {
-        pacer.spent(Clock::now(), m_backend->commandsSent() - before);
+        pacer.spent(started, m_backend->commandsSent() - before);
         throw;
     }
 }
