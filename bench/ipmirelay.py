@@ -17,6 +17,10 @@ client's datagrams by what the RMCP and session headers say:
   retransmission.
 - "other": anything else (not RMCP class IPMI or ASF, or cut short).
 
+A BMC is a slow computer that handles one request at a time: with `delay`
+seconds, every answer of the BMC is held back until `delay` after the later of
+its request's arrival and the previous answer's release.
+
 The relay runs in a thread of the calling program; counts() is a consistent
 snapshot, taken under the relay's lock.
 """
@@ -58,8 +62,11 @@ def classify(datagram):
 
 
 class IpmiRelay:
-    def __init__(self, bmc_port, bmc_host="127.0.0.1"):
+    def __init__(self, bmc_port, bmc_host="127.0.0.1", delay=0.0):
         self.bmc = (bmc_host, bmc_port)
+        self.delay = delay
+        self.busy_until = 0.0  # when the simulated BMC is done with the requests so far
+        self.held = []  # (release time, answer, client), in release order
         self.front = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
         self.front.bind(("127.0.0.1", 0))
         self.port = self.front.getsockname()[1]
@@ -90,7 +97,15 @@ class IpmiRelay:
 
     def run(self):
         while not self.stopping:
-            for key, _ in self.selector.select(0.1):
+            now = time.monotonic()
+            while self.held and self.held[0][0] <= now:
+                _, data, client = self.held.pop(0)
+                try:
+                    self.front.sendto(data, client)
+                except OSError:
+                    pass
+            wait = min(0.1, self.held[0][0] - now) if self.held else 0.1
+            for key, _ in self.selector.select(max(wait, 0.0)):
                 sock, client = key.fileobj, key.data
                 try:
                     data, sender = sock.recvfrom(65536)
@@ -108,6 +123,7 @@ class IpmiRelay:
                     with self.lock:
                         self.totals[classify(data)] += 1
                         self.last = now
+                    self.busy_until = max(self.busy_until, now) + self.delay
                     try:
                         back.send(data)
                     except OSError:
@@ -116,6 +132,9 @@ class IpmiRelay:
                     with self.lock:
                         self.totals["answers"] += 1
                         self.last = self.last_answer = now
+                    if self.delay > 0:
+                        self.held.append((max(self.busy_until, now), data, client))
+                        continue
                     try:
                         self.front.sendto(data, client)
                     except OSError:

@@ -17,6 +17,7 @@
 
 #include "kelvarn/Errors.h"
 #include "kelvarn/Ipmi.h"
+#include "kelvarn/IpmiPacer.h"
 #include "serviceTestUtil.h"
 
 namespace {
@@ -72,6 +73,7 @@ struct MockBmc {
     kelvarn::FruInfo fru;
     kelvarn::IpmiDeviceId id;
     int opens = 0, sdrReads = 0, selReads = 0;
+    std::string calls; // "S" per SEL check, the sensor number per reading
     uint64_t commands = 0;
     std::set<std::thread::id> callers;
 
@@ -124,6 +126,7 @@ public:
     }
     bool readSensor(const Bytes& record, kelvarn::SensorReading& out) override {
         auto g = call();
+        m_bmc->calls += std::to_string(record[7]);
         auto it = m_bmc->readings.find(record[7]);
         if (it == m_bmc->readings.end())
             return false;
@@ -140,6 +143,7 @@ public:
     }
     kelvarn::IpmiSelInfo getSelInfo() override {
         auto g = call();
+        m_bmc->calls += 'S';
         return m_bmc->selInfo;
     }
     std::vector<std::array<uint8_t, 16>> readSel() override {
@@ -176,6 +180,7 @@ IpmiSettings fastSettings(unsigned refreshMs, unsigned slowEvery = 1000) {
     s.refreshMs = refreshMs;
     s.slowEvery = slowEvery;
     s.staleAfter = 3;
+    s.maxCommandsPerSecond = 0;
     s.startupWaitMs = 5000;
     s.sdrCacheDir = "/nonexistent";
     return s;
@@ -307,6 +312,52 @@ TEST(IpmiSource, ReadingsRefreshEachPeriodSelWhenItChangesSdrOnTheSlowCycle) {
     std::lock_guard<std::mutex> g(rig.bmc->lock);
     EXPECT_EQ(rig.bmc->selReads, 2);
     EXPECT_EQ(rig.bmc->sdrReads, 1);
+}
+
+// Fixed pacing never saves idle time for a burst; the refresh plan leaves
+// the SEL check its place and spreads the readings over the polls.
+TEST(IpmiPacer, PacesEvenlyAndPlansTheRefresh) {
+    using ms = std::chrono::milliseconds;
+    const Clock::time_point t0{};
+    kelvarn::CommandPacer pacer(10);
+    const struct {
+        int atMs, commands, nextMs; // spent `commands` at atMs, then the next slot
+    } steps[] = {{0, 1, 100}, {50, 0, 100}, {100, 3, 400}, {1000, 1, 1100}};
+    for (const auto& s : steps) {
+        pacer.spent(t0 + ms(s.atMs), unsigned(s.commands));
+        EXPECT_EQ(pacer.next(t0 + ms(s.atMs)), t0 + ms(s.nextMs)) << s.atMs;
+    }
+    kelvarn::CommandPacer unlimited;
+    unlimited.spent(t0, 1000);
+    EXPECT_EQ(unlimited.next(t0 + ms(1)), t0 + ms(1));
+
+    const struct {
+        unsigned sensors, perSecond, pollMs, readingsPerPoll;
+        uint64_t periodMs;
+        bool within;
+    } plans[] = {
+        {240, 9, 2000, 17, 30000, true}, {240, 0, 2000, 240, 2000, true}, {5, 30, 100, 2, 300, true},
+        {240, 1, 500, 1, 120000, false}, {4, 100, 1000, 4, 1000, true},   {0, 9, 2000, 0, 2000, true},
+    };
+    for (const auto& p : plans) {
+        const kelvarn::RefreshPlan plan = kelvarn::planRefresh(p.sensors, p.perSecond, p.pollMs);
+        EXPECT_EQ(plan.readingsPerPoll, p.readingsPerPoll) << p.sensors << "@" << p.perSecond;
+        EXPECT_EQ(plan.periodMs, p.periodMs) << p.sensors << "@" << p.perSecond;
+        EXPECT_EQ(plan.withinBudget, p.within) << p.sensors << "@" << p.perSecond;
+    }
+}
+
+// Under a budget the first sweep reads every sensor, then each poll checks
+// the SEL and reads the next readings of the round-robin.
+TEST(IpmiSource, BudgetReadsRoundRobinAfterTheSelCheck) {
+    Rig rig;
+    IpmiSettings s = fastSettings(100);
+    s.maxCommandsPerSecond = 30; // 3 commands a poll: the SEL check and 2 readings
+    rig.start(s);
+    ASSERT_TRUE(eventually([&] { return rig.source->sweeps() >= 5; }));
+    EXPECT_EQ(rig.source->readingRefreshPeriodMs(), 300u);
+    std::lock_guard<std::mutex> g(rig.bmc->lock);
+    EXPECT_EQ(rig.bmc->calls.substr(0, 18), "S12345S12S34S51S23");
 }
 
 // The poller's request form over the mirrored SEL; a cleared SEL makes the
@@ -491,6 +542,7 @@ TEST(IpmiSettings, KeysAndTheirErrors) {
                                                      {"ipmi-refresh-ms", "500"},
                                                      {"ipmi-stale-after", "4"},
                                                      {"ipmi-slow-every", "10"},
+                                                     {"ipmi-max-commands-per-second", "20"},
                                                      {"ipmi-sdr-cache", "/var/tmp"}};
     IpmiSettings s = kelvarn::parseIpmiSettings(IpmiSettings::Mode::Lan, keys, "k.conf");
     EXPECT_EQ(s.host, "10.0.0.5");
@@ -502,10 +554,12 @@ TEST(IpmiSettings, KeysAndTheirErrors) {
     EXPECT_EQ(s.refreshMs, 500u);
     EXPECT_EQ(s.staleAfter, 4u);
     EXPECT_EQ(s.slowEvery, 10u);
+    EXPECT_EQ(s.maxCommandsPerSecond, 20u);
     EXPECT_EQ(s.sdrCacheDir, "/var/tmp");
     IpmiSettings inband = kelvarn::parseIpmiSettings(IpmiSettings::Mode::Inband, {}, "k.conf");
     EXPECT_EQ(inband.refreshMs, 2000u);
     EXPECT_EQ(inband.staleAfter, 3u);
+    EXPECT_EQ(inband.maxCommandsPerSecond, 9u);
     const std::pair<std::map<std::string, std::string>, const char*> bad[] = {
         {{{"ipmi-port", "0"}}, "k.conf: ipmi-port \"0\" is not a number from 1 to 65535"},
         {{{"ipmi-cipher-suite", "3x"}}, "k.conf: ipmi-cipher-suite \"3x\" is not a number from 0 to 17"},

@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "kelvarn/IpmiPacer.h"
 #include "kelvarn/Platform.h"
 
 namespace kelvarn {
@@ -24,18 +25,21 @@ namespace kelvarn {
 struct IpmiSettings {
     enum class Mode { Inband, Lan };
     Mode mode = Mode::Inband;
-    std::string device;             // in-band: the driver's device, empty: FreeIPMI's probing (/dev/ipmi0)
-    std::string host;               // LAN: host name or address
-    unsigned port = 623;            // LAN: UDP port
-    std::string user;               // LAN: user name
-    std::string passwordFile;       // LAN: file whose first line is the password
-    uint8_t privilege = 2;          // LAN: 2 user, 3 operator, 4 administrator
-    uint8_t cipherSuite = 3;        // LAN: IPMI 2.0 cipher suite ID
-    unsigned workarounds = 0;       // LAN: FreeIPMI's IPMI 2.0 workaround flags
-    unsigned refreshMs = 2000;      // readings are read again every refreshMs
-    unsigned slowEvery = 30;        // thresholds, names, SDR, FRU: every slowEvery refreshes
-    unsigned staleAfter = 3;        // values older than staleAfter refreshes are failures
-    unsigned startupWaitMs = 10000; // the first query waits at most this long for the first sweep
+    std::string device;                // in-band: the driver's device, empty: FreeIPMI's probing (/dev/ipmi0)
+    std::string host;                  // LAN: host name or address
+    unsigned port = 623;               // LAN: UDP port
+    std::string user;                  // LAN: user name
+    std::string passwordFile;          // LAN: file whose first line is the password
+    uint8_t privilege = 2;             // LAN: 2 user, 3 operator, 4 administrator
+    uint8_t cipherSuite = 3;           // LAN: IPMI 2.0 cipher suite ID
+    unsigned workarounds = 0;          // LAN: FreeIPMI's IPMI 2.0 workaround flags
+    unsigned refreshMs = 2000;         // the SEL is checked, and readings wanted, every refreshMs
+    bool refreshMsSet = false;         // refreshMs configured: a budget that cannot meet it is reported
+    unsigned maxCommandsPerSecond = 9; // steady IPMI command budget; 0: none
+    unsigned startupCommandsPerSecond = 0; // budget of a full sweep (start, reconnection); 0: none
+    unsigned slowEvery = 30;               // thresholds, names, SDR, FRU: every slowEvery refreshes
+    unsigned staleAfter = 3;               // values older than staleAfter refreshes are failures
+    unsigned startupWaitMs = 10000;        // the first query waits at most this long for the first sweep
     std::string sdrCacheDir = "/var/cache/kelvarn";
 };
 
@@ -106,9 +110,11 @@ public:
 KELVARN_API std::unique_ptr<IpmiBackend> makeFreeIpmiBackend(const IpmiSettings& settings);
 
 // Answers from what the background thread last read. The thread connects,
-// sweeps everything once, then reads the readings every refresh period and
-// the rest every slowEvery periods or when the SEL or SDR changed; it
-// reconnects by itself after a failure. Nothing here waits on the BMC except
+// sweeps everything once, then every refresh period checks the SEL and reads
+// as many readings, round-robin, as the command budget leaves; the rest is
+// read every slowEvery periods or when the SEL or SDR changed (thresholds,
+// under a budget, only at a full sweep); it reconnects by itself after a
+// failure. Commands are paced evenly within the budget. Nothing here waits on the BMC except
 // the first query, which waits up to startupWaitMs for the first sweep.
 class KELVARN_API IpmiSource : public Source {
 public:
@@ -126,6 +132,9 @@ public:
     // Observation for tests and diagnostics.
     uint64_t commandsSent() const { return m_commands.load(); }
     uint64_t sweeps() const { return m_sweeps.load(); }
+    // How often every reading is refreshed under the budget (0 before the
+    // first sweep): what a manager sees as the sensors' update rate.
+    uint64_t readingRefreshPeriodMs() const override { return m_periodMs.load(); }
     std::string lastError() const;
 
 private:
@@ -145,7 +154,11 @@ private:
     };
 
     void run();
-    void sweep(bool slow);
+    struct Stopping {};
+    void sweep(bool slow, bool full);
+    // Runs one backend call once `pacer` allows, charging what it sent;
+    // throws Stopping when the source is being destroyed.
+    template <typename F> auto paced(CommandPacer& pacer, F call) -> decltype(call());
     void waitForFirstSweep();
     // Throws kSourceUnavailable when nothing was read within the bound.
     std::shared_ptr<const Memory> current();
@@ -163,12 +176,16 @@ private:
     bool m_startupDone = false;
     std::atomic<uint64_t> m_commands{0};
     std::atomic<uint64_t> m_sweeps{0};
+    std::atomic<uint64_t> m_periodMs{0};
 
     // Owned by the background thread.
     bool m_open = false;
     IpmiSelInfo m_selInfo;
     std::map<uint8_t, IpmiThresholds> m_thresholds;
     unsigned m_count = 0;
+    CommandPacer m_pacer, m_startupPacer;
+    size_t m_nextSensor = 0; // where the round-robin of readings goes on
+    bool m_reported = false; // a refresh period the budget cannot meet was reported
 
     std::thread m_thread;
 };

@@ -112,6 +112,9 @@ public:
     // The SEL, oldest entry first.
     virtual std::vector<SelEntry> selEntries() = 0;
     virtual Inventory inventory() = 0;
+    // How often a source that reads in the background refreshes every sensor
+    // reading, in milliseconds (a sensor's update rate); 0: read at each query.
+    virtual uint64_t readingRefreshPeriodMs() const { return 0; }
 };
 
 // A whole platform held in memory: what the simulated source serves.

@@ -99,6 +99,11 @@ IpmiSettings parseIpmiSettings(IpmiSettings::Mode mode, const std::map<std::stri
             }
         } else if (k == "ipmi-refresh-ms") {
             s.refreshMs = number(k, v, 100, 3600000, origin);
+            s.refreshMsSet = true;
+        } else if (k == "ipmi-max-commands-per-second") {
+            s.maxCommandsPerSecond = number(k, v, 0, 100000, origin);
+        } else if (k == "ipmi-startup-commands-per-second") {
+            s.startupCommandsPerSecond = number(k, v, 0, 100000, origin);
         } else if (k == "ipmi-slow-every") {
             s.slowEvery = number(k, v, 1, 100000, origin);
         } else if (k == "ipmi-stale-after") {

@@ -1,5 +1,6 @@
 // The IPMI source: a background thread keeps a copy of the BMC's facts in
 // memory; queries are answered from that copy only.
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -70,6 +71,8 @@ IpmiSource::IpmiSource(IpmiSettings settings, std::unique_ptr<IpmiBackend> backe
         if (c == '/' || c == ':')
             c = '_';
     m_cacheFile = m_settings.sdrCacheDir + "/sdr-cache-" + name;
+    m_pacer = CommandPacer(m_settings.maxCommandsPerSecond);
+    m_startupPacer = CommandPacer(m_settings.startupCommandsPerSecond);
     m_thread = std::thread([this] { run(); });
 }
 
@@ -99,20 +102,44 @@ IpmiSource::Clock::duration IpmiSource::bound() const {
     return std::chrono::milliseconds(uint64_t(m_settings.refreshMs) * m_settings.staleAfter);
 }
 
+template <typename F> auto IpmiSource::paced(CommandPacer& pacer, F call) -> decltype(call()) {
+    {
+        std::unique_lock<std::mutex> lock(m_lock);
+        if (m_wake.wait_until(lock, pacer.next(Clock::now()), [this] { return m_stop; }))
+            throw Stopping();
+    }
+    // Charged from when the call began: the BMC's own time counts in the gap.
+    const auto started = Clock::now();
+    const uint64_t before = m_backend->commandsSent();
+    try {
+        auto result = call();
+        pacer.spent(started, m_backend->commandsSent() - before);
+        return result;
+    } catch (...) {
+        pacer.spent(started, m_backend->commandsSent() - before);
+        throw;
+    }
+}
+
 void IpmiSource::run() {
     std::unique_lock<std::mutex> lock(m_lock);
     while (!m_stop) {
         lock.unlock();
+        // Polls start every refresh period, however long a paced sweep took.
+        const auto started = Clock::now();
         std::string error;
         try {
             bool slow = m_count % m_settings.slowEvery == 0;
+            bool full = false;
             if (!m_open) {
                 m_backend->open();
                 m_open = true;
-                slow = true; // after a reconnection everything may have changed
+                slow = full = true; // after a reconnection everything may have changed
             }
-            sweep(slow);
+            sweep(slow, full);
             ++m_count;
+        } catch (const Stopping&) {
+            break;
         } catch (const IpmiFailure& e) {
             error = e.what();
         } catch (const std::exception& e) {
@@ -130,11 +157,14 @@ void IpmiSource::run() {
             m_lastError = error;
         m_startupDone = true;
         m_wake.notify_all();
-        m_wake.wait_for(lock, std::chrono::milliseconds(m_settings.refreshMs), [this] { return m_stop; });
+        m_wake.wait_until(lock, started + std::chrono::milliseconds(m_settings.refreshMs),
+                          [this] { return m_stop; });
     }
 }
 
-void IpmiSource::sweep(bool slow) {
+void IpmiSource::sweep(bool slow, bool full) {
+    CommandPacer& pacer = full ? m_startupPacer : m_pacer;
+    const bool budget = m_settings.maxCommandsPerSecond != 0;
     std::shared_ptr<const Memory> previous;
     {
         std::lock_guard<std::mutex> guard(m_lock);
@@ -144,7 +174,7 @@ void IpmiSource::sweep(bool slow) {
     if (previous)
         *next = *previous;
     if (slow || !next->loaded) {
-        const IpmiDeviceId id = m_backend->getDeviceId();
+        const IpmiDeviceId id = paced(pacer, [&] { return m_backend->getDeviceId(); });
         next->oem.deviceId = id.deviceId;
         next->oem.manufacturerId = id.manufacturerId;
         next->oem.productId = id.productId;
@@ -154,14 +184,27 @@ void IpmiSource::sweep(bool slow) {
         std::snprintf(text, sizeof text, "%u.%u", id.ipmiMajor, id.ipmiMinor);
         next->oem.ipmiVersion = text;
 
-        std::vector<Bytes> sdr = m_backend->readSdr(m_cacheFile);
+        std::vector<Bytes> sdr = paced(pacer, [&] { return m_backend->readSdr(m_cacheFile); });
+        // Under a budget the thresholds are read at a full sweep only and kept
+        // for the slow cycles: re-reading them all would hold the SEL check back.
+        const bool readThresholds = full || !budget || !next->loaded;
+        if (readThresholds)
+            m_thresholds.clear();
         for (Bytes& r : sdr) {
             if (!hasReadableThresholds(r))
                 continue;
+            if (!readThresholds) {
+                auto kept = m_thresholds.find(r[kSensorNumber]);
+                if (kept != m_thresholds.end())
+                    overlayThresholds(r, kept->second);
+                continue;
+            }
             IpmiThresholds t;
             try {
-                if (m_backend->getThresholds(r[kSensorNumber], t))
+                if (paced(pacer, [&] { return m_backend->getThresholds(r[kSensorNumber], t); })) {
                     overlayThresholds(r, t);
+                    m_thresholds[r[kSensorNumber]] = t;
+                }
             } catch (const IpmiFailure& e) {
                 if (e.lost())
                     throw;
@@ -170,7 +213,7 @@ void IpmiSource::sweep(bool slow) {
         }
         next->sdr = std::move(sdr);
         try {
-            next->fru = m_backend->readFru();
+            next->fru = paced(pacer, [&] { return m_backend->readFru(); });
         } catch (const IpmiFailure& e) {
             if (e.lost())
                 throw;
@@ -178,10 +221,10 @@ void IpmiSource::sweep(bool slow) {
         }
     }
 
-    const IpmiSelInfo info = m_backend->getSelInfo();
+    const IpmiSelInfo info = paced(pacer, [&] { return m_backend->getSelInfo(); });
     if (slow || !next->loaded || !(info == m_selInfo)) {
         std::vector<SelEntry> sel;
-        for (const auto& raw : m_backend->readSel()) {
+        for (const auto& raw : paced(pacer, [&] { return m_backend->readSel(); })) {
             SelEntry e;
             e.raw = raw;
             sel.push_back(e);
@@ -190,6 +233,8 @@ void IpmiSource::sweep(bool slow) {
         m_selInfo = info;
     }
 
+    // The sensors, each once (the first record of a sensor answers for it).
+    std::vector<const Bytes*> sensors;
     std::map<SensorAddress, Reading> readings;
     for (const Bytes& r : next->sdr) {
         if (!isSensorRecord(r))
@@ -198,11 +243,31 @@ void IpmiSource::sweep(bool slow) {
         a.owner = r[kOwnerId];
         a.lun = r[kOwnerLun];
         a.number = r[kSensorNumber];
-        if (readings.count(a))
-            continue; // the first record of a sensor answers for it
-        Reading reading;
+        if (readings.emplace(a, Reading()).second)
+            sensors.push_back(&r);
+    }
+    const RefreshPlan plan =
+        planRefresh(unsigned(sensors.size()), m_settings.maxCommandsPerSecond, m_settings.refreshMs);
+    // A full sweep reads every sensor; otherwise the next readingsPerPoll of
+    // the round-robin, the others keeping their last reading.
+    const size_t count = full || !next->loaded ? sensors.size() : plan.readingsPerPoll;
+    if (m_nextSensor >= sensors.size())
+        m_nextSensor = 0;
+    for (size_t i = 0; i < sensors.size(); ++i) {
+        const size_t k = (m_nextSensor + i) % sensors.size();
+        const Bytes& r = *sensors[k];
+        SensorAddress a;
+        a.owner = r[kOwnerId];
+        a.lun = r[kOwnerLun];
+        a.number = r[kSensorNumber];
+        Reading& reading = readings[a];
+        auto old = next->readings.find(a);
+        if (i >= count && old != next->readings.end()) {
+            reading = old->second;
+            continue;
+        }
         try {
-            if (!m_backend->readSensor(r, reading.value))
+            if (!paced(pacer, [&] { return m_backend->readSensor(r, reading.value); }))
                 reading.value.available = false;
         } catch (const IpmiFailure& e) {
             if (e.lost())
@@ -210,8 +275,21 @@ void IpmiSource::sweep(bool slow) {
             reading.value.available = false;
         }
         reading.at = Clock::now();
-        readings[a] = reading;
     }
+    if (!sensors.empty())
+        m_nextSensor = (m_nextSensor + count) % sensors.size();
+    const uint64_t period = plan.periodMs > m_settings.refreshMs ? plan.periodMs : m_settings.refreshMs;
+    if (!m_reported && m_settings.refreshMsSet && (period > m_settings.refreshMs || !plan.withinBudget)) {
+        m_reported = true;
+        const uint64_t needed = (uint64_t(sensors.size()) + 1) * 1000 / m_settings.refreshMs + 1;
+        std::fprintf(stderr,
+                     "%s: %zu sensors within ipmi-max-commands-per-second=%u are each read every %llu ms, "
+                     "not every %u ms as ipmi-refresh-ms asks; a budget of %llu commands per second "
+                     "would meet it\n",
+                     describe().c_str(), sensors.size(), m_settings.maxCommandsPerSecond,
+                     (unsigned long long)period, m_settings.refreshMs, (unsigned long long)needed);
+    }
+    m_periodMs = period;
     next->readings = std::move(readings);
     next->contact = Clock::now();
     next->loaded = true;
@@ -259,7 +337,9 @@ bool IpmiSource::sensorReading(const SensorAddress& address, SensorReading& out)
     auto it = m->readings.find(address);
     if (it == m->readings.end())
         return false;
-    if (Clock::now() - it->second.at > bound())
+    const auto readingBound = std::max<Clock::duration>(
+        bound(), std::chrono::milliseconds(m_periodMs.load() * m_settings.staleAfter));
+    if (Clock::now() - it->second.at > readingBound)
         throw QueryError(kSourceUnavailable,
                          "BMC data unavailable: the reading of sensor " + std::to_string(address.number) +
                              " was not refreshed in time",
