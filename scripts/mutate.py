@@ -105,16 +105,31 @@ def candidate_sites(tree):
     return sites
 
 
+RUNNING = []  # the command under way, stopped with the script
+
+
+def stop_running():
+    for proc in RUNNING:
+        try:
+            os.killpg(proc.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        proc.wait()
+    RUNNING.clear()
+
+
 def run(cmd, cwd, timeout, log):
     """Runs a command; its output goes to log. Returns the exit code, or None on timeout."""
     with open(log, "a") as out:
         proc = subprocess.Popen(cmd, cwd=cwd, stdout=out, stderr=subprocess.STDOUT, start_new_session=True)
+        RUNNING.append(proc)
         try:
             return proc.wait(timeout=timeout)
         except subprocess.TimeoutExpired:
-            os.killpg(proc.pid, signal.SIGKILL)
-            proc.wait()
+            stop_running()
             return None
+        finally:
+            RUNNING.clear()
 
 
 def artifacts(build):
@@ -194,9 +209,9 @@ def main():
         pending.clear()
 
     def interrupted(signum, _frame):
+        stop_running()
         restore()
-        print("interrupted: the tree is restored", file=sys.stderr)
-        sys.exit(128 + signum)
+        raise KeyboardInterrupt
 
     signal.signal(signal.SIGINT, interrupted)
     signal.signal(signal.SIGTERM, interrupted)
@@ -248,6 +263,8 @@ def main():
                 survivors.append(f"{where}: {site['kind']}: {site['what']}")
             print(f"[{index}/{len(sample)}] {verdict:12} {where}: {site['kind']}: {site['what']} "
                   f"({time.time() - t0:.0f} s)", flush=True)
+    except KeyboardInterrupt:
+        print("interrupted: the tree is restored; the figures below are partial", flush=True)
     finally:
         restore()
         # Put the build back in step with the restored tree.
