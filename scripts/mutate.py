@@ -165,6 +165,7 @@ def main():
     parser.add_argument("--build", help="build directory (default TREE/build/mutate)")
     parser.add_argument("--timeout", type=int, default=300, help="seconds for one mutant's build and tests")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
+    parser.add_argument("--first", type=int, default=1, help="start at this mutant of the sample (resume a run)")
     args = parser.parse_args()
     tree = os.path.abspath(args.tree)
     build = os.path.abspath(args.build or os.path.join(tree, "build", "mutate"))
@@ -221,6 +222,8 @@ def main():
     started = time.time()
     try:
         for index, site in enumerate(sample, 1):
+            if index < args.first:
+                continue
             t0 = time.time()
             path = os.path.join(tree, site["file"])
             with open(path, encoding="utf-8", errors="surrogateescape") as fh:
