@@ -123,14 +123,9 @@ protected:
     // every second; SMBIOS facts come from the built-in demo server.
     // `startupWaitMs`: how long the agent's first queries wait for the first read.
     void useBmcAt(unsigned port, int staleAfter, int startupWaitMs = 10000) {
-        write("bmc.pass", "test\n");
-        chmod((m_dir + "/bmc.pass").c_str(), 0600);
-        write("kelvarn.conf",
-              "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" + std::to_string(port) +
-                  "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-workarounds=opensesspriv\n"
-                  "ipmi-refresh-ms=1000\nipmi-stale-after=" +
-                  std::to_string(staleAfter) + "\nipmi-startup-wait-ms=" + std::to_string(startupWaitMs) +
-                  "\nipmi-sdr-cache=cache\nsmbios=demo\n");
+        writeBmcConfig(m_dir, port,
+                       "ipmi-refresh-ms=1000\nipmi-stale-after=" + std::to_string(staleAfter) +
+                           "\nipmi-startup-wait-ms=" + std::to_string(startupWaitMs) + "\n");
     }
     // ipmi_sim behind a relay that can slow or silence it, read by the query service
     // as useBmcAt says; skips the test when ipmi_sim is not installed.

@@ -58,6 +58,19 @@ inline std::map<std::string, std::vector<std::string>> sensorList(const std::str
     return rows;
 }
 
+// The query service's configuration in `dir` for ipmi_sim's user on 127.0.0.1:`port`
+// (the password in bmc.pass, the SDR cached), SMBIOS facts from the demo server;
+// `extra`: further "key=value\n" lines.
+inline void writeBmcConfig(const std::string& dir, unsigned port, const std::string& extra) {
+    writeFile(dir + "/bmc.pass", "test\n");
+    chmod((dir + "/bmc.pass").c_str(), 0600);
+    writeFile(dir + "/kelvarn.conf",
+              "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" + std::to_string(port) +
+                  "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\n"
+                  "ipmi-workarounds=opensesspriv\nipmi-sdr-cache=cache\nsmbios=demo\n" +
+                  extra);
+}
+
 class IpmiSimGuard {
 public:
     IpmiSimGuard() {
