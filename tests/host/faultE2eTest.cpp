@@ -110,14 +110,9 @@ protected:
     }
     // snmptrapd on a free port; returns the "127.0.0.1:PORT" to send to.
     std::string startTrapReceiver() {
-        const std::string sink = "127.0.0.1:" + std::to_string(freePort());
-        write("snmptrapd.conf", trapReceiverConfig());
-        m_receiver = std::make_unique<Process>(
-            std::vector<std::string>{daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf",
-                                     "-Lf", m_dir + "/traps.log", "-On", "udp:" + sink},
-            m_dir + "/snmptrapd.out");
-        EXPECT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << m_receiver->output();
-        return sink;
+        const int port = freePort();
+        m_receiver = launchTrapReceiver(port);
+        return "127.0.0.1:" + std::to_string(port);
     }
     // The query service reads a BMC over IPMI LAN at `port` (ipmi_sim's user),
     // every second; SMBIOS facts come from the built-in demo server.

@@ -55,10 +55,6 @@ std::vector<std::string> trapsIn(const std::string& path) {
     return traps;
 }
 
-const char kTrapReceiverConfig[] = "authCommunity log public\n"
-                                   "format1 V1 %N %w %q %T|%V|%v\\n\n"
-                                   "format2 V2 %V|%v\\n\n";
-
 // Runs a net-snmp command-line tool; MIB files are not read, output is numeric.
 Result run(const std::string& command) {
     return runCommand("MIBS= " + command);
@@ -315,11 +311,7 @@ TEST_F(HostE2e, StopsCleanlyOnSigtermAndClosesTheAgent) {
 // its converted form, bindings included.
 TEST_F(HostE2e, TrapsReachTheConfiguredSinks) {
     const int trapPort = freePort();
-    write("snmptrapd.conf", kTrapReceiverConfig);
-    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                      m_dir + "/traps.log", "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
-                     m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    const auto receiver = launchTrapReceiver(trapPort);
 
     setenv("HMFAKE_TRAPS", "2", 1);
     const std::string sink = "127.0.0.1:" + std::to_string(trapPort);
@@ -367,11 +359,7 @@ TEST_F(HostE2e, SelEntryAndHealthChangeReachTheTrapSink) {
     write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
     setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
     const int trapPort = freePort();
-    write("snmptrapd.conf", kTrapReceiverConfig);
-    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                      m_dir + "/traps.log", "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
-                     m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    const auto receiver = launchTrapReceiver(trapPort);
     auto daemon = startDaemon(masterConfig("trapsink 127.0.0.1:" + std::to_string(trapPort) + " public\n"));
     ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
 
@@ -469,11 +457,7 @@ TEST_F(HostE2e, AgentxSubagentOfSnmpdSurvivesAMasterRestart) {
 // master sends them to its own sinks.
 TEST_F(HostE2e, SubagentTrapsGoThroughTheMaster) {
     const int trapPort = freePort();
-    write("snmptrapd.conf", kTrapReceiverConfig);
-    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                      m_dir + "/traps.log", "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
-                     m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    const auto receiver = launchTrapReceiver(trapPort);
     const std::string socket = "unix:" + m_dir + "/agentx";
     write("snmpd.conf", "master agentx\nagentXSocket " + socket + "\nagentaddress udp:" + endpoint() +
                             "\ntrap2sink 127.0.0.1:" + std::to_string(trapPort) + " public\n");

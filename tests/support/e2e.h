@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -275,6 +276,17 @@ protected:
         writeFile(m_dir + "/" + name, text);
     }
     std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
+    // snmptrapd on 127.0.0.1:`port`, logging to traps.log as trapReceiverConfig() says.
+    std::unique_ptr<Process> launchTrapReceiver(int port) const {
+        write("snmptrapd.conf", trapReceiverConfig());
+        auto receiver = std::make_unique<Process>(
+            std::vector<std::string>{daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf",
+                                     "-Lf", m_dir + "/traps.log", "-On",
+                                     "udp:127.0.0.1:" + std::to_string(port)},
+            m_dir + "/snmptrapd.out");
+        EXPECT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver->output();
+        return receiver;
+    }
 
     TempDir m_tmp;
     std::string m_dir = m_tmp.path();
