@@ -96,15 +96,12 @@ TEST_F(SoakE2e, SteadyLoadWithEvents) {
     write("agent.conf", "platformid = 4242\ntrapsenabled = 1\n");
     writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/agent.log");
 
-    const std::string sink = "127.0.0.1:" + std::to_string(freePort());
-    write("snmptrapd.conf", trapReceiverConfig());
-    m_receiver = std::make_unique<Process>(
-        std::vector<std::string>{daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                                 m_dir + "/traps.log", "-On", "udp:" + sink},
-        m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << m_receiver->output();
+    const int trapPort = freePort();
+    m_receiver = launchTrapReceiver(trapPort);
+    ASSERT_FALSE(HasFailure());
+    const std::string sink = "127.0.0.1:" + std::to_string(trapPort);
 
-    const std::string endpoint = "127.0.0.1:" + std::to_string(freePort());
+    const std::string endpoint = DaemonTest::endpoint();
     write("hmagentd.conf",
           "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
               "/registry.reg\nagentaddress udp:" + endpoint +
