@@ -18,6 +18,8 @@
 
 #include <snmp.h>
 
+#include "support/files.h"
+
 namespace hmtest {
 
 using Arcs = std::vector<UINT>;
@@ -93,13 +95,6 @@ struct Answer {
     AsnInteger32 status = -1;
     AsnInteger32 index = -1;
 };
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // True when the trace holds `message` as the text of one trace call (after the
 // "hh:mm:ss: (thread) " prefix).

@@ -12,9 +12,9 @@
 
 #include <gtest/gtest.h>
 
-#include "e2eSupport.h"
-#include "tests/service/ipmiSimGuard.h"
-#include "udpDelayProxy.h"
+#include "support/e2e.h"
+#include "support/ipmiSim.h"
+#include "support/udpRelay.h"
 
 namespace {
 

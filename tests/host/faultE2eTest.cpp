@@ -22,9 +22,9 @@
 
 #include <gtest/gtest.h>
 
-#include "e2eSupport.h"
-#include "tests/service/ipmiSimGuard.h"
-#include "udpDelayProxy.h"
+#include "support/e2e.h"
+#include "support/ipmiSim.h"
+#include "support/udpRelay.h"
 
 namespace {
 
@@ -53,16 +53,12 @@ bool reportsAProblem(const std::string& output) {
     return false;
 }
 
-class FaultE2e : public ::testing::Test {
+class FaultE2e : public DaemonTest {
 protected:
+    FaultE2e() : DaemonTest("hmfault", 0755) {}
     void SetUp() override {
-        char dir[] = "/tmp/hmfaultXXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        m_dir = dir;
-        chmod(m_dir.c_str(), 0755);
-        mkdir((m_dir + "/state").c_str(), 0777);
+        DaemonTest::SetUp();
         chmod((m_dir + "/state").c_str(), 0777);
-        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
         setenv("MIBS", "", 1);
         write("agent.conf", "platformid = 4242\ntrapsenabled = 1\ndebugenabled = 1\n");
         mkdir((m_dir + "/logs").c_str(), 0755);
@@ -70,18 +66,12 @@ protected:
         writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_log);
         write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
         setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
-        m_port = freePort();
     }
     void TearDown() override {
         m_daemon.reset();
-        unsetenv("KELVARN_CONFIG");
-        run("chmod -R u+rwx " + m_dir + "; rm -rf " + m_dir);
+        DaemonTest::TearDown();
     }
 
-    void write(const std::string& name, const std::string& text) {
-        std::ofstream(m_dir + "/" + name) << text;
-    }
-    std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::string masterConfig(const std::string& extra = "", const std::string& registry = "") const {
         return "agentLibrary " + m_library + "\nagentRegistry " +
                (registry.empty() ? m_dir + "/registry.reg" : registry) +
@@ -120,27 +110,28 @@ protected:
     }
     // snmptrapd on a free port; returns the "127.0.0.1:PORT" to send to.
     std::string startTrapReceiver() {
-        const std::string sink = "127.0.0.1:" + std::to_string(freePort());
-        write("snmptrapd.conf", trapReceiverConfig());
-        m_receiver = std::make_unique<Process>(
-            std::vector<std::string>{daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf",
-                                     "-Lf", m_dir + "/traps.log", "-On", "udp:" + sink},
-            m_dir + "/snmptrapd.out");
-        EXPECT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << m_receiver->output();
-        return sink;
+        const int port = freePort();
+        m_receiver = launchTrapReceiver(port);
+        return "127.0.0.1:" + std::to_string(port);
     }
     // The query service reads a BMC over IPMI LAN at `port` (ipmi_sim's user),
     // every second; SMBIOS facts come from the built-in demo server.
     // `startupWaitMs`: how long the agent's first queries wait for the first read.
     void useBmcAt(unsigned port, int staleAfter, int startupWaitMs = 10000) {
-        write("bmc.pass", "test\n");
-        chmod((m_dir + "/bmc.pass").c_str(), 0600);
-        write("kelvarn.conf",
-              "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" + std::to_string(port) +
-                  "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-workarounds=opensesspriv\n"
-                  "ipmi-refresh-ms=1000\nipmi-stale-after=" +
-                  std::to_string(staleAfter) + "\nipmi-startup-wait-ms=" + std::to_string(startupWaitMs) +
-                  "\nipmi-sdr-cache=cache\nsmbios=demo\n");
+        writeBmcConfig(m_dir, port,
+                       "ipmi-refresh-ms=1000\nipmi-stale-after=" + std::to_string(staleAfter) +
+                           "\nipmi-startup-wait-ms=" + std::to_string(startupWaitMs) + "\n");
+    }
+    // ipmi_sim behind a relay that can slow or silence it, read by the query service
+    // as useBmcAt says; skips the test when ipmi_sim is not installed.
+    void startRelayedBmc(int staleAfter, int startupWaitMs = 10000) {
+        if (!haveProgram("ipmi_sim"))
+            GTEST_SKIP() << "ipmi_sim (openipmi) is not installed";
+        m_bmc = std::make_unique<IpmiSimGuard>();
+        ASSERT_TRUE(m_bmc->start());
+        m_relay = std::make_unique<UdpDelayProxy>(m_bmc->port());
+        ASSERT_TRUE(m_relay->running());
+        useBmcAt(m_relay->port(), staleAfter, startupWaitMs);
     }
     std::string get(const std::string& oid) {
         return lastLineOf(run("snmpget -v2c -c public -On -t 1 -r 0 " + endpoint() + " " + oid).output);
@@ -186,9 +177,10 @@ protected:
         return temperatureTraps().size() >= count;
     }
 
-    std::string m_dir, m_log;
+    std::string m_log;
     std::string m_library = HM_SUBAGENT_LIBRARY; // the agent library the configurations load
-    int m_port = 0;
+    std::unique_ptr<IpmiSimGuard> m_bmc;
+    std::unique_ptr<UdpDelayProxy> m_relay;
     std::unique_ptr<Process> m_receiver;
     std::unique_ptr<Process> m_daemon;
 };
@@ -200,14 +192,11 @@ protected:
 // service's start-up wait is over (the service manager starts it again); with
 // the BMC answering again, the next start serves the BMC's sensors.
 TEST_F(FaultE2e, BmcUnreachableAtStartUp) {
-    if (!haveProgram("ipmi_sim"))
-        GTEST_SKIP() << "ipmi_sim (openipmi) is not installed";
-    IpmiSimGuard bmc;
-    ASSERT_TRUE(bmc.start());
-    UdpDelayProxy relay(bmc.port());
-    ASSERT_TRUE(relay.running());
+    startRelayedBmc(2, 2000);
+    if (IsSkipped() || HasFatalFailure())
+        return;
+    UdpDelayProxy& relay = *m_relay;
     relay.setSilent(true);
-    useBmcAt(relay.port(), 2, 2000);
     write("hmagentd.conf", masterConfig());
     const auto started = Clock::now();
     Process refused({HM_AGENTD, "-c", m_dir + "/hmagentd.conf"}, m_dir + "/refused.out");
@@ -233,13 +222,10 @@ TEST_F(FaultE2e, BmcUnreachableAtStartUp) {
 // from what was last read, and the event poller ends each failed SEL read as
 // that poll and tries again three seconds later.
 TEST_F(FaultE2e, BmcSilentAfterStartUp) {
-    if (!haveProgram("ipmi_sim"))
-        GTEST_SKIP() << "ipmi_sim (openipmi) is not installed";
-    IpmiSimGuard bmc;
-    ASSERT_TRUE(bmc.start());
-    UdpDelayProxy relay(bmc.port());
-    ASSERT_TRUE(relay.running());
-    useBmcAt(relay.port(), 2);
+    startRelayedBmc(2);
+    if (IsSkipped() || HasFatalFailure())
+        return;
+    UdpDelayProxy& relay = *m_relay;
     ASSERT_TRUE(startDaemon(masterConfig())) << m_daemon->output();
     ASSERT_TRUE(waitForText(m_log, "First time reading the SEL.", 15s)) << readFile(m_log);
     relay.setSilent(true);
@@ -255,13 +241,10 @@ TEST_F(FaultE2e, BmcSilentAfterStartUp) {
 // A BMC that goes silent while a walk is under way: the walk still ends with
 // every variable once and no request waits for the BMC.
 TEST_F(FaultE2e, BmcSilencedInTheMiddleOfAWalk) {
-    if (!haveProgram("ipmi_sim"))
-        GTEST_SKIP() << "ipmi_sim (openipmi) is not installed";
-    IpmiSimGuard bmc;
-    ASSERT_TRUE(bmc.start());
-    UdpDelayProxy relay(bmc.port());
-    ASSERT_TRUE(relay.running());
-    useBmcAt(relay.port(), 2);
+    startRelayedBmc(2);
+    if (IsSkipped() || HasFatalFailure())
+        return;
+    UdpDelayProxy& relay = *m_relay;
     ASSERT_TRUE(startDaemon(masterConfig())) << m_daemon->output();
     // One variable per request makes the walk long enough to be cut in two.
     const std::string walk = "snmpbulkwalk -v2c -c public -On -Cr1 -t 1 -r 0 " + endpoint() + " " + kPrivate;

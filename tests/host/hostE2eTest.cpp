@@ -27,7 +27,7 @@
 
 #include <gtest/gtest.h>
 
-#include "e2eSupport.h"
+#include "support/e2e.h"
 
 #include <windows.h>
 #include <snmp.h>
@@ -54,10 +54,6 @@ std::vector<std::string> trapsIn(const std::string& path) {
             traps.push_back(line);
     return traps;
 }
-
-const char kTrapReceiverConfig[] = "authCommunity log public\n"
-                                   "format1 V1 %N %w %q %T|%V|%v\\n\n"
-                                   "format2 V2 %V|%v\\n\n";
 
 // Runs a net-snmp command-line tool; MIB files are not read, output is numeric.
 Result run(const std::string& command) {
@@ -170,14 +166,11 @@ private:
     }
 };
 
-class HostE2e : public ::testing::Test {
+class HostE2e : public DaemonTest {
 protected:
+    HostE2e() : DaemonTest("hmhost") {}
     void SetUp() override {
-        char dir[] = "/tmp/hmhostXXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        m_dir = dir;
-        mkdir((m_dir + "/state").c_str(), 0700);
-        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
+        DaemonTest::SetUp();
         setenv("MIBS", "", 1);
         write("agent.conf", "platformdescription = Host test platform\n"
                             "platformid = 4242\n"
@@ -189,26 +182,13 @@ protected:
                             "productversion = 9.8\n"
                             "productbuildnumber = 77\n"
                             "productdescription = Host end-to-end test\n");
-        writeRegistry("registry.reg", m_dir + "/agent.conf", m_dir + "/daemon-agent.log");
-        writeRegistry("walk.reg", m_dir + "/agent.conf", m_dir + "/walk-agent.log");
-        m_port = freePort();
+        writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/daemon-agent.log");
+        writeRegistryFile(m_dir + "/walk.reg", m_dir + "/agent.conf", m_dir + "/walk-agent.log");
     }
     void TearDown() override {
         unsetenv("HMFAKE_TRAPS");
-        unsetenv("KELVARN_CONFIG");
-        run("rm -rf " + m_dir);
+        DaemonTest::TearDown();
     }
-
-    void write(const std::string& name, const std::string& text) {
-        std::ofstream(m_dir + "/" + name) << text;
-    }
-    void writeRegistry(const std::string& name, const std::string& config, const std::string& log) {
-        write(name, "Windows Registry Editor Version 5.00\r\n\r\n"
-                    "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                    "\"ConfigFile\"=\"" +
-                        config + "\"\r\n\"LogFile\"=\"" + log + "\"\r\n");
-    }
-    std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
 
     // The daemon's configuration for the master role with the real library.
     std::string masterConfig(const std::string& extra = "") const {
@@ -233,9 +213,6 @@ protected:
             m_dir + "/" + name + ".out");
     }
     std::vector<std::string> libraryWalk() const { return LibraryWalk::walk(m_dir + "/walk.reg"); }
-
-    std::string m_dir;
-    int m_port = 0;
 };
 
 TEST_F(HostE2e, WalkAndBulkWalkEqualTheLibrarysOwnWalk) {
@@ -334,11 +311,7 @@ TEST_F(HostE2e, StopsCleanlyOnSigtermAndClosesTheAgent) {
 // its converted form, bindings included.
 TEST_F(HostE2e, TrapsReachTheConfiguredSinks) {
     const int trapPort = freePort();
-    write("snmptrapd.conf", kTrapReceiverConfig);
-    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                      m_dir + "/traps.log", "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
-                     m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    const auto receiver = launchTrapReceiver(trapPort);
 
     setenv("HMFAKE_TRAPS", "2", 1);
     const std::string sink = "127.0.0.1:" + std::to_string(trapPort);
@@ -386,11 +359,7 @@ TEST_F(HostE2e, SelEntryAndHealthChangeReachTheTrapSink) {
     write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
     setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
     const int trapPort = freePort();
-    write("snmptrapd.conf", kTrapReceiverConfig);
-    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                      m_dir + "/traps.log", "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
-                     m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    const auto receiver = launchTrapReceiver(trapPort);
     auto daemon = startDaemon(masterConfig("trapsink 127.0.0.1:" + std::to_string(trapPort) + " public\n"));
     ASSERT_TRUE(daemon->waitFor("serving 14 regions", 20s)) << daemon->output();
 
@@ -488,11 +457,7 @@ TEST_F(HostE2e, AgentxSubagentOfSnmpdSurvivesAMasterRestart) {
 // master sends them to its own sinks.
 TEST_F(HostE2e, SubagentTrapsGoThroughTheMaster) {
     const int trapPort = freePort();
-    write("snmptrapd.conf", kTrapReceiverConfig);
-    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                      m_dir + "/traps.log", "-On", "udp:127.0.0.1:" + std::to_string(trapPort)},
-                     m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    const auto receiver = launchTrapReceiver(trapPort);
     const std::string socket = "unix:" + m_dir + "/agentx";
     write("snmpd.conf", "master agentx\nagentXSocket " + socket + "\nagentaddress udp:" + endpoint() +
                             "\ntrap2sink 127.0.0.1:" + std::to_string(trapPort) + " public\n");

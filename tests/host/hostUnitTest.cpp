@@ -15,6 +15,7 @@
 #include "host/agentHost.h"
 #include "host/entityModel.h"
 #include "host/hostConfig.h"
+#include "support/files.h"
 
 namespace hmhost {
 namespace {
@@ -342,9 +343,8 @@ TEST(RoleDirective, ReadBeforeTheAgentStarts) {
         {"rocommunity public\nagentRole boss\n", false, Role::Master,
          ": line 2: agentRole must be master or subagent"},
     };
-    char dir[] = "/tmp/hmhostroleXXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    const std::string path = std::string(dir) + "/role.conf";
+    const hmtest::TempDir dir("hmhostrole");
+    const std::string path = dir / "role.conf";
     for (const Case& c : cases) {
         std::ofstream(path) << c.text;
         Role role = Role::Master;
@@ -361,7 +361,6 @@ TEST(RoleDirective, ReadBeforeTheAgentStarts) {
     std::string error;
     EXPECT_FALSE(readRole(path, role, error));
     EXPECT_EQ(error, "configuration file " + path + " cannot be read");
-    rmdir(dir);
 }
 
 // What the end-to-end test over the BMC simulator cannot reach: a unit without

@@ -13,7 +13,7 @@
 
 #include <gtest/gtest.h>
 
-#include "e2eSupport.h"
+#include "support/e2e.h"
 
 namespace {
 
@@ -27,22 +27,15 @@ const char kTrapReceiverConfig[] = "authCommunity log public\n"
                                    "format1 V1 %V|%N|%q|%v\\n\n"
                                    "format2 V2 %V|%v\\n\n";
 
-class MibNamesE2e : public ::testing::Test {
+class MibNamesE2e : public DaemonTest {
 protected:
+    MibNamesE2e() : DaemonTest("hmmib") {}
     void SetUp() override {
-        char dir[] = "/tmp/hmmibXXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        m_dir = dir;
-        mkdir((m_dir + "/state").c_str(), 0700);
-        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
+        DaemonTest::SetUp();
         write("agent.conf", "platformid = 4242\ntrapsenabled = 1\ndebugenabled = 1\n");
-        write("registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
-                              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                              "\"ConfigFile\"=\"" +
-                                  m_dir + "/agent.conf\"\r\n\"LogFile\"=\"" + m_dir + "/agent.log\"\r\n");
+        writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/agent.log");
         write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
         setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
-        m_port = freePort();
 
         // The MIB files where an installation puts them.
         const Result installed = runCommand(std::string(HM_CMAKE) + " --install " HM_BINARY_DIR " --prefix " +
@@ -51,15 +44,8 @@ protected:
         const std::string share = m_dir + "/prefix/" HM_INSTALL_DATADIR;
         m_mibOptions = "-M +" + share + "/snmp/mibs:" + share + "/hmsubagent/mibs -m HM-SUBAGENT-MIB";
     }
-    void TearDown() override {
-        unsetenv("KELVARN_CONFIG");
-        runCommand("rm -rf " + m_dir);
-    }
+    void TearDown() override { DaemonTest::TearDown(); }
 
-    void write(const std::string& name, const std::string& text) const {
-        std::ofstream(m_dir + "/" + name) << text;
-    }
-    std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
     std::unique_ptr<Process> startDaemon(const std::string& extra = "") const {
         write("hmagentd.conf", "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
                                    "/registry.reg\nagentaddress udp:" + endpoint() +
@@ -68,9 +54,7 @@ protected:
                                          m_dir + "/hmagentd.out");
     }
 
-    std::string m_dir;
     std::string m_mibOptions;
-    int m_port = 0;
 };
 
 // The part of a line after its first '|' (what follows the receiver's time stamp).

@@ -26,7 +26,7 @@
 #include <gtest/gtest.h>
 
 #include "host/privilege.h"
-#include "tests/host/e2eSupport.h"
+#include "support/e2e.h"
 
 namespace hmhost {
 namespace {
@@ -166,17 +166,10 @@ TEST(PrivilegeStatus, DropIsCheckedOnEveryField) {
     }
 }
 
-std::string makeTempDir(const char* prefix) {
-    std::string pattern = std::string("/tmp/") + prefix + "XXXXXX";
-    std::vector<char> buffer(pattern.begin(), pattern.end());
-    buffer.push_back('\0');
-    const char* made = mkdtemp(buffer.data());
-    return made == nullptr ? std::string() : std::string(made);
-}
-
 TEST(PrivilegeDirectory, HandedOverWithoutFollowingALink) {
-    const std::string dir = makeTempDir("hmpriv");
-    ASSERT_FALSE(dir.empty());
+    const hmtest::TempDir tmp("hmpriv");
+    const std::string& dir = tmp.path();
+    ASSERT_TRUE(tmp.made());
     const uid_t uid = geteuid() == 0 ? 65534 : geteuid();
     const gid_t gid = geteuid() == 0 ? 65533 : getegid();
     std::string error;
@@ -203,7 +196,6 @@ TEST(PrivilegeDirectory, HandedOverWithoutFollowingALink) {
     EXPECT_EQ(error.rfind(dir + "/link: open: ", 0), 0u) << error;
     ASSERT_EQ(stat((dir + "/target").c_str(), &st), 0);
     EXPECT_EQ(st.st_uid, geteuid());
-    std::filesystem::remove_all(dir);
 }
 
 // The real drop, in a child process so that the test keeps its own identity.
@@ -270,10 +262,8 @@ protected:
             GTEST_SKIP() << "this system has no user nobody";
         m_uid = nobody->pw_uid;
         m_gid = nobody->pw_gid;
-        m_dir = makeTempDir("hmprivd");
-        ASSERT_FALSE(m_dir.empty());
+        ASSERT_TRUE(m_tmp.made());
         // The dropped daemon saves net-snmp's state under it at exit.
-        chmod(m_dir.c_str(), 0755);
         setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
         setenv("MIBS", "", 1);
         // The kernel makes a process that changed its user undumpable, and
@@ -299,8 +289,6 @@ protected:
             setenv("ASAN_OPTIONS", m_savedAsan->c_str(), 1);
         else if (m_changedAsan)
             unsetenv("ASAN_OPTIONS");
-        if (!m_dir.empty())
-            std::filesystem::remove_all(m_dir);
     }
     void write(const std::string& name, const std::string& text) {
         std::ofstream(m_dir + "/" + name) << text;
@@ -339,7 +327,8 @@ protected:
     gid_t m_gid = 0;
     bool m_changedAsan = false;
     std::optional<std::string> m_savedAsan;
-    std::string m_dir;
+    hmtest::TempDir m_tmp{"hmprivd", 0755};
+    std::string m_dir = m_tmp.path();
     int m_port = 0;
 };
 

@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/host/e2eSupport.h"
+#include "support/e2e.h"
 
 namespace {
 
@@ -86,34 +86,32 @@ TEST(ServiceUnit, HardeningSettings) {
 TEST(ServiceUnit, AcceptedBySystemd) {
     if (hmtest::runCommand("command -v systemd-analyze").status != 0)
         GTEST_SKIP() << "systemd-analyze is not installed";
-    char dir[] = "/tmp/hmunitXXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
+    const hmtest::TempDir tmp("hmunit");
+    const std::string& dir = tmp.path();
+    ASSERT_TRUE(tmp.made());
     // The unit as installed by this build: ExecStart names the built daemon.
     std::string unit = hmtest::readFile(HM_UNIT_FILE);
     const std::string installed = "/usr/sbin/hmagentd";
     ASSERT_NE(unit.find(installed), std::string::npos);
     unit.replace(unit.find(installed), installed.size(), HM_AGENTD);
-    const std::string path = std::string(dir) + "/hmagentd.service";
+    const std::string path = dir + "/hmagentd.service";
     std::ofstream(path) << unit;
 
     const hmtest::Result verify =
-        hmtest::runCommand("cd " + std::string(dir) + " && systemd-analyze verify hmagentd.service");
+        hmtest::runCommand("cd " + dir + " && systemd-analyze verify hmagentd.service");
     EXPECT_EQ(verify.status, 0) << verify.output;
     EXPECT_EQ(verify.output, "");
 
     // "Overall exposure level for hmagentd.service: 2.7 OK": at most 3.0 (the
     // unit without hardening scores 9.6, UNSAFE).
-    const hmtest::Result security = hmtest::runCommand(
-        "cd " + std::string(dir) + " && systemd-analyze security --offline=yes hmagentd.service");
+    const hmtest::Result security =
+        hmtest::runCommand("cd " + dir + " && systemd-analyze security --offline=yes hmagentd.service");
     const std::string marker = "Overall exposure level for hmagentd.service: ";
     const size_t at = security.output.find(marker);
-    if (at == std::string::npos) {
-        std::filesystem::remove_all(dir);
+    if (at == std::string::npos)
         GTEST_SKIP() << "this systemd-analyze cannot score a unit file offline: " << security.output;
-    }
     const double score = std::atof(security.output.c_str() + at + marker.size());
     EXPECT_LE(score, 3.0) << security.output;
-    std::filesystem::remove_all(dir);
 }
 
 } // namespace

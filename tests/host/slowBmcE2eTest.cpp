@@ -17,9 +17,9 @@
 
 #include <gtest/gtest.h>
 
-#include "e2eSupport.h"
-#include "tests/service/ipmiSimGuard.h"
-#include "udpDelayProxy.h"
+#include "support/e2e.h"
+#include "support/ipmiSim.h"
+#include "support/udpRelay.h"
 
 namespace {
 
@@ -66,19 +66,10 @@ protected:
         m_proxy = std::make_unique<UdpDelayProxy>(m_sim.port());
         ASSERT_TRUE(m_proxy->running());
         const std::string dir = m_sim.dir();
-        std::ofstream(dir + "/bmc.pass") << "test\n";
-        chmod((dir + "/bmc.pass").c_str(), 0600);
-        std::ofstream(dir + "/kelvarn.conf")
-            << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" << m_proxy->port()
-            << "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-workarounds=opensesspriv\n"
-               "ipmi-refresh-ms="
-            << kRefresh.count() << "\nipmi-stale-after=" << kBound / kRefresh
-            << "\nipmi-slow-every=1000\nipmi-sdr-cache=cache\nsmbios=demo\n";
-        std::ofstream(dir + "/registry.reg")
-            << "Windows Registry Editor Version 5.00\r\n\r\n"
-            << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-            << "\"ConfigFile\"=\"" << HM_TEST_DATA_DIR << "/ipmi/agent.conf\"\r\n"
-            << "\"LogFile\"=\"" << dir << "/agent.log\"\r\n";
+        writeBmcConfig(dir, m_proxy->port(),
+                       "ipmi-refresh-ms=" + std::to_string(kRefresh.count()) + "\nipmi-stale-after=" +
+                           std::to_string(kBound / kRefresh) + "\nipmi-slow-every=1000\n");
+        writeRegistryFile(dir + "/registry.reg", HM_TEST_DATA_DIR "/ipmi/agent.conf", dir + "/agent.log");
         m_endpoint = "127.0.0.1:" + std::to_string(freePort());
         std::ofstream(dir + "/hmagentd.conf") << "agentLibrary " HM_SUBAGENT_LIBRARY "\n"
                                               << "agentRegistry " << dir << "/registry.reg\n"

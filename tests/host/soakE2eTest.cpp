@@ -24,7 +24,7 @@
 
 #include <gtest/gtest.h>
 
-#include "e2eSupport.h"
+#include "support/e2e.h"
 
 namespace {
 
@@ -61,14 +61,11 @@ double rssSlopePerMinute(const std::vector<Sample>& samples) {
     return d == 0 ? 0 : (n * sxy - sx * sy) / d * 60.0;
 }
 
-class SoakE2e : public ::testing::Test {
+class SoakE2e : public DaemonTest {
 protected:
+    SoakE2e() : DaemonTest("hmsoak") {}
     void SetUp() override {
-        char dir[] = "/tmp/hmsoakXXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        m_dir = dir;
-        mkdir((m_dir + "/state").c_str(), 0700);
-        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
+        DaemonTest::SetUp();
         setenv("MIBS", "", 1);
         const char* period = std::getenv("HM_SOAK_EVENT_SECONDS");
         m_eventPeriod = std::chrono::seconds(period != nullptr ? std::atoi(period) : 2);
@@ -79,14 +76,9 @@ protected:
     void TearDown() override {
         m_daemon.reset();
         m_receiver.reset();
-        unsetenv("KELVARN_CONFIG");
-        runCommand("rm -rf " + m_dir);
-    }
-    void write(const std::string& name, const std::string& text) {
-        std::ofstream(m_dir + "/" + name) << text;
+        DaemonTest::TearDown();
     }
 
-    std::string m_dir;
     std::chrono::seconds m_duration{120};
     // Between two SEL entries; 0: none (to tell growth that follows the events from
     // growth that follows the requests).
@@ -104,15 +96,12 @@ TEST_F(SoakE2e, SteadyLoadWithEvents) {
     write("agent.conf", "platformid = 4242\ntrapsenabled = 1\n");
     writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/agent.log");
 
-    const std::string sink = "127.0.0.1:" + std::to_string(freePort());
-    write("snmptrapd.conf", trapReceiverConfig());
-    m_receiver = std::make_unique<Process>(
-        std::vector<std::string>{daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
-                                 m_dir + "/traps.log", "-On", "udp:" + sink},
-        m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << m_receiver->output();
+    const int trapPort = freePort();
+    m_receiver = launchTrapReceiver(trapPort);
+    ASSERT_FALSE(HasFailure());
+    const std::string sink = "127.0.0.1:" + std::to_string(trapPort);
 
-    const std::string endpoint = "127.0.0.1:" + std::to_string(freePort());
+    const std::string endpoint = DaemonTest::endpoint();
     write("hmagentd.conf",
           "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
               "/registry.reg\nagentaddress udp:" + endpoint +

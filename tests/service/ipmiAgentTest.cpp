@@ -17,11 +17,15 @@
 #include <windows.h>
 #include <snmp.h>
 
-#include "ipmiSimGuard.h"
+#include "support/ipmiSim.h"
 #include "kelvarn/Responder.h"
 #include "tests/agent/agentTestSupport.h"
 
 namespace {
+
+using hmtest::haveProgram;
+using hmtest::IpmiSimGuard;
+using hmtest::sensorList;
 
 using hmtest::Arcs;
 using hmtest::Bindings;

@@ -9,12 +9,16 @@
 #include <sstream>
 #include <thread>
 
-#include "ipmiSimGuard.h"
+#include "support/ipmiSim.h"
 #include "kelvarn/Errors.h"
 #include "kelvarn/Ipmi.h"
 #include "serviceTestUtil.h"
 
 namespace {
+
+using hmtest::haveProgram;
+using hmtest::IpmiSimGuard;
+using hmtest::sensorList;
 
 using Clock = std::chrono::steady_clock;
 

@@ -19,6 +19,7 @@
 #include "kelvarn/Ipmi.h"
 #include "kelvarn/IpmiPacer.h"
 #include "serviceTestUtil.h"
+#include "support/files.h"
 
 namespace {
 
@@ -487,18 +488,11 @@ TEST(IpmiSource, FirstQueryWaitsForTheFirstSweepOnly) {
 
 // ---------------------------------------------------------------- settings
 
-struct TempDir {
-    std::string path;
-    TempDir() {
-        char tmpl[] = "/tmp/hm-ipmi-XXXXXX";
-        path = mkdtemp(tmpl);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-};
+using hmtest::TempDir;
 
 TEST(IpmiSettings, PasswordFileMustBeTheOwnersOnly) {
     TempDir dir;
-    const std::string file = dir.path + "/bmc.pass";
+    const std::string file = dir.path() + "/bmc.pass";
     {
         std::ofstream out(file);
         out << "s3cret\r\nsecond line\n";
@@ -527,8 +521,8 @@ TEST(IpmiSettings, PasswordFileMustBeTheOwnersOnly) {
     }
     chmod(file.c_str(), 0600);
     EXPECT_THROW(kelvarn::readPasswordFile(file), std::runtime_error);
-    EXPECT_THROW(kelvarn::readPasswordFile(dir.path), std::runtime_error);
-    EXPECT_THROW(kelvarn::readPasswordFile(dir.path + "/missing"), std::runtime_error);
+    EXPECT_THROW(kelvarn::readPasswordFile(dir.path()), std::runtime_error);
+    EXPECT_THROW(kelvarn::readPasswordFile(dir.path() + "/missing"), std::runtime_error);
 }
 
 TEST(IpmiSettings, KeysAndTheirErrors) {

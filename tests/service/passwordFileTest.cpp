@@ -15,6 +15,7 @@
 #include "kelvarn/Errors.h"
 #include "kelvarn/Ipmi.h"
 #include "serviceTestUtil.h"
+#include "support/files.h"
 
 namespace {
 
@@ -22,15 +23,9 @@ const char kOpen[] = ": the password file is open to group or others; allow only
 
 class PasswordFile : public ::testing::Test {
 protected:
-    void SetUp() override {
-        char dir[] = "/tmp/hm-pass-XXXXXX";
-        ASSERT_NE(mkdtemp(dir), nullptr);
-        m_dir = dir;
-        m_file = m_dir + "/bmc.pass";
-    }
-    void TearDown() override { std::filesystem::remove_all(m_dir); }
+    void SetUp() override { ASSERT_TRUE(m_dir.made()); }
     void write(const std::string& text, mode_t mode) {
-        std::ofstream(m_file, std::ios::binary | std::ios::trunc) << text;
+        hmtest::writeFile(m_file, text);
         ASSERT_EQ(chmod(m_file.c_str(), mode), 0);
     }
     // The password, or "refused: " and the reason.
@@ -42,8 +37,8 @@ protected:
         }
     }
 
-    std::string m_dir;
-    std::string m_file;
+    hmtest::TempDir m_dir{"hm-pass-"};
+    std::string m_file = m_dir / "bmc.pass";
 };
 
 TEST_F(PasswordFile, ModesThatLetGroupOrOthersReadOrWriteAreRefused) {
@@ -105,7 +100,7 @@ TEST_F(PasswordFile, OnlyRegularFilesThatExist) {
 // (data source unavailable) with the reason, and no IPMI session is attempted.
 TEST_F(PasswordFile, RefusalSeenByAQuery) {
     write("s3cret\n", 0644);
-    const std::string conf = m_dir + "/kelvarn.conf";
+    const std::string conf = m_dir / "kelvarn.conf";
     std::ofstream(conf) << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=9\nipmi-user=ipmiusr\n"
                            "ipmi-password-file=bmc.pass\nipmi-startup-wait-ms=5000\n";
     const char* old = std::getenv("KELVARN_CONFIG");

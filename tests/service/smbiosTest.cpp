@@ -13,6 +13,7 @@
 #include "kelvarn/Errors.h"
 #include "kelvarn/Smbios.h"
 #include "serviceTestUtil.h"
+#include "support/files.h"
 #include "smbiosTestUtil.h"
 
 namespace {
@@ -23,14 +24,7 @@ using kelvarn::smbios::parseStructures;
 using kelvarn::smbios::SmbiosError;
 using kelvarn::smbios::Table;
 
-struct TempDir {
-    std::string path;
-    TempDir() {
-        char tmpl[] = "/tmp/hm-smbios-XXXXXX";
-        path = mkdtemp(tmpl);
-    }
-    ~TempDir() { std::filesystem::remove_all(path); }
-};
+using hmtest::TempDir;
 
 std::unique_ptr<SDK::System>
 systemOverDump(const std::string& file,
@@ -229,8 +223,8 @@ TEST(SmbiosDecode, ProcessorFieldsAsPublished) {
     Bytes empty = processor(0x41, 0xFE, 0x2B, 0x02, 0x00); // family in the word at 0x28
     empty[0x28] = 0x01, empty[0x29] = 0x01;                // 0x101: not in the name table
     t.insert(t.end(), empty.begin(), empty.end());
-    writeBytes(dir.path + "/p.bin", dumpOf(t));
-    auto sys = systemOverDump(dir.path + "/p.bin");
+    writeBytes(dir.path() + "/p.bin", dumpOf(t));
+    auto sys = systemOverDump(dir.path() + "/p.bin");
     const std::map<std::string, std::string> expected = {
         {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", "2"},
         {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "1"},
@@ -274,8 +268,8 @@ TEST(SmbiosDecode, MemoryArraysCollectTheirDevicesByHandle) {
     Bytes file = dumpOf(t);
     const size_t array2 = 32 + 23 + 2;
     putLittle(file, array2 + 0x0F, uint64_t(2) << 40, 8);
-    writeBytes(dir.path + "/m.bin", file);
-    auto sys = systemOverDump(dir.path + "/m.bin");
+    writeBytes(dir.path() + "/m.bin", file);
+    auto sys = systemOverDump(dir.path() + "/m.bin");
     const std::string a0 = "/SMBIOS/MemoryArray[0]", a1 = "/SMBIOS/MemoryArray[1]";
     const std::map<std::string, std::string> expected = {
         {"/SMBIOS/MemoryArray/TotalNoOfArray", "2"},
@@ -346,8 +340,8 @@ TEST(SmbiosDecode, ChassisAndSecuritySettings) {
     Bytes t = smbiosStructure(3, 3, {1, 0x97, 2, 3, 0, 3, 4, 5, 3}, {"Acme", "v2", "SN\x01X"});
     Bytes sec = smbiosStructure(24, 4, {0x26});
     t.insert(t.end(), sec.begin(), sec.end());
-    writeBytes(dir.path + "/c.bin", dumpOf(t));
-    auto sys = systemOverDump(dir.path + "/c.bin");
+    writeBytes(dir.path() + "/c.bin", dumpOf(t));
+    auto sys = systemOverDump(dir.path() + "/c.bin");
     const std::map<std::string, std::string> expected = {
         {"/SMBIOS/Type3/Manufacturer", "Acme"},
         {"/SMBIOS/Type3/Type", "Rack Mount Chassis"}, // lock bit 7 set, type 0x17
@@ -370,7 +364,7 @@ TEST(SmbiosDecode, ChassisAndSecuritySettings) {
 
 TEST(SmbiosSource, UnreadableDumpFailsEachQueryUntilItIsThere) {
     TempDir dir;
-    const std::string file = dir.path + "/later.bin";
+    const std::string file = dir.path() + "/later.bin";
     auto sys = systemOverDump(file);
     auto f = failuresOf(*sys, "/SMBIOS/ProcessorInfo/TotalNoOfProcessor");
     ASSERT_EQ(f.size(), 1u);
@@ -606,7 +600,7 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
         SCOPED_TRACE(entry.path().filename().string());
         // The files hold the structure table alone: put the entry point a
         // dump carries in front of it.
-        const std::string dump = tmp.path + "/" + entry.path().stem().string() + ".bin";
+        const std::string dump = tmp.path() + "/" + entry.path().stem().string() + ".bin";
         const Bytes table = readBytes(entry.path().string());
         writeBytes(dump, dumpOf(table, false));
         EXPECT_GT(compareWithDmidecode(dump), 200u);
@@ -615,8 +609,8 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
         Bytes firmware = {0, 3, 0, 0, 0, 0, 0, 0};
         putLittle(firmware, 4, table.size(), 4);
         firmware.insert(firmware.end(), table.begin(), table.end());
-        writeBytes(tmp.path + "/firmware.bin", firmware);
-        EXPECT_GT(compareWithDmidecode(dump, tmp.path + "/firmware.bin"), 200u);
+        writeBytes(tmp.path() + "/firmware.bin", firmware);
+        EXPECT_GT(compareWithDmidecode(dump, tmp.path() + "/firmware.bin"), 200u);
         ++tables;
     }
     EXPECT_EQ(tables, 3u);
@@ -652,14 +646,14 @@ TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTables) {
         t.insert(t.end(), s.begin(), s.end());
     }
     TempDir tmp;
-    writeBytes(tmp.path + "/names.bin", dumpOf(t));
-    EXPECT_GT(compareWithDmidecode(tmp.path + "/names.bin"), 1000u);
+    writeBytes(tmp.path() + "/names.bin", dumpOf(t));
+    EXPECT_GT(compareWithDmidecode(tmp.path() + "/names.bin"), 1000u);
     for (unsigned c = 1; c <= 0x24; ++c) {
         SCOPED_TRACE("chassis type " + std::to_string(c));
         Bytes chassis = smbiosStructure(3, 1, {1, uint8_t(c), 0, 0, 0, 3, 3, 3, 3}, {"Acme"});
-        writeBytes(tmp.path + "/chassis.bin", dumpOf(chassis));
+        writeBytes(tmp.path() + "/chassis.bin", dumpOf(chassis));
         // 9 chassis fields and the two totals.
-        EXPECT_EQ(compareWithDmidecode(tmp.path + "/chassis.bin"), 11u);
+        EXPECT_EQ(compareWithDmidecode(tmp.path() + "/chassis.bin"), 11u);
     }
 }
 
@@ -667,14 +661,14 @@ TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTables) {
 
 TEST(SmbiosComposition, ConfigurationTakesBmcAndSmbiosFromDifferentSources) {
     TempDir dir;
-    writeBytes(dir.path + "/tables.bin", dumpOf(processor(1, 0xB3, 0x18)));
+    writeBytes(dir.path() + "/tables.bin", dumpOf(processor(1, 0xB3, 0x18)));
     {
-        std::ofstream conf(dir.path + "/kelvarn.conf");
+        std::ofstream conf(dir.path() + "/kelvarn.conf");
         conf << "# the demo BMC, this machine's tables\nbmc = demo\nsmbios = dump:tables.bin\n";
     }
     const char* old = std::getenv("KELVARN_CONFIG");
     const std::string saved = old ? old : "";
-    setenv("KELVARN_CONFIG", (dir.path + "/kelvarn.conf").c_str(), 1);
+    setenv("KELVARN_CONFIG", (dir.path() + "/kelvarn.conf").c_str(), 1);
     kelvarn::setProcessResponder(nullptr);
     {
         SDK::System sys;

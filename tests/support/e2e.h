@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <memory>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
@@ -21,17 +22,14 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest.h>
+
+#include "support/files.h"
+
 namespace hmtest {
 
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    std::stringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // The non-empty lines of `text`.
 inline std::vector<std::string> linesOf(const std::string& text) {
@@ -43,19 +41,32 @@ inline std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// A free UDP port on the loopback interface (bound, read back, released).
+inline bool haveProgram(const char* name) {
+    for (const char* dir : {"/usr/bin/", "/usr/sbin/", "/bin/", "/sbin/", "/usr/local/bin/"})
+        if (access((std::string(dir) + name).c_str(), X_OK) == 0)
+            return true;
+    return false;
+}
+
+// A port the kernel has just handed out on 127.0.0.1.
+inline unsigned freeLoopbackPort(int type) {
+    int fd = socket(AF_INET, type, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t len = sizeof a;
+    unsigned port = 0;
+    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
+        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
+        port = ntohs(a.sin_port);
+    if (fd >= 0)
+        close(fd);
+    return port;
+}
+
+// A free UDP port on the loopback interface.
 inline int freePort() {
-    const int fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (fd < 0)
-        return 0;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
+    return static_cast<int>(freeLoopbackPort(SOCK_DGRAM));
 }
 
 // The last non-empty line of `text`.
@@ -246,6 +257,40 @@ private:
     pid_t m_pid = -1;
     int m_status = -1;
     std::string m_output;
+};
+
+// The fixture of the tests that start hmagentd: a folder of their own (`mode`),
+// removed after every process the test keeps in a member has stopped, with
+// net-snmp's persistent state in its "state" folder and the daemon's port.
+class DaemonTest : public ::testing::Test {
+protected:
+    explicit DaemonTest(const char* prefix, mode_t mode = 0700) : m_tmp(prefix, mode) {}
+    void SetUp() override {
+        ASSERT_TRUE(m_tmp.made());
+        mkdir((m_dir + "/state").c_str(), 0700);
+        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/state").c_str(), 1);
+        m_port = freePort();
+    }
+    void TearDown() override { unsetenv("KELVARN_CONFIG"); }
+    void write(const std::string& name, const std::string& text) const {
+        writeFile(m_dir + "/" + name, text);
+    }
+    std::string endpoint() const { return "127.0.0.1:" + std::to_string(m_port); }
+    // snmptrapd on 127.0.0.1:`port`, logging to traps.log as trapReceiverConfig() says.
+    std::unique_ptr<Process> launchTrapReceiver(int port) const {
+        write("snmptrapd.conf", trapReceiverConfig());
+        auto receiver = std::make_unique<Process>(
+            std::vector<std::string>{daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf",
+                                     "-Lf", m_dir + "/traps.log", "-On",
+                                     "udp:127.0.0.1:" + std::to_string(port)},
+            m_dir + "/snmptrapd.out");
+        EXPECT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver->output();
+        return receiver;
+    }
+
+    TempDir m_tmp;
+    std::string m_dir = m_tmp.path();
+    int m_port = 0;
 };
 
 } // namespace hmtest

@@ -15,36 +15,15 @@
 
 #include <chrono>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
-inline bool haveProgram(const char* name) {
-    for (const char* dir : {"/usr/bin/", "/usr/sbin/", "/bin/", "/sbin/", "/usr/local/bin/"})
-        if (access((std::string(dir) + name).c_str(), X_OK) == 0)
-            return true;
-    return false;
-}
+#include "support/e2e.h"
 
-// A port the kernel has just handed out on 127.0.0.1.
-inline unsigned freeLoopbackPort(int type) {
-    int fd = socket(AF_INET, type, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t len = sizeof a;
-    unsigned port = 0;
-    if (fd >= 0 && bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len) == 0)
-        port = ntohs(a.sin_port);
-    if (fd >= 0)
-        close(fd);
-    return port;
-}
+namespace hmtest {
 
 inline int connectLoopback(unsigned port) {
     int fd = socket(AF_INET, SOCK_STREAM, 0);
@@ -79,26 +58,31 @@ inline std::map<std::string, std::vector<std::string>> sensorList(const std::str
     return rows;
 }
 
+// The query service's configuration in `dir` for ipmi_sim's user on 127.0.0.1:`port`
+// (the password in bmc.pass, the SDR cached), SMBIOS facts from the demo server;
+// `extra`: further "key=value\n" lines.
+inline void writeBmcConfig(const std::string& dir, unsigned port, const std::string& extra) {
+    writeFile(dir + "/bmc.pass", "test\n");
+    chmod((dir + "/bmc.pass").c_str(), 0600);
+    writeFile(dir + "/kelvarn.conf",
+              "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" + std::to_string(port) +
+                  "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\n"
+                  "ipmi-workarounds=opensesspriv\nipmi-sdr-cache=cache\nsmbios=demo\n" +
+                  extra);
+}
+
 class IpmiSimGuard {
 public:
     // `emu`: the command file under tests/data/ipmi.
     explicit IpmiSimGuard(const std::string& emu = "bmc.emu") : m_emu(emu) {
-        char tmpl[] = "/tmp/hm-ipmisim-XXXXXX";
-        m_dir = mkdtemp(tmpl);
         m_port = freeLoopbackPort(SOCK_DGRAM);
         m_console = freeLoopbackPort(SOCK_STREAM);
-        std::ifstream in(std::string(HM_TEST_DATA_DIR) + "/ipmi/lan.conf.in");
-        std::stringstream text;
-        text << in.rdbuf();
-        std::string conf = text.str();
+        std::string conf = readFile(std::string(HM_TEST_DATA_DIR) + "/ipmi/lan.conf.in");
         replace(conf, "@PORT@", std::to_string(m_port));
         replace(conf, "@CONSOLE@", std::to_string(m_console));
         std::ofstream(m_dir + "/lan.conf") << conf;
     }
-    ~IpmiSimGuard() {
-        stop();
-        std::filesystem::remove_all(m_dir);
-    }
+    ~IpmiSimGuard() { stop(); }
     IpmiSimGuard(const IpmiSimGuard&) = delete;
     IpmiSimGuard& operator=(const IpmiSimGuard&) = delete;
 
@@ -209,10 +193,14 @@ private:
             s.replace(at, what.size(), with);
     }
 
-    std::string m_emu, m_dir;
+    std::string m_emu;
+    TempDir m_tmp{"hm-ipmisim-"};
+    std::string m_dir = m_tmp.path();
     unsigned m_port = 0, m_console = 0;
     pid_t m_pid = -1;
     int m_runs = 0;
 };
 
 #endif
+
+} // namespace hmtest
