@@ -18,9 +18,12 @@
 
 #include <snmp.h>
 
+#include "tests/support/files.h"
+#include "tests/support/oids.h"
+
 namespace hmtest {
 
-using Arcs = std::vector<UINT>;
+using ::Arcs;
 
 // The enterprise prefix of the agent's MIB, 1.3.6.1.4.1.64999.2.10.3.5.
 inline Arcs P(std::initializer_list<UINT> tail) {
@@ -30,13 +33,6 @@ inline Arcs P(std::initializer_list<UINT> tail) {
 }
 
 inline const Arcs kEndOfView{1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 6};
-
-inline std::string dotted(const Arcs& arcs) {
-    std::string text;
-    for (size_t i = 0; i < arcs.size(); ++i)
-        text += (i ? "." : "") + std::to_string(arcs[i]);
-    return text;
-}
 
 inline Arcs arcsOf(const AsnObjectIdentifier& oid) {
     return oid.ids == nullptr ? Arcs{} : Arcs(oid.ids, oid.ids + oid.idLength);
@@ -93,13 +89,6 @@ struct Answer {
     AsnInteger32 status = -1;
     AsnInteger32 index = -1;
 };
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // True when the trace holds `message` as the text of one trace call (after the
 // "hh:mm:ss: (thread) " prefix).

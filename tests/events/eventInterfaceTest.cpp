@@ -5,7 +5,7 @@
 #include <string>
 
 #include "events/eventInterface.h"
-#include "fakeClient.h"
+#include "tests/support/fakeClient.h"
 #include "trapHarness.h"
 
 namespace {
