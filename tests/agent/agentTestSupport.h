@@ -19,10 +19,11 @@
 #include <snmp.h>
 
 #include "support/files.h"
+#include "support/oids.h"
 
 namespace hmtest {
 
-using Arcs = std::vector<UINT>;
+using ::Arcs;
 
 // The enterprise prefix of the agent's MIB, 1.3.6.1.4.1.64999.2.10.3.5.
 inline Arcs P(std::initializer_list<UINT> tail) {
@@ -32,13 +33,6 @@ inline Arcs P(std::initializer_list<UINT> tail) {
 }
 
 inline const Arcs kEndOfView{1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 6};
-
-inline std::string dotted(const Arcs& arcs) {
-    std::string text;
-    for (size_t i = 0; i < arcs.size(); ++i)
-        text += (i ? "." : "") + std::to_string(arcs[i]);
-    return text;
-}
 
 inline Arcs arcsOf(const AsnObjectIdentifier& oid) {
     return oid.ids == nullptr ? Arcs{} : Arcs(oid.ids, oid.ids + oid.idLength);

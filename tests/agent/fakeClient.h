@@ -9,7 +9,7 @@
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
 #include "core/subagentBase.h"
-#include "tests/events/fakeClient.h"
+#include "support/fakeClient.h"
 
 namespace hmtest {
 
@@ -52,8 +52,8 @@ inline int32_t fakeInt(uint32_t attribute, uint32_t index) {
     return static_cast<int32_t>(attribute * 1000 + index);
 }
 
-// The event tests' facade, with answers and records of its own.
-class FakeClient : public ::FakeClient {
+// The shared fake facade, scripted: answers and records of its own.
+class ScriptedClient : public ::FakeClient {
 public:
     uint32_t init() override {
         if (!script().tracePath.empty())
@@ -145,7 +145,7 @@ private:
 };
 
 inline subagentBase* makeFakeClient() {
-    return new FakeClient();
+    return new ScriptedClient();
 }
 
 // Runs the entry points against the scripted facade.

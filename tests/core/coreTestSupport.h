@@ -1,4 +1,4 @@
-// Scratch files and trace reading for the core tests.
+// Registry files for the core tests; scratch folders and traces come from tests/support.
 #ifndef HM_TESTS_CORE_CORETESTSUPPORT_H
 #define HM_TESTS_CORE_CORETESTSUPPORT_H
 
@@ -13,73 +13,11 @@
 
 #include <gtest/gtest.h>
 
+#include "support/files.h"
+
 namespace hmtest {
 
-// A fresh directory for one test, removed with its files at the end.
-class ScratchDir {
-public:
-    ScratchDir() {
-        std::string pattern = ::testing::TempDir() + "hmcore-XXXXXX";
-        std::vector<char> buffer(pattern.begin(), pattern.end());
-        buffer.push_back('\0');
-        if (mkdtemp(buffer.data()) != nullptr) {
-            m_path = buffer.data();
-        }
-    }
-    ~ScratchDir() {
-        if (!m_path.empty()) {
-            std::string command = "rm -rf '" + m_path + "'";
-            if (system(command.c_str()) != 0) {
-                fprintf(stderr, "could not remove %s\n", m_path.c_str());
-            }
-        }
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-
-    std::string file(const std::string& name) const { return m_path + "/" + name; }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
-
-inline void writeFile(const std::string& path, const std::string& content) {
-    std::ofstream out(path, std::ios::binary);
-    out << content;
-}
-
-inline bool fileExists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
-}
-
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// The trace with every "hh:mm:ss: (thread) " line prefix removed.
-inline std::string withoutPrefixes(const std::string& trace) {
-    static const std::regex prefix(R"(\d\d:\d\d:\d\d: \(\d+\) )");
-    return std::regex_replace(trace, prefix, "");
-}
-
-// True when the texts occur in `trace` in the given order, without overlapping.
-inline ::testing::AssertionResult containsInOrder(const std::string& trace,
-                                                  const std::vector<std::string>& texts) {
-    size_t from = 0;
-    for (const std::string& text : texts) {
-        size_t at = trace.find(text, from);
-        if (at == std::string::npos) {
-            return ::testing::AssertionFailure() << "missing (in this order) \"" << text << "\" in trace:\n"
-                                                 << trace;
-        }
-        from = at + text.size();
-    }
-    return ::testing::AssertionSuccess();
-}
+using ScratchDir = TempDir;
 
 // A registry file in the .reg format holding the agent's parameters key.
 inline std::string registryText(const std::string& values) {

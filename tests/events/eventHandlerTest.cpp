@@ -11,7 +11,7 @@
 #include "core/debugLog.h"
 #include "core/hmClientApi.h"
 #include "events/eventHandler.h"
-#include "fakeClient.h"
+#include "support/fakeClient.h"
 #include "trapHarness.h"
 
 namespace {

@@ -8,7 +8,7 @@
 #include "core/hmClientApi.h"
 #include "events/eventInterface.h"
 #include "events/eventSink.h"
-#include "fakeClient.h"
+#include "support/fakeClient.h"
 #include "trapHarness.h"
 
 namespace {

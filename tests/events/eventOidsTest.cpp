@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "events/eventOids.h"
-#include "oidText.h"
+#include "support/oids.h"
 
 namespace {
 

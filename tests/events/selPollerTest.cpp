@@ -18,7 +18,7 @@
 #include "core/debugLog.h"
 #include "events/eventDecoders.h"
 #include "events/selPoller.h"
-#include "fakeClient.h"
+#include "support/fakeClient.h"
 #include "kelvarn/Errors.h"
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"

@@ -15,7 +15,7 @@
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
-#include "oidText.h"
+#include "support/oids.h"
 
 struct Binding {
     std::string name;

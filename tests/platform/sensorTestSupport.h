@@ -24,6 +24,7 @@
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
 #include "platform/queryService.h"
+#include "support/files.h"
 
 namespace sensortest {
 
@@ -170,19 +171,7 @@ protected:
     std::string tracePath;
 };
 
-// True when every piece occurs in `text`, in the given order.
-inline ::testing::AssertionResult containsInOrder(const std::string& text,
-                                                  const std::vector<std::string>& pieces) {
-    size_t at = 0;
-    for (const std::string& piece : pieces) {
-        size_t found = text.find(piece, at);
-        if (found == std::string::npos)
-            return ::testing::AssertionFailure() << "missing (in order): \"" << piece << "\"\n--- trace ---\n"
-                                                 << text;
-        at = found + piece.size();
-    }
-    return ::testing::AssertionSuccess();
-}
+using hmtest::containsInOrder;
 
 inline size_t countOf(const std::string& text, const std::string& piece) {
     size_t n = 0;

@@ -56,32 +56,6 @@ TEST(StateStrings, KeywordsMapToTheirDisplayTexts) {
     }
 }
 
-TEST(StateStrings, TableKeepsItsRepeatedRowsInPlace) {
-    ASSERT_EQ(stateStringRowCount(), 112u);
-    // Row numbers counted from 1: the repeated keywords stay where they are.
-    struct Row {
-        size_t row;
-        const char* keyword;
-        const char* display;
-    } rows[] = {
-        {1, "FULLY_REDUNDANT", "Full Redundancy"},
-        {20, "PRESENCE_DETECTED", "power supply's presence has been detected"},
-        {22, "PREDICTIVE_FAILURE", "predictive failure has been detected for the power supply"},
-        {33, "PREDICTIVE_FAILURE", "predictive failure has been detected for the power supply"},
-        {40, "PRESENCE_DETECTED", "power supply's presence has been detected"},
-        {42, "DRIVE_PRESENCE", "DRIVE_PRESENCE"},
-        {43, "DRIVE_FAULT", "Drive Fault"},
-        {44, "PREDICTIVE_FAILURE", "PREDICTIVE_FAILURE"},
-        {94, "DRIVE_PRESENCE", "Device Inserted/Present"},
-        {110, "DRIVE_FAULT", "Drive Fault"},
-        {112, "ALL_DEASSERTED", "All Deasserted"},
-    };
-    for (const Row& r : rows) {
-        EXPECT_STREQ(stateStringRow(r.row - 1).keyword, r.keyword) << "row " << r.row;
-        EXPECT_STREQ(stateStringRow(r.row - 1).display, r.display) << "row " << r.row;
-    }
-}
-
 class MapMultipleTest : public TracedTest {};
 
 TEST_F(MapMultipleTest, JoinsTheTextsOfEveryKeyword) {

@@ -197,7 +197,7 @@ TEST_F(AgentOverIpmiSim, SelEntryAddedOnTheBmcBecomesATrap) {
     ASSERT_NE(
         m_sim.console("sel_add 0x20 0x02 0 0 0 0 0x20 0x00 0x04 0x01 0x01 0x01 0x59 0x5b 0x5a").find("Added"),
         std::string::npos);
-    const std::string enterprise = hmtest::dotted(P({1000, 70}));
+    const std::string enterprise = ::dotted(P({1000, 70}));
     bool found = false;
     for (int i = 0; i < 200 && !found; ++i) {
         for (;;) {
@@ -207,23 +207,19 @@ TEST_F(AgentOverIpmiSim, SelEntryAddedOnTheBmcBecomesATrap) {
             SnmpVarBindList list{nullptr, 0};
             if (!m_trap(&ent, &generic, &specific, &stamp, &list))
                 break;
-            if (hmtest::dotted(hmtest::arcsOf(ent)) == enterprise && specific == 18) {
+            if (::dotted(hmtest::arcsOf(ent)) == enterprise && specific == 18) {
                 found = true;
                 EXPECT_EQ(generic, 6);
                 ASSERT_EQ(list.len, 4u);
-                EXPECT_EQ(hmtest::dotted(hmtest::arcsOf(list.list[0].name)),
-                          hmtest::dotted(P({1000, 10, 1})));
-                EXPECT_EQ(hmtest::dotted(hmtest::arcsOf(list.list[1].name)),
-                          hmtest::dotted(P({600, 40, 1, 5, 1})));
+                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[0].name)), ::dotted(P({1000, 10, 1})));
+                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[1].name)), ::dotted(P({600, 40, 1, 5, 1})));
                 EXPECT_EQ(list.list[1].value.asnValue.number, 5);
-                EXPECT_EQ(hmtest::dotted(hmtest::arcsOf(list.list[2].name)),
-                          hmtest::dotted(P({600, 40, 1, 3, 1})));
+                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[2].name)), ::dotted(P({600, 40, 1, 3, 1})));
                 EXPECT_EQ(
                     std::string(reinterpret_cast<const char*>(list.list[2].value.asnValue.string.stream),
                                 list.list[2].value.asnValue.string.length),
                     "CPU Temp");
-                EXPECT_EQ(hmtest::dotted(hmtest::arcsOf(list.list[3].name)),
-                          hmtest::dotted(P({600, 40, 1, 2, 1})));
+                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[3].name)), ::dotted(P({600, 40, 1, 2, 1})));
             }
             SnmpUtilVarBindListFree(&list);
             SnmpUtilOidFree(&ent);

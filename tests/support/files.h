@@ -1,14 +1,19 @@
-// Files of the tests: reading one whole, and a temporary folder removed with
-// everything in it when the test ends (also when a check fails).
+// Files of the tests: reading and writing one whole, a temporary folder removed with
+// everything in it when the test ends (also when a check fails), and trace texts.
 #pragma once
 
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
 
 namespace hmtest {
 
@@ -51,9 +56,35 @@ public:
     const std::string& path() const { return m_path; }
     // The path of `name` inside the folder.
     std::string operator/(const std::string& name) const { return m_path + "/" + name; }
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
 
 private:
     std::string m_path;
 };
+
+inline bool fileExists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+// A trace with every "hh:mm:ss: (thread) " line prefix removed.
+inline std::string withoutPrefixes(const std::string& trace) {
+    static const std::regex prefix(R"(\d\d:\d\d:\d\d: \(\d+\) )");
+    return std::regex_replace(trace, prefix, "");
+}
+
+// True when the texts occur in `trace` in the given order, without overlapping.
+inline ::testing::AssertionResult containsInOrder(const std::string& trace,
+                                                  const std::vector<std::string>& texts) {
+    size_t from = 0;
+    for (const std::string& text : texts) {
+        size_t at = trace.find(text, from);
+        if (at == std::string::npos) {
+            return ::testing::AssertionFailure() << "missing (in this order) \"" << text << "\" in trace:\n"
+                                                 << trace;
+        }
+        from = at + text.size();
+    }
+    return ::testing::AssertionSuccess();
+}
 
 } // namespace hmtest

@@ -15,6 +15,7 @@
 
 #include "agent/mibTypes.h"
 #include "events/eventOids.h"
+#include "support/oids.h"
 
 namespace {
 
@@ -91,13 +92,6 @@ bool nextLine(std::istream& in, std::string& line) {
     return false;
 }
 
-std::string dotted(const AsnObjectIdentifier& oid, size_t length) {
-    std::string s;
-    for (size_t i = 0; i < length; ++i)
-        s += "." + std::to_string(oid.ids[i]);
-    return s;
-}
-
 TEST(MibModule, SmilintReportsNoError) {
     if (!toolPresent("smilint"))
         GTEST_SKIP() << "smilint is not installed";
@@ -140,7 +134,7 @@ TEST(MibModule, EveryVariableOfTheAgentHasItsObject) {
         const OID_SUBTREE& subtree = OidSubTrees[row.SubTreeIndex];
         // Scalars are published as name.0: the object's OID drops the instance arc.
         size_t relative = subtree.isTable ? row.Oid.idLength : row.Oid.idLength - 1;
-        std::string expected = dotted(subtree.baseOid, subtree.baseOid.idLength) + dotted(row.Oid, relative);
+        std::string expected = "." + dotted(subtree.baseOid) + "." + dotted(row.Oid, relative);
         std::string line;
         ASSERT_TRUE(nextLine(translated, line));
         EXPECT_EQ(expected, line);

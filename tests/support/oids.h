@@ -1,25 +1,34 @@
-// Small helpers shared by the event tests: OIDs as dotted text, trace reading.
-#ifndef HM_TESTS_EVENTS_OIDTEXT_H
-#define HM_TESTS_EVENTS_OIDTEXT_H
+// OIDs as dotted text, the agent's enterprise prefix, and a trace's messages.
+#ifndef HM_TESTS_SUPPORT_OIDS_H
+#define HM_TESTS_SUPPORT_OIDS_H
 
 #include <fstream>
 #include <regex>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include <windows.h>
 #include <snmp.h>
 
-// "1.3.6..." for an OID, "" for an empty one.
-inline std::string dotted(const AsnObjectIdentifier& oid) {
+using Arcs = std::vector<UINT>;
+
+// "1.3.6..." for an OID's arcs, "" for none.
+inline std::string dotted(const Arcs& arcs) {
     std::string text;
-    for (UINT i = 0; i < oid.idLength; ++i) {
-        if (i != 0) {
-            text += '.';
-        }
-        text += std::to_string(oid.ids[i]);
+    for (size_t i = 0; i < arcs.size(); ++i) {
+        text += (i != 0 ? "." : "") + std::to_string(arcs[i]);
     }
     return text;
+}
+
+// The first `length` arcs of an OID (all of them by default).
+inline std::string dotted(const AsnObjectIdentifier& oid, size_t length) {
+    return oid.ids == nullptr ? std::string() : dotted(Arcs(oid.ids, oid.ids + length));
+}
+
+inline std::string dotted(const AsnObjectIdentifier& oid) {
+    return dotted(oid, oid.idLength);
 }
 
 inline std::string dotted(const AsnObjectIdentifier* oid) {

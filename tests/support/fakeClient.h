@@ -1,7 +1,7 @@
 // A client facade for the event tests: health, traps-enabled flag and table rows
 // set by the test; events forwarded to the test's event handler.
-#ifndef HM_TESTS_EVENTS_FAKECLIENT_H
-#define HM_TESTS_EVENTS_FAKECLIENT_H
+#ifndef HM_TESTS_SUPPORT_FAKECLIENT_H
+#define HM_TESTS_SUPPORT_FAKECLIENT_H
 
 #include <map>
 #include <string>
