@@ -1,5 +1,6 @@
 #include "host/entityTables.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 
@@ -101,6 +102,20 @@ unsigned sourceRefreshMs() {
         // The query service reports its own configuration problems at its first query.
     }
     return kelvarn::IpmiSettings{}.refreshMs;
+}
+
+// How often the query service reads every sensor again (0: at each query, or unknown).
+unsigned long readingRefreshPeriodMs(SDK::System& system) {
+    std::map<std::string, _XNode> result;
+    try {
+        system.Get("/BMC/READING_REFRESH_MS", result);
+    } catch (const ResultStatus&) {
+        return 0;
+    }
+    auto it = result.find("/BMC/READING_REFRESH_MS");
+    return it == result.end() || it->second.Values.empty()
+               ? 0
+               : std::strtoul(it->second.Values[0].c_str(), nullptr, 10);
 }
 
 bool readSensorRecords(SDK::System& system, EntityFacts& facts) {
@@ -250,6 +265,8 @@ void EntityTables::refresh() {
         for (SensorFacts& s : m_facts.sensors)
             s.state = SensorFacts::State::Unavailable; // the rows stay, their values are no longer known
     }
+    // A value is at most one source period and one table refresh old.
+    m_updateRateMs = std::max<unsigned long>(m_refreshMs, readingRefreshPeriodMs(*m_system));
     publish(buildModel(m_facts.chassis, m_facts.sensors, m_facts.containers),
             static_cast<u_long>(netsnmp_get_agent_uptime()));
 }
@@ -292,7 +309,7 @@ void EntityTables::publish(const EntityModel& model, u_long now) {
         setText(row, kUuid, "");
         netsnmp_table_dataset_add_row(m_physical, row);
     }
-    const u_long rate = m_refreshMs;
+    const u_long rate = m_updateRateMs;
     for (const SensorRow& s : model.sensors) {
         netsnmp_table_row* row = netsnmp_create_table_data_row();
         long index = s.index;

@@ -62,6 +62,7 @@ private:
     u_long m_lastChange = 0;        // entLastChangeTime, in hundredths of a second
     unsigned int m_alarm = 0;
     unsigned m_refreshMs = 0;
+    unsigned long m_updateRateMs = 0; // entPhySensorValueUpdateRate: source period or table refresh
 };
 
 } // namespace hmhost

@@ -120,6 +120,7 @@ public:
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;
+    uint64_t readingRefreshPeriodMs() const override;
 
 private:
     std::shared_ptr<Source> m_bmc, m_smbios;

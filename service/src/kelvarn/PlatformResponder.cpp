@@ -141,6 +141,10 @@ public:
                 return answerSel(path, seg, params, out);
             if (s1.name == "FRU" || s1.is("OEM"))
                 return answerTree(path, out);
+            if (s1.is("READING_REFRESH_MS") && seg.size() == 2) {
+                out[path] = valueNode(std::to_string(m_source->readingRefreshPeriodMs()), "decimal");
+                return;
+            }
         } else if (seg[0].is("SMBIOS") && seg.size() >= 2) {
             return answerTree(path, out);
         }

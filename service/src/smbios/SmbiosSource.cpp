@@ -148,6 +148,9 @@ bool CompositeSource::sensorReading(const SensorAddress& address, SensorReading&
 std::vector<SelEntry> CompositeSource::selEntries() {
     return m_bmc->selEntries();
 }
+uint64_t CompositeSource::readingRefreshPeriodMs() const {
+    return m_bmc->readingRefreshPeriodMs();
+}
 
 Inventory CompositeSource::inventory() {
     Inventory inv = m_bmc->inventory();
