@@ -1,8 +1,10 @@
 // The event queue, the health lists and the traps built from queued records.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <future>
 #include <list>
 #include <string>
 #include <thread>
@@ -389,6 +391,35 @@ TEST_F(EventHandlerTest, EventsQueuedByAnotherThreadComeOutOnceInOrder) {
         ASSERT_EQ(seen[i], i);
     }
     EXPECT_EQ(handler.queuedEvents(), 0u);
+}
+
+// The health lock is given back after every event: the SNMP service may take traps on
+// more than one thread, and while the thread that moved the health lives on, another
+// thread's trap still gets through.
+TEST_F(EventHandlerTest, HealthLockIsFreeAfterAnotherThreadsTrap) {
+    start(3);
+    std::promise<void> finish;
+    std::thread first([&] {
+        handler.addEvent(makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"));
+        takeTrap(handler); // the device's trap, which moves the health
+        takeTrap(handler); // the health trap
+        finish.get_future().wait();
+    });
+    for (int i = 0; i < 2000 && handler.healthStatus() != 5; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    auto second = std::async(std::launch::async, [&] {
+        handler.addEvent(makeEvent(14, 6, 13, "Lower Non-recoverable going low", 3, "PCH Temp"));
+        takeTrap(handler);
+    });
+    // Far beyond any wait for a free lock: a lock never given back is held until the
+    // first thread ends.
+    const bool through = second.wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    finish.set_value();
+    first.join();
+    second.wait();
+    EXPECT_TRUE(through);
+    EXPECT_EQ(handler.healthStatus(), 6);
 }
 
 // Variable bindings as the SNMP service receives them.
