@@ -2,6 +2,7 @@
 #include "host/hostConfig.h"
 
 #include <strings.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <sstream>
@@ -73,6 +74,12 @@ void parseEntityTables(const char* /*token*/, char* line) {
 }
 
 } // namespace
+
+std::string configurationFiles(const std::string& configFile, const std::string& persistentDir,
+                               const std::string& app) {
+    const std::string saved = persistentDir + "/" + app + ".conf";
+    return access(saved.c_str(), R_OK) == 0 ? configFile + "," + saved : configFile;
+}
 
 bool readRole(const std::string& path, Role& role, std::string& error) {
     std::ifstream file(path);

@@ -22,6 +22,12 @@ struct HostSettings {
 // Returns false with a one-line reason for an unreadable file or a bad value.
 bool readRole(const std::string& path, Role& role, std::string& error);
 
+// The files net-snmp reads, comma-separated: the configuration file, then the state
+// the daemon saved in `persistentDir` at its last stop (`app`.conf: the SNMPv3 engine
+// ID and boots counter, users created at run time) when there is one.
+std::string configurationFiles(const std::string& configFile, const std::string& persistentDir,
+                               const std::string& app);
+
 // Registers agentLibrary, agentRegistry, agentRole and entityTables with net-snmp's parser for
 // the application type `app`; parsed values land in `settings`, which must
 // outlive the parsing.

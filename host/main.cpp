@@ -21,6 +21,10 @@
 // it ships no header for them.
 extern "C" void init_vacm_vars(void);
 extern "C" void init_vacm_conf(void);
+extern "C" void init_snmpEngine(void);
+extern "C" void init_snmpMPDStats(void);
+extern "C" void init_usmStats(void);
+extern "C" void init_usmUser(void);
 
 namespace {
 
@@ -113,9 +117,12 @@ int main(int argc, char** argv) {
         return fail(error, false);
     const bool master = settings.role == hmhost::Role::Master;
 
-    // Only the given file is read, as with snmpd -C -c FILE.
+    // Only the given file is read, as with snmpd -C -c FILE, and then what the daemon
+    // itself saved at its last stop (the SNMPv3 engine ID and boots counter, users
+    // created at run time), as snmpd reads its persistent file.
     netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_READ_CONFIGS, 1);
-    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, configFile.c_str());
+    const std::string configFiles = hmhost::configurationFiles(configFile, get_persistent_directory(), kApp);
+    netsnmp_ds_set_string(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_OPTIONALCONFIG, configFiles.c_str());
     netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, master ? 0 : 1);
     netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_DONT_LOG_TCPWRAPPERS_CONNECTS, 1);
     // The daemon names no MIB objects: skip loading the MIB files unless asked to.
@@ -136,6 +143,13 @@ int main(int argc, char** argv) {
     if (master) {
         init_vacm_vars();
         init_vacm_conf();
+        // The SNMPv3 objects snmpd serves: the engine's ID, boots and time, the
+        // message-processing and USM counters, and the USM user table (users a
+        // manager creates are saved with the engine state).
+        init_snmpEngine();
+        init_snmpMPDStats();
+        init_usmStats();
+        init_usmUser();
     }
     hmhost::registerDirectives(kApp, settings);
     g_watch.watching = true;
