@@ -375,10 +375,10 @@ uint32_t eventHandler::checkEventLists(eventData event) {
 }
 
 uint32_t eventHandler::needHealthEvent(int32_t severity, int32_t* newHealth) {
-    debugLog("needHealthEvent: m_nHealthStatus=%d :%s:\n", m_nHealthStatus, statusName(m_nHealthStatus));
     *newHealth = severity;
     HealthSemaphoreWait();
     const int32_t health = m_nHealthStatus;
+    debugLog("needHealthEvent: m_nHealthStatus=%d :%s:\n", health, statusName(health));
     debugLog("needHealthEvent2: m_nHealthStatus=%d :%s:\n", health, statusName(health));
 
     if (severity > health) {
@@ -418,10 +418,13 @@ uint32_t eventHandler::needHealthEvent(int32_t severity, int32_t* newHealth) {
 }
 
 uint32_t eventHandler::sendHealthEvent(int32_t newHealth) {
+    HealthSemaphoreWait();
+    const int32_t oldHealth = m_nHealthStatus;
+    HealthSemaphoreRelease();
     eventData event;
     std::memset(&event, 0, sizeof(event));
     std::snprintf(event.stEventDesc, sizeof(event.stEventDesc), "System health was changed from %s to %s.",
-                  statusName(m_nHealthStatus), statusName(newHealth));
+                  statusName(oldHealth), statusName(newHealth));
     debugLog("sendHealthEvent:stEventDesc=%s, strlen=%d\n", event.stEventDesc,
              static_cast<int>(std::strlen(event.stEventDesc)));
     event.nSeverity = newHealth;

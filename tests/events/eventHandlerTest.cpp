@@ -398,16 +398,16 @@ TEST_F(EventHandlerTest, EventsQueuedByAnotherThreadComeOutOnceInOrder) {
 // thread's trap still gets through.
 TEST_F(EventHandlerTest, HealthLockIsFreeAfterAnotherThreadsTrap) {
     start(3);
+    std::promise<void> traded;
     std::promise<void> finish;
     std::thread first([&] {
         handler.addEvent(makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"));
         takeTrap(handler); // the device's trap, which moves the health
         takeTrap(handler); // the health trap
+        traded.set_value();
         finish.get_future().wait();
     });
-    for (int i = 0; i < 2000 && handler.healthStatus() != 5; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
+    traded.get_future().wait();
     auto second = std::async(std::launch::async, [&] {
         handler.addEvent(makeEvent(14, 6, 13, "Lower Non-recoverable going low", 3, "PCH Temp"));
         takeTrap(handler);
