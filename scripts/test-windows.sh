@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build pkg-config nlohmann-json3-dev g++-mingw-w64-x86-64-posix
-          binutils-mingw-w64-x86-64 mingw-w64-tools wine64)
+          binutils-mingw-w64-x86-64 mingw-w64-tools wine64 wixl msitools)
 missing=()
 for p in "${packages[@]}"; do
     if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
@@ -26,13 +26,13 @@ if [ ${#missing[@]} -ne 0 ]; then
 fi
 
 jobs=$(nproc)
-echo "=== windows: configure and cross-build (hmSubagent.dll, kelvarn.dll, pickmere.dll, hm-loader.exe)"
+echo "=== windows: configure and cross-build (hmSubagent.dll, kelvarn.dll, pickmere.dll, hm-loader.exe, the MSI)"
 cmake --preset windows >/dev/null
 started=$SECONDS
 cmake --build --preset windows -j "$jobs"
 echo "=== windows: built in $((SECONDS - started)) s"
 
-echo "=== windows: export table, imports, Wine walk"
+echo "=== windows: export table, imports, Wine walk, MSI install"
 # Each check script prints an "ok:", "FAIL:" or "skipped:" line per check; show those and
 # ctest's verdicts, and keep the whole output in the log.
 log=build/windows/test-windows.log

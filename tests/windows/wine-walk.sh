@@ -17,42 +17,8 @@ loader=$(readlink -f "$1")
 dll=$(readlink -f "$2")
 regFile=$(readlink -f "$3")
 
-wine=$(command -v wine64 || true)
-[ -n "$wine" ] || { [ -x /usr/lib/wine/wine64 ] && wine=/usr/lib/wine/wine64; } || true
-[ -n "$wine" ] || wine=$(command -v wine || true)
-wineserver=$(command -v wineserver || true)
-[ -n "$wineserver" ] || { [ -x /usr/lib/wine/wineserver64 ] && wineserver=/usr/lib/wine/wineserver64; } || true
-if [ -z "$wine" ] || [ -z "$wineserver" ]; then
-    echo "FAIL: Wine is needed (Debian package wine64)"
-    exit 1
-fi
-
-# A prefix of its own, headless, without the Mono and Gecko installers.
-work=$(mktemp -d /tmp/hmwine.XXXXXX)
-export WINEPREFIX=$work/prefix WINEDEBUG=-all WINEDLLOVERRIDES="mscoree,mshtml="
-unset DISPLAY WAYLAND_DISPLAY
-cleanup() {
-    "$wineserver" -k >/dev/null 2>&1 || true
-    rm -rf "$work"
-}
-trap cleanup EXIT
-
-failures=0
-check() { # check DESCRIPTION COMMAND...
-    local what=$1
-    shift
-    if "$@"; then
-        echo "ok: $what"
-    else
-        echo "FAIL: $what"
-        failures=$((failures + 1))
-    fi
-}
-windowsPath() { local p=${1//\//\\}; printf 'Z:%s' "$p"; }
-
-start=$(date +%s)
-"$wine" wineboot --init >/dev/null 2>&1
-echo "ok: Wine prefix ready in $(($(date +%s) - start)) s"
+# shellcheck source=wine-prefix.sh
+source "$(dirname "$0")/wine-prefix.sh"
 
 # A description of 70 characters, longer than the 63 the system group publishes.
 long=a123456789b123456789c123456789d123456789e123456789f123456789g123456789
