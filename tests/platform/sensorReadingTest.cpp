@@ -9,6 +9,7 @@
 
 namespace {
 
+using sensortest::narrow;
 using sensortest::ScriptedResponder;
 using sensortest::TracedTest;
 
@@ -24,11 +25,6 @@ CSensorWrapper fanRecord() {
     w.m_SensorData.nReading = -5;
     w.m_SensorData.stReadingText = CString("before");
     return w;
-}
-
-std::string narrow(const CString& s) {
-    char buffer[CString::kLogBufferSize];
-    return s.NarrowForLog(buffer);
 }
 
 class SensorReadingTest : public TracedTest {
@@ -85,6 +81,7 @@ TEST_F(SensorReadingTest, TracesTheQueryTheValueAndTheResult) {
                        "\n End of the GetSensorData2 Function");
 }
 
+// No usable answer, or a failed query (traced): the record stays as it was.
 TEST_F(SensorReadingTest, NoUsableAnswerLeavesTheRecordAsItWas) {
     const QueryResult answers[] = {
         {}, // nothing
@@ -92,23 +89,18 @@ TEST_F(SensorReadingTest, NoUsableAnswerLeavesTheRecordAsItWas) {
           ScriptedResponder::node({"5"})}},                  // other key
         {{kReadingPath, ScriptedResponder::node({"5"}, 1)}}, // not a value node
         {{kReadingPath, ScriptedResponder::node({})}},       // no value
+        {{kReadingPath, ScriptedResponder::node({"5"})}},    // failed, see below
     };
     for (const QueryResult& answer : answers) {
         script->answers[kReadingPath] = answer;
+        if (&answer == &answers[4])
+            script->failures[kReadingPath] = {sensortest::failure(7, 3, "no such sensor"),
+                                              sensortest::failure(8, 4, "BMC busy")};
         CSensorWrapper w = fanRecord();
         GetSensorData2(&w, 10);
         EXPECT_EQ(w.m_SensorData.nReading, -5);
         EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "before");
     }
-}
-
-TEST_F(SensorReadingTest, FailedQueryIsTracedAndLeavesTheRecordAsItWas) {
-    script->failures[kReadingPath] = {sensortest::failure(7, 3, "no such sensor"),
-                                      sensortest::failure(8, 4, "BMC busy")};
-    CSensorWrapper w = fanRecord();
-    GetSensorData2(&w, 10);
-    EXPECT_EQ(w.m_SensorData.nReading, -5);
-    EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "before");
     EXPECT_TRUE(sensortest::containsInOrder(
         trace(), {"\n Failed for SensorReadingquery\n", "Operation: 7", std::string("on :") + kReadingPath,
                   " failed. 3", ": no such sensor", "Operation: 8", std::string("on :") + kReadingPath,
@@ -143,6 +135,10 @@ TEST_F(SensorReadingTest, ThresholdKindsQueryTheirKeysAndConvertOnlyThresholds) 
         {0, "/THRESHOLD/UPPER_CRITICAL", "9", "/INTERPRET_SENSOR_VALUE[9]", "9", 2, 18},
         {11, "/UPPER_CRITICAL", "9", nullptr, nullptr, 2, 9},
     };
+    // Kind 10 asks nothing.
+    EXPECT_EQ(GetThresholdValue(48, 32, 0, 77, 10, 10), NO_VALUE);
+    EXPECT_TRUE(script->calls.empty());
+    EXPECT_EQ(trace(), "Thresholdquery completed with 2147483647\n");
     for (const Case& c : cases) {
         script->answers.clear();
         script->calls.clear();
@@ -155,12 +151,6 @@ TEST_F(SensorReadingTest, ThresholdKindsQueryTheirKeysAndConvertOnlyThresholds) 
             expectedCalls.push_back(at(c.interpreted));
         EXPECT_EQ(script->calls, expectedCalls) << "kind " << c.kind;
     }
-}
-
-TEST_F(SensorReadingTest, KindTenAsksNothing) {
-    EXPECT_EQ(GetThresholdValue(48, 32, 0, 77, 10, 10), NO_VALUE);
-    EXPECT_TRUE(script->calls.empty());
-    EXPECT_EQ(trace(), "Thresholdquery completed with 2147483647\n");
 }
 
 TEST_F(SensorReadingTest, EmptyThresholdAnswerFallsBackToTheSdrByte) {
