@@ -36,19 +36,17 @@ TEST_F(QueryServiceTest, StoresTheLeadingDigitsOfTheEntryKeyedByThePath) {
     const struct {
         QueryResult answer;
         uint32_t expected;
-    } cases[] = {
-        {{{path, node({"12abc"})}}, 12},
-        {{{path, node({"abc"})}}, 0},
-        {{{path, node({"  7"})}}, 7},
-        {{{path, node({"-1"})}}, 0xFFFFFFFFu},
-        {{{path, node({""})}}, 0},
-        {{{path + "/", node({"5"})}, {"/SMBIOS/MemoryArray[1]", node({"6"})}}, 0}, // neighbours only
-        {{{path, node({})}}, 0},
-        {{{"/SMBIOS/MemoryArray[1]/NumMemoryDevice", node({"1"})},
-          {path, node({"6", "7"}, 1)},
-          {path + "X", node({"8"})}},
-         6},
-    };
+    } cases[] = {{{{path, node({"12abc"})}}, 12},
+                 {{{path, node({"abc"})}}, 0},
+                 {{{path, node({"  7"})}}, 7},
+                 {{{path, node({"-1"})}}, 0xFFFFFFFFu},
+                 {{{path, node({""})}}, 0},
+                 {{{path + "/", node({"5"})}, {"/SMBIOS/MemoryArray[1]", node({"6"})}}, 0}, // neighbours only
+                 {{{path, node({})}}, 0},
+                 {{{"/SMBIOS/MemoryArray[1]/NumMemoryDevice", node({"1"})},
+                   {path, node({"6", "7"}, 1)},
+                   {path + "X", node({"8"})}},
+                  6}};
     for (const auto& c : cases) {
         responder->answers[path] = c.answer;
         uint32_t out = 42;
@@ -111,14 +109,12 @@ TEST_F(QueryServiceTest, CountsTheDemoServersInventory) {
     struct Case {
         const char* path;
         uint32_t expected;
-    } cases[] = {
-        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", 2},
-        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", 2},
-        {"/SMBIOS/MemoryArray/TotalNoOfArray", 2},
-        {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", 6},
-        {"/SMBIOS/MemoryArray[0]/TotalNoOfDevicePresent", 4},
-        {"/SMBIOS/MemoryArray[7]/NumMemoryDevices", 77}, // no such array: left as it was
-    };
+    } cases[] = {{"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", 2},
+                 {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", 2},
+                 {"/SMBIOS/MemoryArray/TotalNoOfArray", 2},
+                 {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", 6},
+                 {"/SMBIOS/MemoryArray[0]/TotalNoOfDevicePresent", 4},
+                 {"/SMBIOS/MemoryArray[7]/NumMemoryDevices", 77}}; // no such array: left as it was
     for (const Case& c : cases) {
         uint32_t out = 77;
         ExeIntegerQuery(c.path, &out);

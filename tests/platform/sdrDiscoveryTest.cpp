@@ -67,12 +67,10 @@ protected:
 TEST(SensorKey, PacksLunBitsSensorOwnerAndLunByte) {
     struct Case {
         uint32_t lun, number, owner, key;
-    } cases[] = {
-        {0x21, 0x30, 0x20, 0x01302021u},
-        {0x00, 0x01, 0x20, 0x00012000u},
-        {0xE3, 0xFF, 0xFF, 0x07FFFFE3u},
-        {0x1F, 0x05, 0x82, 0x0005821Fu}, // the low LUN bits do not reach the top byte
-    };
+    } cases[] = {{0x21, 0x30, 0x20, 0x01302021u},
+                 {0x00, 0x01, 0x20, 0x00012000u},
+                 {0xE3, 0xFF, 0xFF, 0x07FFFFE3u},
+                 {0x1F, 0x05, 0x82, 0x0005821Fu}}; // the low LUN bits do not reach the top byte
     for (const Case& c : cases)
         EXPECT_EQ(makeSensorKey(c.lun, c.number, c.owner), c.key) << std::hex << c.lun << " " << c.number;
 }
@@ -91,8 +89,7 @@ TEST_F(SdrDiscoveryTest, ScansThatAddNothingAreTracedExactly) {
             "\"b\"\n\tNodeType = 0\n"
             "\nAfter the resultsmap\n\n Inside for loop\n\n Inside for loop\n\nNo Data, continue\n"},
         {1, "\n SensorType Query Failed\nOperation: 12on :/BMC/SDR/SENSOR_TYPE[1] failed Error code. 6  -"
-            "\nAfter the resultsmap\n\nAfter the resultsmap\n"},
-    };
+            "\nAfter the resultsmap\n\nAfter the resultsmap\n"}};
     for (const auto& c : cases) {
         clearTrace();
         GetSDRData(c.type, &db, 1);
@@ -198,68 +195,51 @@ TEST_F(SdrDiscoveryTest, ThresholdFailureAbandonsOnlyThatRecord) {
 }
 
 TEST_F(SdrDiscoveryTest, MalformedRecordTextsAreBounded) {
+    const std::string fewer = " bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n";
+    // 667 tokens, 2,000 characters: 48 record bytes and 619 bytes of padding; 341 tokens are
+    // kept, of which bytes 1 to 129 are used.
+    std::string longText = sdrText(probeBytes());
+    while (longText.size() < 2000)
+        longText += " ff";
+    ASSERT_EQ(longText.size(), 2000u);
+    const std::vector<std::string> longTraces = {
+        "\n SDR record text of 2000 characters cut to 1023\n",
+        "\nssdrreading = " + longText.substr(0, 1023) + "\n",
+        "\n SDR record has 341 bytes, the 212 beyond byte 129 are ignored\n"};
     // One decoded field per case: byte 6 (owner), 7 (LUN byte) and 8 (sensor number).
-    struct Case {
-        const char* what;
+    const struct {
         std::string text;
         int32_t owner, lun, number;
-        const char* traceLine;
-    } cases[] = {
-        {"8 bytes", "01 00 51 01 10 20 00 30", 0x20, 0, 0x30,
-         "\n SDR record has 8 bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n"},
-        {"non-hex tokens", sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, nullptr},
-        {"2,000 characters", "", 0x20, 0x21, 0x30, "\n SDR record text of 2000 characters cut to 1023\n"},
-        {"one huge token", std::string(1500, 'f'), 0, 0, 0,
-         "\n SDR record has 1 bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n"},
-    };
-    // 667 tokens, 2,000 characters: 48 record bytes and 619 bytes of padding.
-    cases[2].text = sdrText(probeBytes());
-    while (cases[2].text.size() < 2000)
-        cases[2].text += " ff";
-    ASSERT_EQ(cases[2].text.size(), 2000u);
-
-    for (const Case& c : cases) {
+        std::vector<std::string> traced;
+    } cases[] = {{"01 00 51 01 10 20 00 30", 0x20, 0, 0x30, {"\n SDR record has 8" + fewer}},
+                 {sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, {}}, // non-hex tokens
+                 {longText, 0x20, 0x21, 0x30, longTraces},
+                 {std::string(1500, 'f'), 0, 0, 0, {"\n SDR record has 1" + fewer}}}; // one huge token
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 40));
         db.RemoveAll();
         clearTrace();
         scanAnswers(1, {c.text});
         GetSDRData(1, &db, 1);
-        ASSERT_EQ(db.GetCount(), 1) << c.what;
+        ASSERT_EQ(db.GetCount(), 1);
         const CSensorInfo& info = db.GetAt(0)->m_SensorInfo;
-        EXPECT_EQ(info.nOwnerID, c.owner) << c.what;
-        EXPECT_EQ(info.nLUN, c.lun) << c.what;
-        EXPECT_EQ(info.nSensorNumber, c.number) << c.what;
-        if (c.traceLine != nullptr) {
-            EXPECT_NE(trace().find(c.traceLine), std::string::npos) << c.what << "\n" << trace();
-        }
+        EXPECT_EQ((std::vector<int32_t>{info.nOwnerID, info.nLUN, info.nSensorNumber}),
+                  (std::vector<int32_t>{c.owner, c.lun, c.number}));
+        EXPECT_TRUE(containsInOrder(trace(), c.traced));
     }
-    // The 2,000-character text keeps 341 tokens, of which bytes 1 to 129 are used.
-    db.RemoveAll();
-    clearTrace();
-    scanAnswers(1, {cases[2].text});
-    GetSDRData(1, &db, 1);
-    EXPECT_TRUE(
-        containsInOrder(trace(), {"\n SDR record text of 2000 characters cut to 1023\n",
-                                  "\nssdrreading = " + cases[2].text.substr(0, 1023) + "\n",
-                                  "\n SDR record has 341 bytes, the 212 beyond byte 129 are ignored\n"}));
 }
 
-TEST_F(SdrDiscoveryTest, LongNameAndLongReadingAreKeptWithinTheirBuffers) {
+// A 300-character name is kept whole, and traced cut to 127 where a buffer holds it.
+TEST_F(SdrDiscoveryTest, LongNameIsKeptWithinTheTraceBuffer) {
     scanAnswers(1, {sdrText(probeBytes())});
     const std::string name(300, 'N');
     script->value(probe("/NAME"), name);
-    const std::string reading = "FULLY_REDUNDANT," + std::string(184, 'R');
-    script->value(probe("/INTERPRET_SENSOR_VALUE"), reading);
     GetSDRData(1, &db, 1);
     ASSERT_EQ(db.GetCount(), 1);
-    const CSensorWrapper& w = *db.GetAt(0);
-    EXPECT_EQ(w.m_SensorInfo.stName.GetLength(), 300u);
-    EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "Full Redundancy," + std::string(111, 'R'));
-    EXPECT_EQ(w.m_SensorData.nReading, 0);
-    EXPECT_TRUE(containsInOrder(
-        trace(),
-        {"\n Name of the sensor = " + name + "\n",
-         "\n\n Adding the object for sensor " + std::string(127, 'N') + " with sensor number 48 and type 1",
-         "\n Reading text of more than 127 characters, only the first 127 are mapped\n"}));
+    EXPECT_EQ(db.GetAt(0)->m_SensorInfo.stName.GetLength(), 300u);
+    EXPECT_TRUE(containsInOrder(trace(), {"\n Name of the sensor = " + name + "\n",
+                                          "\n\n Adding the object for sensor " + std::string(127, 'N') +
+                                              " with sensor number 48 and type 1"}));
 }
 
 TEST_F(SdrDiscoveryTest, DatabaseGrowsByOneRecordPerSensorInScanOrder) {
@@ -284,11 +264,8 @@ TEST_F(SdrDiscoveryTest, DatabaseGrowsByOneRecordPerSensorInScanOrder) {
 }
 
 // Against a platform file: the service's own conversions and keys.
-class SdrDiscoveryPlatformTest : public TracedTest {};
-
-TEST_F(SdrDiscoveryPlatformTest, DecodesEveryRecordOfTheScannedType) {
+TEST_F(SdrDiscoveryTest, PlatformFileDecodesEveryRecordOfTheScannedType) {
     sensortest::usePlatformFile("discovery.json");
-    CDatabase<CSensorWrapper> db;
     GetSDRData(1, &db, 10);
     ASSERT_EQ(db.GetCount(), 3);
 
@@ -312,8 +289,7 @@ TEST_F(SdrDiscoveryPlatformTest, DecodesEveryRecordOfTheScannedType) {
         {"Temp Status",
          {51, 32, 0, 7, 4, 0, 3, 0x7F, 0, A, A, A, A, A, A, A, A, A},
          0x00332000u,
-         "State Asserted"},
-    };
+         "State Asserted"}};
     for (int i = 0; i < 3; ++i) {
         const CSensorInfo& info = db.GetAt(i)->m_SensorInfo;
         const CSensorData& d = db.GetAt(i)->m_SensorData;

@@ -42,19 +42,17 @@ TEST_F(SensorReadingTest, ConvertsTheAnswerInSinglePrecision) {
         int32_t multiplier;
         int32_t reading;
         const char* text;
-    } cases[] = {
-        {"37.9", 1, 37, "37.9"},
-        {"37.9", 10, 379, "37.9"},
-        {"25.5", 10, 255, "25.5"},
-        {"4.35", 100, 435, "4.35"}, // 434 in double precision
-        {"0.29", 100, 29, "0.29"},  // 28 in double precision
-        {"-3.7", 1, -3, "-3.7"},    // toward zero
-        {"12.6", 1000, 12600, "12.6"},
-        {"READING_UNAVAILABLE", 1000, NO_VALUE, "READING_UNAVAILABLE"},
-        {"DEVICE_PRESENT,  DRIVE_FAULT", 1, 0, "Device Inserted/Present,Drive Fault"},
-        {"FULLY_REDUNDANT", 1, 0, "Full Redundancy"},
-        {"1e12", 1000, NO_VALUE, "1e12"}, // does not fit 32 bits
-    };
+    } cases[] = {{"37.9", 1, 37, "37.9"},
+                 {"37.9", 10, 379, "37.9"},
+                 {"25.5", 10, 255, "25.5"},
+                 {"4.35", 100, 435, "4.35"}, // 434 in double precision
+                 {"0.29", 100, 29, "0.29"},  // 28 in double precision
+                 {"-3.7", 1, -3, "-3.7"},    // toward zero
+                 {"12.6", 1000, 12600, "12.6"},
+                 {"READING_UNAVAILABLE", 1000, NO_VALUE, "READING_UNAVAILABLE"},
+                 {"DEVICE_PRESENT,  DRIVE_FAULT", 1, 0, "Device Inserted/Present,Drive Fault"},
+                 {"FULLY_REDUNDANT", 1, 0, "Full Redundancy"},
+                 {"1e12", 1000, NO_VALUE, "1e12"}}; // does not fit 32 bits
     for (const Case& c : cases) {
         script->value(kReadingPath, c.answer);
         CSensorWrapper w = fanRecord();
@@ -83,14 +81,12 @@ TEST_F(SensorReadingTest, TracesTheQueryTheValueAndTheResult) {
 
 // No usable answer, or a failed query (traced): the record stays as it was.
 TEST_F(SensorReadingTest, NoUsableAnswerLeavesTheRecordAsItWas) {
-    const QueryResult answers[] = {
-        {}, // nothing
-        {{"/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[0]",
-          ScriptedResponder::node({"5"})}},                  // other key
-        {{kReadingPath, ScriptedResponder::node({"5"}, 1)}}, // not a value node
-        {{kReadingPath, ScriptedResponder::node({})}},       // no value
-        {{kReadingPath, ScriptedResponder::node({"5"})}},    // failed, see below
-    };
+    const QueryResult answers[] = {{}, // nothing
+                                   {{"/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[0]",
+                                     ScriptedResponder::node({"5"})}},                  // other key
+                                   {{kReadingPath, ScriptedResponder::node({"5"}, 1)}}, // not a value node
+                                   {{kReadingPath, ScriptedResponder::node({})}},       // no value
+                                   {{kReadingPath, ScriptedResponder::node({"5"})}}};   // failed, see below
     for (const QueryResult& answer : answers) {
         script->answers[kReadingPath] = answer;
         if (&answer == &answers[4])
@@ -133,8 +129,7 @@ TEST_F(SensorReadingTest, ThresholdKindsQueryTheirKeysAndConvertOnlyThresholds) 
         {8, "/RESOLUTION", "75", nullptr, nullptr, 1000, 75},
         {9, "/ACCURACY", "NOT SUPPORTED", nullptr, nullptr, 1, NO_VALUE},
         {0, "/THRESHOLD/UPPER_CRITICAL", "9", "/INTERPRET_SENSOR_VALUE[9]", "9", 2, 18},
-        {11, "/UPPER_CRITICAL", "9", nullptr, nullptr, 2, 9},
-    };
+        {11, "/UPPER_CRITICAL", "9", nullptr, nullptr, 2, 9}};
     // Kind 10 asks nothing.
     EXPECT_EQ(GetThresholdValue(48, 32, 0, 77, 10, 10), NO_VALUE);
     EXPECT_TRUE(script->calls.empty());

@@ -43,8 +43,7 @@ TEST_F(SmbiosInventoryTest, ProcessorNamesAndNumbers) {
         {{"ZIF Socket", "3.3V", "videoProcessor", "Opteron", nullptr, nullptr, nullptr},
          {4, 3300, 6, 77, 0, 0, 0}},
         {{"Socket LGA2011", "V", "Unknown", nullptr, nullptr, nullptr, nullptr}, {2, 0, 77, 77, 0, 0, 0}},
-        {{"socket f", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr}, {2, 0, 77, 77, 0, 0, 0}},
-    };
+        {{"socket f", nullptr, nullptr, nullptr, nullptr, nullptr, nullptr}, {2, 0, 77, 77, 0, 0, 0}}};
     auto r = useScript();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.answers[0]);
@@ -79,8 +78,7 @@ TEST_F(SmbiosInventoryTest, MemoryDeviceNamesAndTypeDetail) {
         {{{"TypeDetail/Synchronous", "Supported"}, {"TypeDetail/CMOS", "Supported"}}, 5, 5, 256},
         {{{"TypeDetail/Synchronous", "Supported"}, {"TypeDetail/CMOS", "Not supported"}}, 5, 5, 128},
         {{{"TypeDetail/Non-volatile", "Supported"}, {"TypeDetail/Fast-paged", "Supported"}}, 5, 5, 4096},
-        {{{"TypeDetail/EDO", "supported"}}, 5, 5, 99},
-    };
+        {{{"TypeDetail/EDO", "supported"}}, 5, 5, 99}};
     auto r = useScript();
     for (const DeviceCase& c : cases) {
         SCOPED_TRACE(c.answers[0].first + "=" + c.answers[0].second);

@@ -18,36 +18,34 @@ TEST(StateStrings, KeywordsMapToTheirDisplayTexts) {
     struct Case {
         const char* keyword;
         const char* display;
-    } cases[] = {
-        {"FULLY_REDUNDANT", "Full Redundancy"},
-        {"I/O_CARD_AREA_INTRUSION", "I//O_CARD_AREA_INTRUSION"},
-        {"IERR", "IERR (Internal Error"},
-        {"CPU_DIDNT_START", "FRB3:"},
-        {"THREMAL_PRESENCE_DETECTED", "Terminator Presence Detected"},
-        {"MEMORY_DEVICE_DISABLED", "has been disabled"},
-        {"NON_REDUNDANT_INSUFFICENT_RESOURCES", "Non-Redundancy with Insufficient Resources"},
-        {"NON_REDUNDANT_INSUFFICIENT_TO_SUFFICIENT_RESOURCES",
-         "State changed from Insufficient Resources to Non-Redundancy with Sufficient Resources"},
-        {"LIMIT_EXCEEDED", "performance is lagging"},
-        {"DEVICE_REMOVED/DEVICE_ABSENT", "Device Removed/Absent"},
-        {"DEVICE_PRESENT", "Device Inserted/Present"},
-        {"ALL_DEASSERTED", "All Deasserted"},
-        // A keyword used by several sensor kinds answers with its first row only.
-        {"PREDICTIVE_FAILURE", "predictive failure has been detected for the power supply"},
-        {"PRESENCE_DETECTED", "power supply's presence has been detected"},
-        {"DRIVE_PRESENCE", "DRIVE_PRESENCE"},
-        {"DRIVE_FAULT", "Drive Fault"},
-        // Rows whose text is the keyword itself.
-        {"GENERAL_CHASSIS_INTRUSION", "GENERAL_CHASSIS_INTRUSION"},
-        {"D3_POWER_STATE", "D3_POWER_STATE"},
-        // Unknown: case, blanks and readings are not keywords.
-        {"fully_redundant", nullptr},
-        {"FULLY_REDUNDANT ", nullptr},
-        {" IERR", nullptr},
-        {"", nullptr},
-        {"READING_UNAVAILABLE", nullptr},
-        {"42.5", nullptr},
-    };
+    } cases[] = {{"FULLY_REDUNDANT", "Full Redundancy"},
+                 {"I/O_CARD_AREA_INTRUSION", "I//O_CARD_AREA_INTRUSION"},
+                 {"IERR", "IERR (Internal Error"},
+                 {"CPU_DIDNT_START", "FRB3:"},
+                 {"THREMAL_PRESENCE_DETECTED", "Terminator Presence Detected"},
+                 {"MEMORY_DEVICE_DISABLED", "has been disabled"},
+                 {"NON_REDUNDANT_INSUFFICENT_RESOURCES", "Non-Redundancy with Insufficient Resources"},
+                 {"NON_REDUNDANT_INSUFFICIENT_TO_SUFFICIENT_RESOURCES",
+                  "State changed from Insufficient Resources to Non-Redundancy with Sufficient Resources"},
+                 {"LIMIT_EXCEEDED", "performance is lagging"},
+                 {"DEVICE_REMOVED/DEVICE_ABSENT", "Device Removed/Absent"},
+                 {"DEVICE_PRESENT", "Device Inserted/Present"},
+                 {"ALL_DEASSERTED", "All Deasserted"},
+                 // A keyword used by several sensor kinds answers with its first row only.
+                 {"PREDICTIVE_FAILURE", "predictive failure has been detected for the power supply"},
+                 {"PRESENCE_DETECTED", "power supply's presence has been detected"},
+                 {"DRIVE_PRESENCE", "DRIVE_PRESENCE"},
+                 {"DRIVE_FAULT", "Drive Fault"},
+                 // Rows whose text is the keyword itself.
+                 {"GENERAL_CHASSIS_INTRUSION", "GENERAL_CHASSIS_INTRUSION"},
+                 {"D3_POWER_STATE", "D3_POWER_STATE"},
+                 // Unknown: case, blanks and readings are not keywords.
+                 {"fully_redundant", nullptr},
+                 {"FULLY_REDUNDANT ", nullptr},
+                 {" IERR", nullptr},
+                 {"", nullptr},
+                 {"READING_UNAVAILABLE", nullptr},
+                 {"42.5", nullptr}};
     for (const Case& c : cases) {
         if (c.display == nullptr)
             EXPECT_EQ(MapCRStrToSNMPStr(c.keyword), c.keyword) << "\"" << c.keyword << "\"";
@@ -72,8 +70,7 @@ TEST_F(MapMultipleTest, JoinsTheTextsOfEveryKeyword) {
         {"STATE_ASSERTED, ,STATE_DEASSERTED", "State Asserted,,State Deasserted"},
         {"PARITY,", "Parity Error"},
         {"", ""},
-        {",,,", ",,,"}, // no keyword: the text as it came
-    };
+        {",,,", ",,,"}}; // no keyword: the text as it came
     for (const Case& c : cases) {
         std::string out;
         MapMultipleCRStrToSNMPStr(c.reading, out);

@@ -50,26 +50,24 @@ TEST(BaseContainerTest, ThresholdRule) {
         const char* name;
         int32_t reading, lnr, lc, lnc, uc, unr, unc;
         const char* expected;
-    } cases[] = {
-        {"absentReading", A, 0, 10, 20, 80, 90, 70, "unknown"},
-        {"equalToUnrIsInside", 100, A, A, A, A, 100, A, "ok"},
-        {"aboveUnrIsCritical", 101, A, A, A, A, 100, A, "critical"},
-        {"belowLcIsCritical", 4, A, 5, A, A, A, A, "critical"},
-        {"aboveUcIsCritical", 81, A, A, A, 80, A, A, "critical"},
-        {"belowLnrIsCritical", 4, 5, A, A, A, A, A, "critical"},
-        {"aboveUncIsNonCritical", 71, 0, 10, 20, 80, 90, 70, "nonCritical"},
-        {"belowLncIsNonCritical", 19, 0, 10, 20, 80, 90, 70, "nonCritical"},
-        {"negativeReadingSigned", -5, A, A, 0, A, A, A, "nonCritical"},
-        {"allAbsent", 20, A, A, A, A, A, A, "unknown"},
-        {"onlyUncPresentAndBelow", 20, A, A, A, A, A, 50, "ok"},
-        {"ucTestedBeforeLnc", 60, A, A, 80, 50, A, A, "critical"},
-        {"equalToLncIsInside", 20, 0, 10, 20, 80, 90, 70, "ok"},
-        {"equalToUncIsInside", 70, 0, 10, 20, 80, 90, 70, "ok"},
-        {"equalToUcIsInside", 80, A, A, A, 80, A, A, "ok"},
-        {"equalToLcIsInside", 10, A, 10, A, A, A, A, "ok"},
-        {"equalToLnrIsInside", 0, 0, A, A, A, A, A, "ok"},
-        {"insideAllSix", 50, 0, 10, 20, 80, 90, 70, "ok"},
-    };
+    } cases[] = {{"absentReading", A, 0, 10, 20, 80, 90, 70, "unknown"},
+                 {"equalToUnrIsInside", 100, A, A, A, A, 100, A, "ok"},
+                 {"aboveUnrIsCritical", 101, A, A, A, A, 100, A, "critical"},
+                 {"belowLcIsCritical", 4, A, 5, A, A, A, A, "critical"},
+                 {"aboveUcIsCritical", 81, A, A, A, 80, A, A, "critical"},
+                 {"belowLnrIsCritical", 4, 5, A, A, A, A, A, "critical"},
+                 {"aboveUncIsNonCritical", 71, 0, 10, 20, 80, 90, 70, "nonCritical"},
+                 {"belowLncIsNonCritical", 19, 0, 10, 20, 80, 90, 70, "nonCritical"},
+                 {"negativeReadingSigned", -5, A, A, 0, A, A, A, "nonCritical"},
+                 {"allAbsent", 20, A, A, A, A, A, A, "unknown"},
+                 {"onlyUncPresentAndBelow", 20, A, A, A, A, A, 50, "ok"},
+                 {"ucTestedBeforeLnc", 60, A, A, 80, 50, A, A, "critical"},
+                 {"equalToLncIsInside", 20, 0, 10, 20, 80, 90, 70, "ok"},
+                 {"equalToUncIsInside", 70, 0, 10, 20, 80, 90, 70, "ok"},
+                 {"equalToUcIsInside", 80, A, A, A, 80, A, A, "ok"},
+                 {"equalToLcIsInside", 10, A, 10, A, A, A, A, "ok"},
+                 {"equalToLnrIsInside", 0, 0, A, A, A, A, A, "ok"},
+                 {"insideAllSix", 50, 0, 10, 20, 80, 90, 70, "ok"}};
     SensorTable table({});
     for (const auto& c : cases)
         EXPECT_STREQ(c.expected,

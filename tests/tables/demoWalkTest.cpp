@@ -37,12 +37,10 @@ TEST_F(DemoWalkTest, EveryGroupHasRowsAndTheirColumns) {
         uint32_t entity;
         uint32_t rows;
         uint32_t status;
-    } groups[] = {
-        {chassisInfoEntity, 1, 3},     {processorDeviceEntity, 2, 3}, {memoryArrayEntity, 2, 3},
-        {memoryDeviceEntity, 8, 3},    {powerUnitEntity, 1, 3},       {powerSupplyEntity, 2, 4},
-        {discreteVoltageEntity, 1, 3}, {coolingUnitEntity, 1, 3},     {discreteCoolingEntity, 1, 3},
-        {driveSlotEntity, 4, 3},
-    };
+    } groups[] = {{chassisInfoEntity, 1, 3},     {processorDeviceEntity, 2, 3}, {memoryArrayEntity, 2, 3},
+                  {memoryDeviceEntity, 8, 3},    {powerUnitEntity, 1, 3},       {powerSupplyEntity, 2, 4},
+                  {discreteVoltageEntity, 1, 3}, {coolingUnitEntity, 1, 3},     {discreteCoolingEntity, 1, 3},
+                  {driveSlotEntity, 4, 3}};
     for (const auto& g : groups) {
         SCOPED_TRACE("entity " + std::to_string(g.entity));
         EXPECT_EQ(g.rows, getTableSize(g.entity));

@@ -48,8 +48,7 @@ const TableCase kTables[] = {
     {"coolingDevice", [] { return new coolingDevice(); }, 30, 117, 118, true, true},
     {"coolingUnit", [] { return new coolingUnit(); }, 29, 110, 111, true, false},
     {"discreteCooling", [] { return new discreteCooling(); }, 31, 132, 133, true, false},
-    {"driveSlot", [] { return new driveSlot(); }, 34, 153, 154, true, false},
-};
+    {"driveSlot", [] { return new driveSlot(); }, 34, 153, 154, true, false}};
 
 // Every table starts empty and answers with its own no-row code when nothing was discovered.
 void expectEmpty(BaseAccessor& table, const TableCase& c) {

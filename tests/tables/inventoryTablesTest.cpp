@@ -183,8 +183,7 @@ TEST_F(InventoryTablesTest, DiscreteSensorTablesEveryColumn) {
          153,
          4,
          {{112, "Drive 0", "DRIVE_PRESENCE,REBUILD/REMAP_IN_PROGRESS", 4, -1},
-          {113, "Drive 1", "All Deasserted", 1, -1}}},
-    };
+          {113, "Drive 1", "All Deasserted", 1, -1}}}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.firstAttribute);
         std::unique_ptr<BaseAccessor> table = c.make();

@@ -23,7 +23,7 @@ using namespace inventorytest;
 const std::string kRealData = std::string(HM_SOURCE_DIR) + "/../shared/realdata/fusioninventory";
 
 std::string trim(const std::string& s) {
-    size_t first = s.find_first_not_of(" \t\r");
+    const size_t first = s.find_first_not_of(" \t\r");
     return first == std::string::npos ? "" : s.substr(first, s.find_last_not_of(" \t\r") - first + 1);
 }
 
@@ -38,38 +38,26 @@ struct DmiSection {
     }
 };
 
-std::vector<DmiSection> parseDmidecode(const std::string& text) {
+// The structures of a dmidecode listing, or the devices (type -2) of an `ipmitool fru` listing.
+std::vector<DmiSection> parseListing(const std::string& text) {
     std::vector<DmiSection> sections;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         unsigned handle = 0;
         int type = 0;
+        char h[16];
+        const size_t colon = line.find(':');
         if (sscanf(line.c_str(), "Handle 0x%x, DMI type %d", &handle, &type) == 2) {
-            char h[16];
             snprintf(h, sizeof h, "0x%04X", handle);
             sections.push_back({type, h, {}});
-        } else if (!sections.empty() && line.size() > 1 && line[0] == '\t' && line[1] != '\t' &&
-                   line.find(':') != std::string::npos) {
-            const size_t colon = line.find(':');
-            sections.back().fields[trim(line.substr(1, colon - 1))] = trim(line.substr(colon + 1));
+        } else if (line.rfind("FRU Device Description", 0) == 0) {
+            sections.push_back({-2, "", {}});
+        } else if (!sections.empty() && line.size() > 1 && (line[0] == '\t' || line[0] == ' ') &&
+                   line[1] != '\t' && colon != std::string::npos) {
+            sections.back().fields[trim(line.substr(0, colon))] = trim(line.substr(colon + 1));
         }
     }
     return sections;
-}
-
-// The first FRU device of an `ipmitool fru` listing ("Builtin FRU Device").
-DmiSection parseFru(const std::string& text) {
-    DmiSection fru;
-    std::istringstream lines(text);
-    int devices = 0;
-    for (std::string line; std::getline(lines, line) && devices < 2;) {
-        const size_t colon = line.find(" : ");
-        if (line.rfind("FRU Device Description", 0) == 0)
-            ++devices;
-        else if (devices == 1 && colon != std::string::npos)
-            fru.fields[trim(line.substr(0, colon))] = trim(line.substr(colon + 3));
-    }
-    return fru;
 }
 
 std::string jsonText(const std::string& s) {
@@ -215,8 +203,8 @@ protected:
                           fruPath = kRealData + "/ipmitool-fru/" + name + ".txt";
         if (!hmtest::fileExists(dmiPath) || !hmtest::fileExists(fruPath))
             return false;
-        dmi = parseDmidecode(hmtest::readFile(dmiPath));
-        fru = parseFru(hmtest::readFile(fruPath));
+        dmi = parseListing(hmtest::readFile(dmiPath));
+        fru = parseListing(hmtest::readFile(fruPath)).at(0); // the built-in FRU device
         servePlatformText(platformOf(dmi, fru));
         EXPECT_EQ(CLIENT_SUCCESS, processors.init());
         EXPECT_EQ(CLIENT_SUCCESS, arrays.init());

@@ -250,10 +250,8 @@ TEST_F(SensorTablesTest, InverseLinearizationSwapsUpperAndLowerThresholds) {
 TEST(SensorTableSupport, TemperatureThresholdConversionByUnit) {
     struct Case {
         int32_t value, unit, expected;
-    } cases[] = {
-        {90, 0, 90}, {90, 1, 900}, {363, 3, 900}, {363, 2, 900}, {250, 2, -230},    {90, 4, 0},
-        {90, 18, 0}, {A, 1, A},    {A, 3, A},     {A, 7, A},     {300000000, 1, A}, // does not fit
-    };
+    } cases[] = {{90, 0, 90}, {90, 1, 900}, {363, 3, 900}, {363, 2, 900}, {250, 2, -230},   {90, 4, 0},
+                 {90, 18, 0}, {A, 1, A},    {A, 3, A},     {A, 7, A},     {300000000, 1, A}}; // does not fit
     for (const Case& c : cases)
         EXPECT_EQ(temperatureProbe::convertThreshold(c.value, c.unit, 10), c.expected)
             << c.value << " unit " << c.unit;
@@ -290,12 +288,10 @@ TEST(InverseLinearizationSetting, ReadFromTheRegistry) {
     struct Case {
         const char* line;
         bool expected;
-    } cases[] = {
-        {"\"bInverseLinearization\"=dword:00000001", true},
-        {"\"bInverseLinearization\"=dword:00000000", false},
-        {"\"bInverseLinearization\"=\"1\"", false},
-        {"", false},
-    };
+    } cases[] = {{"\"bInverseLinearization\"=dword:00000001", true},
+                 {"\"bInverseLinearization\"=dword:00000000", false},
+                 {"\"bInverseLinearization\"=\"1\"", false},
+                 {"", false}};
     for (const Case& c : cases) {
         hmtest::writeFile(path, "Windows Registry Editor Version 5.00\r\n\r\n"
                                 "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
