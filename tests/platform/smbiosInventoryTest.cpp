@@ -88,9 +88,8 @@ TEST_F(SmbiosInventoryTest, MemoryDeviceNamesAndTypeDetail) {
         record.MemoryType = 5;
         record.TypeDetail = 99;
         EXPECT_EQ(0, getMemoryDeviceInfo(0, 3, &record));
-        EXPECT_EQ(c.formFactor, record.FormFactor);
-        EXPECT_EQ(c.memoryType, record.MemoryType);
-        EXPECT_EQ(c.typeDetail, record.TypeDetail);
+        EXPECT_EQ((std::vector<uint32_t>{c.formFactor, c.memoryType, c.typeDetail}),
+                  (std::vector<uint32_t>{record.FormFactor, record.MemoryType, record.TypeDetail}));
     }
 }
 
@@ -108,13 +107,12 @@ TEST_F(SmbiosInventoryTest, MemoryArrayLocationIsAlwaysTheSystemBoard) {
     record.Use = 9;
     record.MemoryErrorCorrection = 9;
     EXPECT_EQ(0, getPhyMemDevArrayInfo(2, &record));
-    EXPECT_EQ(3, record.Location);
-    EXPECT_EQ(9, record.Use);                   // unknown use: kept
-    EXPECT_EQ(2, record.MemoryErrorCorrection); // unknown correction: 2
-    EXPECT_EQ(1048576u, record.MaxCapacity);
-    EXPECT_EQ(65534u, record.MemoryErrorInfoHandle);
-    EXPECT_EQ(4u, record.NumMemoryDevices);
-    EXPECT_EQ(3u, record.TotalNoOfDevicePresent);
+    // Location 3 whatever the answer; an unknown use is kept (9), an unknown correction is 2.
+    EXPECT_EQ((std::vector<uint32_t>{3, 9, 2, 1048576, 65534, 4, 3}),
+              (std::vector<uint32_t>{uint32_t(record.Location), uint32_t(record.Use),
+                                     uint32_t(record.MemoryErrorCorrection), record.MaxCapacity,
+                                     record.MemoryErrorInfoHandle, record.NumMemoryDevices,
+                                     record.TotalNoOfDevicePresent}));
     EXPECT_TRUE(containsInOrder(
         trace(), {"Locationcode=3\n", "\n MemoryErrorCorrection = 2:", "Value of maxMemoryCapacity=1048576\n",
                   "Inside MemoryErrorInfoHandle=65534\n", "\n Inside MemoryArray Number of Devices = 4"}));
