@@ -157,41 +157,30 @@ TEST_F(InventoryTablesTest, DiscreteSensorTablesEveryColumn) {
         std::unique_ptr<BaseAccessor> (*make)();
         int firstAttribute; // the id column (1.2)
         int32_t maxStatus;
-        std::vector<SensorRow> rows;
-    } cases[] = {
-        {make<powerUnit>,
-         44,
-         4,
-         {{70, "PS Redundancy", "Redundancy Degraded", 4, 4}, {71, "Power Unit", "POWER_CYCLE", 3, 2}}},
-        {make<powerSupply>,
-         50,
-         5,
-         {{64, "PSU1 Status", "power supply's presence has been detected", 3, -1},
-          {65, "PSU2 Status", "power supply's presence has been detected,Power Supply Input (AC/DC) Lost", 5,
-           -1},
-          {66, "PSU3 Status", "All Deasserted", 1, -1}}},
-        {make<discreteVoltage>,
-         70,
-         5,
-         {{27, "VR Fault", "State Asserted", 5, 2}, {28, "CPU Perf", "performance has been met", 3, 1}}},
-        {make<coolingUnit>,
-         110,
-         5,
-         {{56, "Fan Redundancy", "Full Redundancy", 3, 1}, {58, "Liquid Cooling", "Redundancy Lost", 5, 2}}},
-        {make<discreteCooling>, 132, 4, {{57, "FAN6 Presence", "Device Removed/Absent", 4, 1}}},
-        {make<driveSlot>,
-         153,
-         4,
-         {{112, "Drive 0", "DRIVE_PRESENCE,REBUILD/REMAP_IN_PROGRESS", 4, -1},
-          {113, "Drive 1", "All Deasserted", 1, -1}}}};
-    for (const auto& c : cases) {
+    } tables[] = {{make<powerUnit>, 44, 4},        {make<powerSupply>, 50, 5},
+                  {make<discreteVoltage>, 70, 5},  {make<coolingUnit>, 110, 5},
+                  {make<discreteCooling>, 132, 4}, {make<driveSlot>, 153, 4}};
+    const std::vector<SensorRow> rowsOf[] = {
+        {{70, "PS Redundancy", "Redundancy Degraded", 4, 4}, {71, "Power Unit", "POWER_CYCLE", 3, 2}},
+        {{64, "PSU1 Status", "power supply's presence has been detected", 3, -1},
+         {65, "PSU2 Status", "power supply's presence has been detected,Power Supply Input (AC/DC) Lost", 5,
+          -1},
+         {66, "PSU3 Status", "All Deasserted", 1, -1}},
+        {{27, "VR Fault", "State Asserted", 5, 2}, {28, "CPU Perf", "performance has been met", 3, 1}},
+        {{56, "Fan Redundancy", "Full Redundancy", 3, 1}, {58, "Liquid Cooling", "Redundancy Lost", 5, 2}},
+        {{57, "FAN6 Presence", "Device Removed/Absent", 4, 1}},
+        {{112, "Drive 0", "DRIVE_PRESENCE,REBUILD/REMAP_IN_PROGRESS", 4, -1},
+         {113, "Drive 1", "All Deasserted", 1, -1}}};
+    for (size_t t = 0; t < 6; ++t) {
+        const auto& c = tables[t];
+        const std::vector<SensorRow>& rows = rowsOf[t];
         SCOPED_TRACE(c.firstAttribute);
         std::unique_ptr<BaseAccessor> table = c.make();
         ASSERT_EQ(CLIENT_SUCCESS, table->init());
-        ASSERT_EQ(static_cast<int>(c.rows.size()), table->getCount());
+        ASSERT_EQ(static_cast<int>(rows.size()), table->getCount());
         const int a = c.firstAttribute;
-        for (size_t r = 0; r < c.rows.size(); ++r) {
-            const SensorRow& row = c.rows[r];
+        for (size_t r = 0; r < rows.size(); ++r) {
+            const SensorRow& row = rows[r];
             std::vector<Column> columns = {I(a, static_cast<int32_t>(row.id)), S(a + 1, row.name),
                                            SL(a + 2, row.statusText), IL(a + 3, row.status)};
             if (row.stateMask >= 0)
