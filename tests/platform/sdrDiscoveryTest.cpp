@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,13 +14,11 @@
 namespace {
 
 using sensortest::containsInOrder;
+using sensortest::narrow;
 using sensortest::ScriptedResponder;
 using sensortest::TracedTest;
 
-std::string narrow(const CString& s) {
-    char buffer[CString::kLogBufferSize];
-    return s.NarrowForLog(buffer);
-}
+constexpr int32_t A = NO_VALUE; // absent
 
 // An SDR text of `count` bytes, byte n (from 1) taken from `bytes`, 0 elsewhere.
 std::string sdrText(const std::map<int, int>& bytes, int count = 48) {
@@ -68,56 +67,36 @@ protected:
 TEST(SensorKey, PacksLunBitsSensorOwnerAndLunByte) {
     struct Case {
         uint32_t lun, number, owner, key;
-    } cases[] = {
-        {0x21, 0x30, 0x20, 0x01302021u},
-        {0x00, 0x01, 0x20, 0x00012000u},
-        {0xE3, 0xFF, 0xFF, 0x07FFFFE3u},
-        {0x1F, 0x05, 0x82, 0x0005821Fu}, // the low LUN bits do not reach the top byte
-    };
+    } cases[] = {{0x21, 0x30, 0x20, 0x01302021u},
+                 {0x00, 0x01, 0x20, 0x00012000u},
+                 {0xE3, 0xFF, 0xFF, 0x07FFFFE3u},
+                 {0x1F, 0x05, 0x82, 0x0005821Fu}}; // the low LUN bits do not reach the top byte
     for (const Case& c : cases)
         EXPECT_EQ(makeSensorKey(c.lun, c.number, c.owner), c.key) << std::hex << c.lun << " " << c.number;
 }
 
-TEST_F(SdrDiscoveryTest, NoRecordsTracesOnlyStartDumpAndEnd) {
-    GetSDRData(7, &db, 1);
-    EXPECT_EQ(db.GetCount(), 0);
-    EXPECT_EQ(trace(), "\n Inside GetSDR Data function"
-                       "\n /BMC/SDR/SENSOR_TYPE[7]\n"
-                       "\nAfter the resultsmap\n"
-                       "\nAfter the resultsmap\n"
-                       "\n End of the GetSDRData Function");
-}
-
-TEST_F(SdrDiscoveryTest, SkipsContainerNodesSilentlyAndEmptyEntriesWithATrace) {
+// No records; container nodes skipped silently and empty entries with a trace; a failed scan.
+TEST_F(SdrDiscoveryTest, ScansThatAddNothingAreTracedExactly) {
     script->answers["/BMC/SDR/SENSOR_TYPE[4]"] = {{"a", ScriptedResponder::node({"01 02"}, 1)},
                                                   {"b", ScriptedResponder::node({})}};
-    GetSDRData(4, &db, 1);
-    EXPECT_EQ(db.GetCount(), 0);
-    EXPECT_EQ(trace(), "\n Inside GetSDR Data function"
-                       "\n /BMC/SDR/SENSOR_TYPE[4]\n"
-                       "\nAfter the resultsmap\n"
-                       "Key = \"a\"\n\tNodeType = 1\n\t\tValue[0] = 01 02\n"
-                       "Key = \"b\"\n\tNodeType = 0\n"
-                       "\nAfter the resultsmap\n"
-                       "\n Inside for loop\n"
-                       "\n Inside for loop\n"
-                       "\nNo Data, continue\n"
-                       "\n End of the GetSDRData Function");
-}
-
-TEST_F(SdrDiscoveryTest, FailedScanIsTracedAndAddsNothing) {
     script->failures["/BMC/SDR/SENSOR_TYPE[1]"] = {sensortest::failure(12, 6, "BMC not responding")};
-    GetSDRData(1, &db, 10);
-    EXPECT_EQ(db.GetCount(), 0);
-    EXPECT_EQ(trace(), "\n Inside GetSDR Data function"
-                       "\n /BMC/SDR/SENSOR_TYPE[1]\n"
-                       "\n SensorType Query Failed\n"
-                       "Operation: 12"
-                       "on :/BMC/SDR/SENSOR_TYPE[1]"
-                       " failed Error code. 6  -"
-                       "\nAfter the resultsmap\n"
-                       "\nAfter the resultsmap\n"
-                       "\n End of the GetSDRData Function");
+    const struct {
+        int type;
+        std::string middle; // between the scan's path and the end
+    } cases[] = {
+        {7, "\nAfter the resultsmap\n\nAfter the resultsmap\n"},
+        {4, "\nAfter the resultsmap\nKey = \"a\"\n\tNodeType = 1\n\t\tValue[0] = 01 02\nKey = "
+            "\"b\"\n\tNodeType = 0\n"
+            "\nAfter the resultsmap\n\n Inside for loop\n\n Inside for loop\n\nNo Data, continue\n"},
+        {1, "\n SensorType Query Failed\nOperation: 12on :/BMC/SDR/SENSOR_TYPE[1] failed Error code. 6  -"
+            "\nAfter the resultsmap\n\nAfter the resultsmap\n"}};
+    for (const auto& c : cases) {
+        clearTrace();
+        GetSDRData(c.type, &db, 1);
+        EXPECT_EQ(db.GetCount(), 0);
+        EXPECT_EQ(trace(), "\n Inside GetSDR Data function\n /BMC/SDR/SENSOR_TYPE[" + std::to_string(c.type) +
+                               "]\n" + c.middle + "\n End of the GetSDRData Function");
+    }
 }
 
 TEST_F(SdrDiscoveryTest, QueriesNineValuesNameAndReadingInOrder) {
@@ -133,41 +112,26 @@ TEST_F(SdrDiscoveryTest, QueriesNineValuesNameAndReadingInOrder) {
     script->value(probe("/INTERPRET_SENSOR_VALUE"), "45");
     GetSDRData(1, &db, 10);
 
-    EXPECT_EQ(script->calls, (std::vector<std::string>{
-                                 "/BMC/SDR/SENSOR_TYPE[1]",
-                                 probe("/THRESHOLD/LOWER_CRITICAL"),
-                                 probe("/INTERPRET_SENSOR_VALUE[5]"),
-                                 probe("/THRESHOLD/LOWER_NONCRITICAL"),
-                                 probe("/INTERPRET_SENSOR_VALUE[10]"),
-                                 probe("/THRESHOLD/UPPER_CRITICAL"),
-                                 probe("/INTERPRET_SENSOR_VALUE[90]"),
-                                 probe("/THRESHOLD/UPPER_NONCRITICAL"),
-                                 probe("/INTERPRET_SENSOR_VALUE[80]"),
-                                 probe("/THRESHOLD/LOWER_NONRECOVERABLE"),
-                                 probe("/INTERPRET_SENSOR_VALUE[2]"),
-                                 probe("/THRESHOLD/UPPER_NONRECOVERABLE"),
-                                 probe("/INTERPRET_SENSOR_VALUE[100]"),
-                                 probe("/ACCURACY"),
-                                 probe("/TOLERANCE"),
-                                 probe("/RESOLUTION"),
-                                 probe("/NAME"),
-                                 probe("/INTERPRET_SENSOR_VALUE"),
-                             }));
+    std::string calls;
+    for (const std::string& call : script->calls)
+        calls += (call.rfind(kProbe, 0) == 0 ? call.substr(strlen(kProbe)) : call) + " ";
+    EXPECT_EQ(calls, "/BMC/SDR/SENSOR_TYPE[1] /THRESHOLD/LOWER_CRITICAL /INTERPRET_SENSOR_VALUE[5] "
+                     "/THRESHOLD/LOWER_NONCRITICAL /INTERPRET_SENSOR_VALUE[10] /THRESHOLD/UPPER_CRITICAL "
+                     "/INTERPRET_SENSOR_VALUE[90] /THRESHOLD/UPPER_NONCRITICAL /INTERPRET_SENSOR_VALUE[80] "
+                     "/THRESHOLD/LOWER_NONRECOVERABLE /INTERPRET_SENSOR_VALUE[2] "
+                     "/THRESHOLD/UPPER_NONRECOVERABLE /INTERPRET_SENSOR_VALUE[100] /ACCURACY /TOLERANCE "
+                     "/RESOLUTION /NAME /INTERPRET_SENSOR_VALUE ");
 
     ASSERT_EQ(db.GetCount(), 1);
     const CSensorInfo& info = db.GetAt(0)->m_SensorInfo;
     const CSensorData& data = db.GetAt(0)->m_SensorData;
     EXPECT_EQ(info.SensorKey, 0x01302021u);
-    EXPECT_EQ(data.nLowerCritical, 55);
-    EXPECT_EQ(data.nLowerNonCritical, 105);
-    EXPECT_EQ(data.nUpperCritical, 905);
-    EXPECT_EQ(data.nUpperNonCritical, 805);
-    EXPECT_EQ(data.nLowerNonRecoverable, 25);
-    EXPECT_EQ(data.nUpperNonRecoverable, 1005);
-    EXPECT_EQ(info.nAccuracy, 100);
-    EXPECT_EQ(info.nTolerance, 2);
-    EXPECT_EQ(info.nResolution, 1);
-    EXPECT_EQ(data.nReading, 450);
+    // LC, LNC, UC, UNC, LNR, UNR, accuracy, tolerance, resolution, reading.
+    EXPECT_EQ(
+        (std::vector<int32_t>{data.nLowerCritical, data.nLowerNonCritical, data.nUpperCritical,
+                              data.nUpperNonCritical, data.nLowerNonRecoverable, data.nUpperNonRecoverable,
+                              info.nAccuracy, info.nTolerance, info.nResolution, data.nReading}),
+        (std::vector<int32_t>{55, 105, 905, 805, 25, 1005, 100, 2, 1, 450}));
     EXPECT_EQ(narrow(info.stName), "Probe A");
 
     EXPECT_TRUE(containsInOrder(
@@ -231,68 +195,51 @@ TEST_F(SdrDiscoveryTest, ThresholdFailureAbandonsOnlyThatRecord) {
 }
 
 TEST_F(SdrDiscoveryTest, MalformedRecordTextsAreBounded) {
+    const std::string fewer = " bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n";
+    // 667 tokens, 2,000 characters: 48 record bytes and 619 bytes of padding; 341 tokens are
+    // kept, of which bytes 1 to 129 are used.
+    std::string longText = sdrText(probeBytes());
+    while (longText.size() < 2000)
+        longText += " ff";
+    ASSERT_EQ(longText.size(), 2000u);
+    const std::vector<std::string> longTraces = {
+        "\n SDR record text of 2000 characters cut to 1023\n",
+        "\nssdrreading = " + longText.substr(0, 1023) + "\n",
+        "\n SDR record has 341 bytes, the 212 beyond byte 129 are ignored\n"};
     // One decoded field per case: byte 6 (owner), 7 (LUN byte) and 8 (sensor number).
-    struct Case {
-        const char* what;
+    const struct {
         std::string text;
         int32_t owner, lun, number;
-        const char* traceLine;
-    } cases[] = {
-        {"8 bytes", "01 00 51 01 10 20 00 30", 0x20, 0, 0x30,
-         "\n SDR record has 8 bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n"},
-        {"non-hex tokens", sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, nullptr},
-        {"2,000 characters", "", 0x20, 0x21, 0x30, "\n SDR record text of 2000 characters cut to 1023\n"},
-        {"one huge token", std::string(1500, 'f'), 0, 0, 0,
-         "\n SDR record has 1 bytes, fewer than the 48 of a full sensor record; missing bytes read as 0\n"},
-    };
-    // 667 tokens, 2,000 characters: 48 record bytes and 619 bytes of padding.
-    cases[2].text = sdrText(probeBytes());
-    while (cases[2].text.size() < 2000)
-        cases[2].text += " ff";
-    ASSERT_EQ(cases[2].text.size(), 2000u);
-
-    for (const Case& c : cases) {
+        std::vector<std::string> traced;
+    } cases[] = {{"01 00 51 01 10 20 00 30", 0x20, 0, 0x30, {"\n SDR record has 8" + fewer}},
+                 {sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, {}}, // non-hex tokens
+                 {longText, 0x20, 0x21, 0x30, longTraces},
+                 {std::string(1500, 'f'), 0, 0, 0, {"\n SDR record has 1" + fewer}}}; // one huge token
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text.substr(0, 40));
         db.RemoveAll();
         clearTrace();
         scanAnswers(1, {c.text});
         GetSDRData(1, &db, 1);
-        ASSERT_EQ(db.GetCount(), 1) << c.what;
+        ASSERT_EQ(db.GetCount(), 1);
         const CSensorInfo& info = db.GetAt(0)->m_SensorInfo;
-        EXPECT_EQ(info.nOwnerID, c.owner) << c.what;
-        EXPECT_EQ(info.nLUN, c.lun) << c.what;
-        EXPECT_EQ(info.nSensorNumber, c.number) << c.what;
-        if (c.traceLine != nullptr) {
-            EXPECT_NE(trace().find(c.traceLine), std::string::npos) << c.what << "\n" << trace();
-        }
+        EXPECT_EQ((std::vector<int32_t>{info.nOwnerID, info.nLUN, info.nSensorNumber}),
+                  (std::vector<int32_t>{c.owner, c.lun, c.number}));
+        EXPECT_TRUE(containsInOrder(trace(), c.traced));
     }
-    // The 2,000-character text keeps 341 tokens, of which bytes 1 to 129 are used.
-    db.RemoveAll();
-    clearTrace();
-    scanAnswers(1, {cases[2].text});
-    GetSDRData(1, &db, 1);
-    EXPECT_TRUE(
-        containsInOrder(trace(), {"\n SDR record text of 2000 characters cut to 1023\n",
-                                  "\nssdrreading = " + cases[2].text.substr(0, 1023) + "\n",
-                                  "\n SDR record has 341 bytes, the 212 beyond byte 129 are ignored\n"}));
 }
 
-TEST_F(SdrDiscoveryTest, LongNameAndLongReadingAreKeptWithinTheirBuffers) {
+// A 300-character name is kept whole, and traced cut to 127 where a buffer holds it.
+TEST_F(SdrDiscoveryTest, LongNameIsKeptWithinTheTraceBuffer) {
     scanAnswers(1, {sdrText(probeBytes())});
     const std::string name(300, 'N');
     script->value(probe("/NAME"), name);
-    const std::string reading = "FULLY_REDUNDANT," + std::string(184, 'R');
-    script->value(probe("/INTERPRET_SENSOR_VALUE"), reading);
     GetSDRData(1, &db, 1);
     ASSERT_EQ(db.GetCount(), 1);
-    const CSensorWrapper& w = *db.GetAt(0);
-    EXPECT_EQ(w.m_SensorInfo.stName.GetLength(), 300u);
-    EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "Full Redundancy," + std::string(111, 'R'));
-    EXPECT_EQ(w.m_SensorData.nReading, 0);
-    EXPECT_TRUE(containsInOrder(
-        trace(),
-        {"\n Name of the sensor = " + name + "\n",
-         "\n\n Adding the object for sensor " + std::string(127, 'N') + " with sensor number 48 and type 1",
-         "\n Reading text of more than 127 characters, only the first 127 are mapped\n"}));
+    EXPECT_EQ(db.GetAt(0)->m_SensorInfo.stName.GetLength(), 300u);
+    EXPECT_TRUE(containsInOrder(trace(), {"\n Name of the sensor = " + name + "\n",
+                                          "\n\n Adding the object for sensor " + std::string(127, 'N') +
+                                              " with sensor number 48 and type 1"}));
 }
 
 TEST_F(SdrDiscoveryTest, DatabaseGrowsByOneRecordPerSensorInScanOrder) {
@@ -317,78 +264,47 @@ TEST_F(SdrDiscoveryTest, DatabaseGrowsByOneRecordPerSensorInScanOrder) {
 }
 
 // Against a platform file: the service's own conversions and keys.
-class SdrDiscoveryPlatformTest : public TracedTest {};
-
-TEST_F(SdrDiscoveryPlatformTest, DecodesEveryRecordOfTheScannedType) {
+TEST_F(SdrDiscoveryTest, PlatformFileDecodesEveryRecordOfTheScannedType) {
     sensortest::usePlatformFile("discovery.json");
-    CDatabase<CSensorWrapper> db;
     GetSDRData(1, &db, 10);
     ASSERT_EQ(db.GetCount(), 3);
 
-    struct Expected {
+    // Per sensor: number, owner, LUN, entity id and instance, base unit, event/reading type,
+    // settable-threshold mask, reading, UNR, UC, UNC, LNC, LC, LNR, tolerance, resolution, accuracy.
+    const struct {
         const char* name;
-        int32_t number, owner, lun, entityId, entityInstance, baseUnit, eventType, settable;
+        std::vector<int32_t> values;
         uint32_t key;
-        int32_t reading, unr, uc, unc, lnc, lc, lnr, tolerance, resolution, accuracy;
         const char* text;
     } expected[] = {
         // Probe A: m 1; thresholds raw 90, 80, 5; reading 45; all x10.
-        {"Probe A", 48,  32,  33,       3,  2,        1, 1, 0x10, 0x01302021u, 450,
-         NO_VALUE,  900, 800, NO_VALUE, 50, NO_VALUE, 2, 1, 100,  "45"},
+        {"Probe A", {48, 32, 33, 3, 2, 1, 1, 0x10, 450, A, 900, 800, A, 50, A, 2, 1, 100}, 0x01302021u, "45"},
         // Probe B: 0.5 per count; UNR 200 -> 100, UC 180 -> 90, LNC 21 -> 10.5; reading 81 -> 40.5.
-        {"Probe B", 49,  32,       0,   7,        1,        1, 1, 0x31, 0x00312000u, 405,
-         1000,      900, NO_VALUE, 105, NO_VALUE, NO_VALUE, 1, 5, 0,    "40.5"},
+        {"Probe B",
+         {49, 32, 0, 7, 1, 1, 1, 0x31, 405, 1000, 900, A, 105, A, A, 1, 5, 0},
+         0x00312000u,
+         "40.5"},
         // A compact discrete record, decoded with the full layout all the same: byte 20 is the
         // high byte of its reading mask (0x7FFF).
         {"Temp Status",
-         51,
-         32,
-         0,
-         7,
-         4,
-         0,
-         3,
-         0x7F,
+         {51, 32, 0, 7, 4, 0, 3, 0x7F, 0, A, A, A, A, A, A, A, A, A},
          0x00332000u,
-         0,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         NO_VALUE,
-         "State Asserted"},
-    };
+         "State Asserted"}};
     for (int i = 0; i < 3; ++i) {
-        const Expected& e = expected[i];
         const CSensorInfo& info = db.GetAt(i)->m_SensorInfo;
-        const CSensorData& data = db.GetAt(i)->m_SensorData;
-        SCOPED_TRACE(e.name);
-        EXPECT_EQ(narrow(info.stName), e.name);
-        EXPECT_EQ(info.nSensorNumber, e.number);
-        EXPECT_EQ(info.nOwnerID, e.owner);
-        EXPECT_EQ(info.nLUN, e.lun);
-        EXPECT_EQ(info.nEntityID, e.entityId);
-        EXPECT_EQ(info.nEntityInstance, e.entityInstance);
+        const CSensorData& d = db.GetAt(i)->m_SensorData;
+        SCOPED_TRACE(expected[i].name);
+        EXPECT_EQ(narrow(info.stName), expected[i].name);
         EXPECT_EQ(info.nSensorType, 1);
-        EXPECT_EQ(info.nBaseUnit, e.baseUnit);
-        EXPECT_EQ(info.nEventReadingType, e.eventType);
-        EXPECT_EQ(info.nThresholdMask, e.settable);
-        EXPECT_EQ(info.SensorKey, e.key);
-        EXPECT_EQ(data.nReading, e.reading);
-        EXPECT_EQ(data.nUpperNonRecoverable, e.unr);
-        EXPECT_EQ(data.nUpperCritical, e.uc);
-        EXPECT_EQ(data.nUpperNonCritical, e.unc);
-        EXPECT_EQ(data.nLowerNonCritical, e.lnc);
-        EXPECT_EQ(data.nLowerCritical, e.lc);
-        EXPECT_EQ(data.nLowerNonRecoverable, e.lnr);
-        EXPECT_EQ(info.nTolerance, e.tolerance);
-        EXPECT_EQ(info.nResolution, e.resolution);
-        EXPECT_EQ(info.nAccuracy, e.accuracy);
-        EXPECT_EQ(narrow(data.stReadingText), e.text);
+        EXPECT_EQ(info.SensorKey, expected[i].key);
+        EXPECT_EQ(narrow(d.stReadingText), expected[i].text);
+        EXPECT_EQ(
+            (std::vector<int32_t>{info.nSensorNumber, info.nOwnerID, info.nLUN, info.nEntityID,
+                                  info.nEntityInstance, info.nBaseUnit, info.nEventReadingType,
+                                  info.nThresholdMask, d.nReading, d.nUpperNonRecoverable, d.nUpperCritical,
+                                  d.nUpperNonCritical, d.nLowerNonCritical, d.nLowerCritical,
+                                  d.nLowerNonRecoverable, info.nTolerance, info.nResolution, info.nAccuracy}),
+            expected[i].values);
     }
 }
 

@@ -9,6 +9,7 @@
 
 namespace {
 
+using sensortest::narrow;
 using sensortest::ScriptedResponder;
 using sensortest::TracedTest;
 
@@ -26,11 +27,6 @@ CSensorWrapper fanRecord() {
     return w;
 }
 
-std::string narrow(const CString& s) {
-    char buffer[CString::kLogBufferSize];
-    return s.NarrowForLog(buffer);
-}
-
 class SensorReadingTest : public TracedTest {
 protected:
     void SetUp() override {
@@ -42,10 +38,10 @@ protected:
 
 TEST_F(SensorReadingTest, ConvertsTheAnswerInSinglePrecision) {
     struct Case {
-        const char* answer;
+        std::string answer;
         int32_t multiplier;
         int32_t reading;
-        const char* text;
+        std::string text;
     } cases[] = {
         {"37.9", 1, 37, "37.9"},
         {"37.9", 10, 379, "37.9"},
@@ -58,7 +54,8 @@ TEST_F(SensorReadingTest, ConvertsTheAnswerInSinglePrecision) {
         {"DEVICE_PRESENT,  DRIVE_FAULT", 1, 0, "Device Inserted/Present,Drive Fault"},
         {"FULLY_REDUNDANT", 1, 0, "Full Redundancy"},
         {"1e12", 1000, NO_VALUE, "1e12"}, // does not fit 32 bits
-    };
+        // A text of 200 characters: its first 127 are mapped.
+        {"FULLY_REDUNDANT," + std::string(184, 'R'), 1, 0, "Full Redundancy," + std::string(111, 'R')}};
     for (const Case& c : cases) {
         script->value(kReadingPath, c.answer);
         CSensorWrapper w = fanRecord();
@@ -85,30 +82,24 @@ TEST_F(SensorReadingTest, TracesTheQueryTheValueAndTheResult) {
                        "\n End of the GetSensorData2 Function");
 }
 
+// No usable answer, or a failed query (traced): the record stays as it was.
 TEST_F(SensorReadingTest, NoUsableAnswerLeavesTheRecordAsItWas) {
-    const QueryResult answers[] = {
-        {}, // nothing
-        {{"/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[0]",
-          ScriptedResponder::node({"5"})}},                  // other key
-        {{kReadingPath, ScriptedResponder::node({"5"}, 1)}}, // not a value node
-        {{kReadingPath, ScriptedResponder::node({})}},       // no value
-    };
+    const QueryResult answers[] = {{}, // nothing
+                                   {{"/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[0]",
+                                     ScriptedResponder::node({"5"})}},                  // other key
+                                   {{kReadingPath, ScriptedResponder::node({"5"}, 1)}}, // not a value node
+                                   {{kReadingPath, ScriptedResponder::node({})}},       // no value
+                                   {{kReadingPath, ScriptedResponder::node({"5"})}}};   // failed, see below
     for (const QueryResult& answer : answers) {
         script->answers[kReadingPath] = answer;
+        if (&answer == &answers[4])
+            script->failures[kReadingPath] = {sensortest::failure(7, 3, "no such sensor"),
+                                              sensortest::failure(8, 4, "BMC busy")};
         CSensorWrapper w = fanRecord();
         GetSensorData2(&w, 10);
         EXPECT_EQ(w.m_SensorData.nReading, -5);
         EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "before");
     }
-}
-
-TEST_F(SensorReadingTest, FailedQueryIsTracedAndLeavesTheRecordAsItWas) {
-    script->failures[kReadingPath] = {sensortest::failure(7, 3, "no such sensor"),
-                                      sensortest::failure(8, 4, "BMC busy")};
-    CSensorWrapper w = fanRecord();
-    GetSensorData2(&w, 10);
-    EXPECT_EQ(w.m_SensorData.nReading, -5);
-    EXPECT_EQ(narrow(w.m_SensorData.stReadingText), "before");
     EXPECT_TRUE(sensortest::containsInOrder(
         trace(), {"\n Failed for SensorReadingquery\n", "Operation: 7", std::string("on :") + kReadingPath,
                   " failed. 3", ": no such sensor", "Operation: 8", std::string("on :") + kReadingPath,
@@ -141,8 +132,11 @@ TEST_F(SensorReadingTest, ThresholdKindsQueryTheirKeysAndConvertOnlyThresholds) 
         {8, "/RESOLUTION", "75", nullptr, nullptr, 1000, 75},
         {9, "/ACCURACY", "NOT SUPPORTED", nullptr, nullptr, 1, NO_VALUE},
         {0, "/THRESHOLD/UPPER_CRITICAL", "9", "/INTERPRET_SENSOR_VALUE[9]", "9", 2, 18},
-        {11, "/UPPER_CRITICAL", "9", nullptr, nullptr, 2, 9},
-    };
+        {11, "/UPPER_CRITICAL", "9", nullptr, nullptr, 2, 9}};
+    // Kind 10 asks nothing.
+    EXPECT_EQ(GetThresholdValue(48, 32, 0, 77, 10, 10), NO_VALUE);
+    EXPECT_TRUE(script->calls.empty());
+    EXPECT_EQ(trace(), "Thresholdquery completed with 2147483647\n");
     for (const Case& c : cases) {
         script->answers.clear();
         script->calls.clear();
@@ -155,12 +149,6 @@ TEST_F(SensorReadingTest, ThresholdKindsQueryTheirKeysAndConvertOnlyThresholds) 
             expectedCalls.push_back(at(c.interpreted));
         EXPECT_EQ(script->calls, expectedCalls) << "kind " << c.kind;
     }
-}
-
-TEST_F(SensorReadingTest, KindTenAsksNothing) {
-    EXPECT_EQ(GetThresholdValue(48, 32, 0, 77, 10, 10), NO_VALUE);
-    EXPECT_TRUE(script->calls.empty());
-    EXPECT_EQ(trace(), "Thresholdquery completed with 2147483647\n");
 }
 
 TEST_F(SensorReadingTest, EmptyThresholdAnswerFallsBackToTheSdrByte) {

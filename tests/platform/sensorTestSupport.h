@@ -6,15 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <regex>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,6 +18,7 @@
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
+#include "platform/CString.h"
 #include "platform/queryService.h"
 #include "support/files.h"
 
@@ -66,6 +62,12 @@ inline RStatus failure(int operation, uint16_t code, const char* message) {
     s.Code = code;
     s.Message = message;
     return s;
+}
+
+// A CString as narrow text.
+inline std::string narrow(const CString& s) {
+    char buffer[CString::kLogBufferSize];
+    return s.NarrowForLog(buffer);
 }
 
 inline std::string dataFile(const std::string& name) {
@@ -130,16 +132,11 @@ inline void setRawReading(kelvarn::PlatformModel& model, uint8_t number, uint8_t
 class TracedTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        char name[] = "/tmp/hm-sensor-trace-XXXXXX";
-        int fd = mkstemp(name);
-        ASSERT_GE(fd, 0);
-        close(fd);
-        tracePath = name;
+        ASSERT_TRUE(m_traceDir.made());
         openDebugLog(tracePath.c_str(), 10);
     }
     void TearDown() override {
         closeDebugLog();
-        std::remove(tracePath.c_str());
         kelvarn::setProcessResponder(nullptr);
     }
 
@@ -151,14 +148,9 @@ protected:
 
     // The trace written since SetUp, without the banner and the line prefixes.
     std::string trace() const {
-        std::ifstream in(tracePath);
-        std::stringstream text;
-        text << in.rdbuf();
-        std::string s = text.str();
-        const std::string banner = "*********** New Log ****************\n";
-        if (s.compare(0, banner.size(), banner) == 0)
-            s.erase(0, banner.size());
-        return std::regex_replace(s, std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}: \\([0-9]+\\) "), "");
+        const std::string banner = "*********** New Log ****************\n", s = hmtest::readFile(tracePath);
+        return hmtest::withoutPrefixes(s.compare(0, banner.size(), banner) == 0 ? s.substr(banner.size())
+                                                                                : s);
     }
 
     // Empties the trace file, so that the next trace() shows only what follows.
@@ -168,7 +160,8 @@ protected:
         openDebugLog(tracePath.c_str(), 10);
     }
 
-    std::string tracePath;
+    hmtest::TempDir m_traceDir{"hm-sensor-trace-"};
+    std::string tracePath = m_traceDir / "trace.log";
 };
 
 using hmtest::containsInOrder;

@@ -12,6 +12,7 @@
 #include "tables/MemoryArray.h"
 #include "tables/MemoryDevice.h"
 #include "tables/chassisInfo.h"
+#include "tables/coolingDevice.h"
 #include "tables/coolingUnit.h"
 #include "tables/discreteCooling.h"
 #include "tables/discreteVoltage.h"
@@ -19,6 +20,8 @@
 #include "tables/powerSupply.h"
 #include "tables/powerUnit.h"
 #include "tables/processorDevice.h"
+#include "tables/temperatureProbe.h"
+#include "tables/voltageProbe.h"
 
 namespace {
 
@@ -28,57 +31,65 @@ struct TableCase {
     const char* name;
     std::function<BaseAccessor*()> make;
     uint32_t noRow;
-    int intAttribute; // a column served by getIntInfo
-    int strAttribute; // a column served by getStrInfo
+    int intAttribute, strAttribute; // columns served by getIntInfo and getStrInfo
+    bool liveData;                  // false: the inventory tables offer no live data (4)
+    bool thresholds;                // true: the table accepts threshold writes, so a write finds no row
 };
 
-const std::vector<TableCase>& tablesWithoutChassis() {
-    static const std::vector<TableCase> tables = {
-        {"processorDevice", [] { return new processorDevice(); }, 22, 27, 28},
-        {"MemoryArray", [] { return new MemoryArray(); }, 2, 76, 77},
-        {"MemoryDevice", [] { return new MemoryDevice(); }, 2, 89, 90},
-        {"powerUnit", [] { return new powerUnit(); }, 23, 44, 45},
-        {"powerSupply", [] { return new powerSupply(); }, 24, 50, 51},
-        {"discreteVoltage", [] { return new discreteVoltage(); }, 26, 70, 71},
-        {"coolingUnit", [] { return new coolingUnit(); }, 29, 110, 111},
-        {"discreteCooling", [] { return new discreteCooling(); }, 31, 132, 133},
-        {"driveSlot", [] { return new driveSlot(); }, 34, 153, 154},
-    };
-    return tables;
-}
+const TableCase kTables[] = {
+    {"processorDevice", [] { return new processorDevice(); }, 22, 27, 28, false, false},
+    {"MemoryArray", [] { return new MemoryArray(); }, 2, 76, 77, false, false},
+    {"MemoryDevice", [] { return new MemoryDevice(); }, 2, 89, 90, false, false},
+    {"temperatureProbe", [] { return new temperatureProbe(); }, 32, 138, 139, true, true},
+    {"powerUnit", [] { return new powerUnit(); }, 23, 44, 45, true, false},
+    {"powerSupply", [] { return new powerSupply(); }, 24, 50, 51, true, false},
+    {"voltageProbe", [] { return new voltageProbe(); }, 25, 55, 56, true, true},
+    {"discreteVoltage", [] { return new discreteVoltage(); }, 26, 70, 71, true, false},
+    {"coolingDevice", [] { return new coolingDevice(); }, 30, 117, 118, true, true},
+    {"coolingUnit", [] { return new coolingUnit(); }, 29, 110, 111, true, false},
+    {"discreteCooling", [] { return new discreteCooling(); }, 31, 132, 133, true, false},
+    {"driveSlot", [] { return new driveSlot(); }, 34, 153, 154, true, false}};
 
+// Every table starts empty and answers with its own no-row code when nothing was discovered.
 void expectEmpty(BaseAccessor& table, const TableCase& c) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(CLIENT_SUCCESS, table.init());
     EXPECT_EQ(0, table.getCount());
     EXPECT_EQ(0, table.getMaxStatus());
     EXPECT_EQ(0u, table.seedHealth(nullptr));
-    IntRead i = readInt(table, Getter::IntInfo, c.intAttribute, 0);
-    EXPECT_EQ(c.noRow, i.code);
-    EXPECT_EQ(-1, i.value);
+    for (int attribute : {c.intAttribute, 1}) {
+        IntRead i = readInt(table, Getter::IntInfo, attribute, 0);
+        EXPECT_EQ(c.noRow, i.code);
+        EXPECT_EQ(-1, i.value);
+    }
     StrRead s = readStr(table, Getter::StrInfo, c.strAttribute, 0);
     EXPECT_EQ(c.noRow, s.code);
     EXPECT_TRUE(s.null);
+    if (c.make == nullptr) { // the chassis: its live columns only
+        EXPECT_EQ(c.noRow, readInt(table, Getter::IntData, 11, 0).code);
+        return;
+    }
+    EXPECT_EQ(c.liveData ? c.noRow : 4u, readInt(table, Getter::IntData, 1, 0).code);
+    EXPECT_EQ(c.liveData ? c.noRow : 4u, readStr(table, Getter::StrData, 1, 0).code);
+    EXPECT_EQ(c.thresholds ? c.noRow : 4u, table.setIntData(1, 0, 0));
 }
 
 class MissingDataTest : public InventoryTest {};
 
 TEST_F(MissingDataTest, UnreachableServiceLeavesEveryGroupEmptyAndFailsTheLoad) {
-    auto failing = std::make_shared<FailingResponder>();
-    kelvarn::setProcessResponder(failing);
-    for (const TableCase& c : tablesWithoutChassis()) {
+    kelvarn::setProcessResponder(std::make_shared<FailingResponder>());
+    for (const TableCase& c : kTables) {
         std::unique_ptr<BaseAccessor> table(c.make());
         expectEmpty(*table, c);
     }
     chassisInfo chassis;
-    expectEmpty(chassis, {"chassisInfo", nullptr, 32, 17, 22});
-    EXPECT_EQ(32u, readInt(chassis, Getter::IntData, 11, 0).code);
+    expectEmpty(chassis, {"chassisInfo", nullptr, 32, 17, 22, true, false});
     EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, loadSmbiosInventory());
 }
 
 TEST_F(MissingDataTest, BarePlatformHasNoRowsButAChassis) {
     servePlatformText("{\"format\": \"kelvarn-platform\", \"version\": 1}");
-    for (const TableCase& c : tablesWithoutChassis()) {
+    for (const TableCase& c : kTables) {
         std::unique_ptr<BaseAccessor> table(c.make());
         expectEmpty(*table, c);
     }
@@ -98,13 +109,8 @@ public:
     explicit NoFruResponder(std::shared_ptr<kelvarn::Responder> platform) : m_platform(std::move(platform)) {}
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>& segments,
                 const kelvarn::Parameters& params, uint8_t flags, kelvarn::ResultMap& out) override {
-        if (path.compare(0, 8, "/BMC/FRU") == 0) {
-            RStatus s;
-            s.Operation = 2;
-            s.Code = 1083;
-            s.Message = "no such instance";
-            throw ResultStatus(std::vector<RStatus>{s});
-        }
+        if (path.compare(0, 8, "/BMC/FRU") == 0)
+            throw ResultStatus(std::vector<RStatus>{sensortest::failure(2, 1083, "no such instance")});
         m_platform->answer(path, segments, params, flags, out);
     }
 

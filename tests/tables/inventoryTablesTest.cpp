@@ -73,71 +73,23 @@ TEST_F(InventoryTablesTest, MemoryDevicesOnlyPresentOnesArrayByArray) {
     MemoryDevice table;
     ASSERT_EQ(CLIENT_SUCCESS, table.init());
     ASSERT_EQ(3, table.getCount());
-    // Synchronous and CMOS supported: the type detail holds CMOS alone (256).
-    expectRow(table, 0,
-              {I(89, 1),
-               S(90, "DIMM_A1"),
-               S(91, "NODE 0 CHANNEL 0"),
-               I(92, 3),
-               S(93, "Samsung"),
-               I(94, 9),
-               I(95, 21),
-               I(96, 256),
-               I(97, 1333),
-               I(98, 8192),
-               I(99, 72),
-               S(100, "SN-A1"),
-               S(101, "M393B1K70DH0"),
-               I(102, 64),
-               I(103, 1),
-               I(104, 1),
-               S(105, "AT-A1"),
-               S(106, "DIMM"),
-               S(107, "DDR3"),
-               S(108, "CMOS")});
-    // The absent DIMM_A2 is skipped; "Reserved" is 16, an unknown memory type 2.
-    expectRow(table, 1,
-              {I(89, 2),
-               S(90, "DIMM_A3"),
-               S(91, "NODE 0 CHANNEL 2"),
-               I(92, 3),
-               S(93, "Hynix"),
-               I(94, 16),
-               I(95, 2),
-               I(96, 8),
-               I(97, 2133),
-               I(98, 16384),
-               I(99, 72),
-               S(100, "SN-A3"),
-               S(101, "HMA42GR7"),
-               I(102, 64),
-               I(103, 1),
-               I(104, 3),
-               S(105, "AT-A3"),
-               S(106, "Reserved"),
-               S(107, "Unknown"),
-               S(108, "Fast-paged")});
-    expectRow(table, 2,
-              {I(89, 3),
-               S(90, "CACHE0"),
-               S(91, ""),
-               I(92, 3),
-               S(93, "Micron"),
-               I(94, 15),
-               I(95, 20),
-               I(96, 0),
-               I(97, 667),
-               I(98, 512),
-               I(99, 64),
-               S(100, "SN-C0"),
-               S(101, "MT-C0"),
-               I(102, 64),
-               I(103, 2),
-               I(104, 1),
-               S(105, ""),
-               S(106, "FB-DIMM"),
-               S(107, "DDR2 FB-DIMM"),
-               S(108, "None")});
+    // Row 0: Synchronous and CMOS supported, the type detail holds CMOS alone (256).
+    // Row 1: the absent DIMM_A2 is skipped; "Reserved" is 16, an unknown memory type 2.
+    const std::vector<Column> rows[] = {
+        {I(89, 1), S(90, "DIMM_A1"), S(91, "NODE 0 CHANNEL 0"), I(92, 3), S(93, "Samsung"), I(94, 9),
+         I(95, 21), I(96, 256), I(97, 1333), I(98, 8192), I(99, 72), S(100, "SN-A1"), S(101, "M393B1K70DH0"),
+         I(102, 64), I(103, 1), I(104, 1), S(105, "AT-A1"), S(106, "DIMM"), S(107, "DDR3")},
+        {I(89, 2), S(90, "DIMM_A3"), S(91, "NODE 0 CHANNEL 2"), I(92, 3), S(93, "Hynix"), I(94, 16), I(95, 2),
+         I(96, 8), I(97, 2133), I(98, 16384), I(99, 72), S(100, "SN-A3"), S(101, "HMA42GR7"), I(102, 64),
+         I(103, 1), I(104, 3), S(105, "AT-A3"), S(106, "Reserved"), S(107, "Unknown")},
+        {I(89, 3), S(90, "CACHE0"), S(91, ""), I(92, 3), S(93, "Micron"), I(94, 15), I(95, 20), I(96, 0),
+         I(97, 667), I(98, 512), I(99, 64), S(100, "SN-C0"), S(101, "MT-C0"), I(102, 64), I(103, 2),
+         I(104, 1), S(105, ""), S(106, "FB-DIMM"), S(107, "DDR2 FB-DIMM")}};
+    const char* details[] = {"CMOS", "Fast-paged", "None"};
+    for (int r = 0; r < 3; ++r) {
+        expectRow(table, r, rows[r]);
+        expectRow(table, r, {S(108, details[r])});
+    }
 }
 
 TEST_F(InventoryTablesTest, InventoryTablesOfferNoLiveDataAndRefuseForeignCodes) {
@@ -163,7 +115,7 @@ TEST_F(InventoryTablesTest, InventoryTablesOfferNoLiveDataAndRefuseForeignCodes)
     }
 }
 
-TEST_F(InventoryTablesTest, ChassisEveryScalar) {
+TEST_F(InventoryTablesTest, ChassisEveryScalarAndItsLiveStates) {
     chassisInfo chassis;
     ASSERT_EQ(CLIENT_SUCCESS, chassis.init());
     ASSERT_EQ(1, chassis.getCount());
@@ -177,40 +129,23 @@ TEST_F(InventoryTablesTest, ChassisEveryScalar) {
     EXPECT_EQ(CLIENT_ERROR_NOSUCHNAME, readInt(chassis, Getter::IntInfo, 11, 0).code); // live only
     EXPECT_EQ(CLIENT_ERROR_NOSUCHNAME, readInt(chassis, Getter::IntData, 17, 0).code); // cached only
     // The front end reads a scalar group's texts with index 1: the same one row.
-    StrRead part = readStr(chassis, Getter::StrInfo, 22, 1);
-    EXPECT_EQ(CLIENT_SUCCESS, part.code);
-    EXPECT_EQ("CH-PART-01", part.value);
-}
+    expectRow(chassis, 1, {S(22, "CH-PART-01")});
 
-TEST_F(InventoryTablesTest, ChassisStatesAreReadLive) {
-    chassisInfo chassis;
-    ASSERT_EQ(CLIENT_SUCCESS, chassis.init());
-    std::string text = "{\"format\": \"kelvarn-platform\", \"version\": 1, \"smbios\": {\"chassis\": "
-                       "{\"thermalState\": \"Non-recoverable\", \"powerOnPassword\": \"Disabled\", "
-                       "\"keyboardPassword\": \"Disabled\", \"administratorPassword\": \"Disabled\", "
-                       "\"frontPanelReset\": \"Disabled\"}}}";
-    servePlatformText(text);
+    servePlatformText("{\"format\": \"kelvarn-platform\", \"version\": 1, \"smbios\": {\"chassis\": "
+                      "{\"thermalState\": \"Non-recoverable\", \"powerOnPassword\": \"Disabled\", "
+                      "\"keyboardPassword\": \"Disabled\", \"administratorPassword\": \"Disabled\", "
+                      "\"frontPanelReset\": \"Disabled\"}}}");
     expectRow(chassis, 0, {IL(11, 3), IL(12, 3), IL(13, 6), IL(14, 3), IL(15, 0), IL(16, 6)});
     // The cached columns keep what start-up read.
     expectRow(chassis, 0, {I(18, 2), I(21, 4711), S(25, "Testfield Systems")});
 }
 
-// One discrete-sensor row: sensor number, name, live status text and status, state bits.
+// One discrete-sensor row: sensor number, name, live status text and status, state bits
+// (-1: the table has no state column).
 struct SensorRow {
     uint32_t id;
-    const char* name;
-    const char* statusText;
-    int32_t status;
-    int32_t stateMask; // -1: the table has no state column
-};
-
-struct DiscreteCase {
-    const char* table;
-    std::unique_ptr<BaseAccessor> (*make)();
-    int firstAttribute; // the id column (1.2)
-    uint32_t noRowCode;
-    std::vector<SensorRow> rows;
-    int32_t maxStatus;
+    const char *name, *statusText;
+    int32_t status, stateMask;
 };
 
 template <class T> std::unique_ptr<BaseAccessor> make() {
@@ -218,56 +153,34 @@ template <class T> std::unique_ptr<BaseAccessor> make() {
 }
 
 TEST_F(InventoryTablesTest, DiscreteSensorTablesEveryColumn) {
-    const DiscreteCase cases[] = {
-        {"powerUnit",
-         make<powerUnit>,
-         44,
-         23,
-         {{70, "PS Redundancy", "Redundancy Degraded", 4, 4}, {71, "Power Unit", "POWER_CYCLE", 3, 2}},
-         4},
-        {"powerSupply",
-         make<powerSupply>,
-         50,
-         24,
-         {{64, "PSU1 Status", "power supply's presence has been detected", 3, -1},
-          {65, "PSU2 Status", "power supply's presence has been detected,Power Supply Input (AC/DC) Lost", 5,
-           -1},
-          {66, "PSU3 Status", "All Deasserted", 1, -1}},
-         5},
-        {"discreteVoltage",
-         make<discreteVoltage>,
-         70,
-         26,
-         {{27, "VR Fault", "State Asserted", 5, 2}, {28, "CPU Perf", "performance has been met", 3, 1}},
-         5},
-        {"coolingUnit",
-         make<coolingUnit>,
-         110,
-         29,
-         {{56, "Fan Redundancy", "Full Redundancy", 3, 1}, {58, "Liquid Cooling", "Redundancy Lost", 5, 2}},
-         5},
-        {"discreteCooling",
-         make<discreteCooling>,
-         132,
-         31,
-         {{57, "FAN6 Presence", "Device Removed/Absent", 4, 1}},
-         4},
-        {"driveSlot",
-         make<driveSlot>,
-         153,
-         34,
-         {{112, "Drive 0", "DRIVE_PRESENCE,REBUILD/REMAP_IN_PROGRESS", 4, -1},
-          {113, "Drive 1", "All Deasserted", 1, -1}},
-         4},
-    };
-    for (const DiscreteCase& c : cases) {
-        SCOPED_TRACE(c.table);
+    const struct {
+        std::unique_ptr<BaseAccessor> (*make)();
+        int firstAttribute; // the id column (1.2)
+        int32_t maxStatus;
+    } tables[] = {{make<powerUnit>, 44, 4},        {make<powerSupply>, 50, 5},
+                  {make<discreteVoltage>, 70, 5},  {make<coolingUnit>, 110, 5},
+                  {make<discreteCooling>, 132, 4}, {make<driveSlot>, 153, 4}};
+    const std::vector<SensorRow> rowsOf[] = {
+        {{70, "PS Redundancy", "Redundancy Degraded", 4, 4}, {71, "Power Unit", "POWER_CYCLE", 3, 2}},
+        {{64, "PSU1 Status", "power supply's presence has been detected", 3, -1},
+         {65, "PSU2 Status", "power supply's presence has been detected,Power Supply Input (AC/DC) Lost", 5,
+          -1},
+         {66, "PSU3 Status", "All Deasserted", 1, -1}},
+        {{27, "VR Fault", "State Asserted", 5, 2}, {28, "CPU Perf", "performance has been met", 3, 1}},
+        {{56, "Fan Redundancy", "Full Redundancy", 3, 1}, {58, "Liquid Cooling", "Redundancy Lost", 5, 2}},
+        {{57, "FAN6 Presence", "Device Removed/Absent", 4, 1}},
+        {{112, "Drive 0", "DRIVE_PRESENCE,REBUILD/REMAP_IN_PROGRESS", 4, -1},
+         {113, "Drive 1", "All Deasserted", 1, -1}}};
+    for (size_t t = 0; t < 6; ++t) {
+        const auto& c = tables[t];
+        const std::vector<SensorRow>& rows = rowsOf[t];
+        SCOPED_TRACE(c.firstAttribute);
         std::unique_ptr<BaseAccessor> table = c.make();
         ASSERT_EQ(CLIENT_SUCCESS, table->init());
-        ASSERT_EQ(static_cast<int>(c.rows.size()), table->getCount());
+        ASSERT_EQ(static_cast<int>(rows.size()), table->getCount());
         const int a = c.firstAttribute;
-        for (size_t r = 0; r < c.rows.size(); ++r) {
-            const SensorRow& row = c.rows[r];
+        for (size_t r = 0; r < rows.size(); ++r) {
+            const SensorRow& row = rows[r];
             std::vector<Column> columns = {I(a, static_cast<int32_t>(row.id)), S(a + 1, row.name),
                                            SL(a + 2, row.statusText), IL(a + 3, row.status)};
             if (row.stateMask >= 0)
@@ -279,13 +192,10 @@ TEST_F(InventoryTablesTest, DiscreteSensorTablesEveryColumn) {
         EXPECT_EQ(CLIENT_ERROR_NOTSUPPORTED, table->setIntData(a + 3, 0, 1));
         EXPECT_EQ(CLIENT_ERROR_NOSUCHNAME, readInt(*table, Getter::IntInfo, a + 3, 0).code);
     }
-}
-
-TEST_F(InventoryTablesTest, CoolingUnitEntityColumn) {
-    coolingUnit table;
-    ASSERT_EQ(CLIENT_SUCCESS, table.init());
-    expectRow(table, 0, {S(115, "29.16")});
-    expectRow(table, 1, {S(115, "30.2")});
+    coolingUnit cooling; // its entity column
+    ASSERT_EQ(CLIENT_SUCCESS, cooling.init());
+    expectRow(cooling, 0, {S(115, "29.16")});
+    expectRow(cooling, 1, {S(115, "30.2")});
 }
 
 TEST_F(InventoryTablesTest, LiveStatusFollowsThePlatform) {

@@ -6,23 +6,15 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <map>
 #include <memory>
-#include <regex>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "core/debugLog.h"
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
-#include "platform/queryService.h"
 #include "tables/BaseAccessor.h"
 #include "tests/platform/sensorTestSupport.h"
 
@@ -48,33 +40,22 @@ inline void servePlatformText(const std::string& text) {
 }
 
 // Answers from a script: a failure for every path in `failing` (or for every path when
-// `failAll`), an empty answer for anything else.
+// `failAll`), the single value of `values` keyed by the path, or an empty answer.
 class FailingResponder : public kelvarn::Responder {
 public:
     bool failAll = true;
     std::vector<std::string> failing;
-    std::map<std::string, std::string> values; // single-valued answers keyed by their path
-    std::vector<std::string> calls;
+    std::map<std::string, std::string> values;
 
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
                 uint8_t, kelvarn::ResultMap& out) override {
-        calls.push_back(path);
         bool fail = failAll;
         for (const std::string& f : failing)
             fail = fail || f == path;
-        if (fail) {
-            RStatus s;
-            s.Operation = 1;
-            s.Code = 1086;
-            s.Message = "data source unavailable";
-            throw ResultStatus(std::vector<RStatus>{s});
-        }
-        auto v = values.find(path);
-        if (v != values.end()) {
-            _XNode node;
-            node.Values.push_back(v->second);
-            out[path] = node;
-        }
+        if (fail)
+            throw ResultStatus(std::vector<RStatus>{sensortest::failure(1, 1086, "data source unavailable")});
+        if (values.count(path) != 0)
+            out[path] = sensortest::ScriptedResponder::node({values[path]});
     }
 };
 
@@ -108,10 +89,8 @@ inline StrRead readStr(BaseAccessor& table, Getter getter, int attribute, int in
     r.code = getter == Getter::StrInfo ? table.getStrInfo(attribute, index, &text)
                                        : table.getStrData(attribute, index, &text);
     r.null = text == nullptr;
-    if (text != nullptr) {
-        r.value = text;
-        free(text);
-    }
+    r.value = text != nullptr ? text : "";
+    free(text);
     return r;
 }
 
@@ -140,15 +119,14 @@ inline Column SL(int attribute, const char* value) {
 inline void expectRow(BaseAccessor& table, int index, const std::vector<Column>& columns) {
     for (const Column& c : columns) {
         SCOPED_TRACE("row " + std::to_string(index) + " attribute " + std::to_string(c.attribute));
-        if (c.getter == Getter::IntInfo || c.getter == Getter::IntData) {
-            IntRead r = readInt(table, c.getter, c.attribute, index);
-            EXPECT_EQ(CLIENT_SUCCESS, r.code);
-            EXPECT_EQ(c.number, r.value);
-        } else {
-            StrRead r = readStr(table, c.getter, c.attribute, index);
-            EXPECT_EQ(CLIENT_SUCCESS, r.code);
-            EXPECT_EQ(std::string(c.text), r.value);
-        }
+        const bool number = c.getter == Getter::IntInfo || c.getter == Getter::IntData;
+        const IntRead i = number ? readInt(table, c.getter, c.attribute, index) : IntRead{};
+        const StrRead s = number ? StrRead{} : readStr(table, c.getter, c.attribute, index);
+        EXPECT_EQ(CLIENT_SUCCESS, number ? i.code : s.code);
+        if (number)
+            EXPECT_EQ(c.number, i.value);
+        else
+            EXPECT_EQ(std::string(c.text), s.value);
     }
 }
 

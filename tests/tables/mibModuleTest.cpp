@@ -4,9 +4,6 @@
 // form: enterprise E, specific S -> E.0.S).
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -15,6 +12,7 @@
 
 #include "agent/mibTypes.h"
 #include "events/eventOids.h"
+#include "support/e2e.h"
 #include "support/oids.h"
 
 namespace {
@@ -23,34 +21,6 @@ const std::string kModule = std::string(HM_SOURCE_DIR) + "/mibs/HM-SUBAGENT-MIB.
 const std::string kModuleDir = std::string(HM_SOURCE_DIR) + "/mibs";
 // Stand-ins of the IETF base modules, looked at after the system's own MIB folders.
 const std::string kBaseModuleDir = std::string(HM_SOURCE_DIR) + "/mibs/ietf";
-
-bool toolPresent(const char* tool) {
-    std::string command = std::string("command -v ") + tool + " >/dev/null 2>&1";
-    return std::system(command.c_str()) == 0;
-}
-
-// Runs `command`, returns its standard output, and its standard error unless `errors` is false.
-std::string run(const std::string& command, int* status = nullptr, bool errors = true) {
-    std::string output;
-    FILE* pipe = popen((command + (errors ? " 2>&1" : " 2>/dev/null")).c_str(), "r");
-    if (pipe == nullptr)
-        return output;
-    char buffer[4096];
-    size_t n;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0)
-        output.append(buffer, n);
-    int rc = pclose(pipe);
-    if (status != nullptr)
-        *status = rc;
-    return output;
-}
-
-std::string readModule() {
-    std::ifstream in(kModule);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 // One object definition of the module, in file order.
 struct Definition {
@@ -76,47 +46,34 @@ std::set<std::string> notificationNames(const std::string& text) {
     return names;
 }
 
-// Only snmptranslate's answers: its notices (such as the "Created directory" of a first run on a new
-// machine) go to standard error and would shift the lines.
-std::string translate(const std::string& arguments) {
-    return run("MIBS= snmptranslate -M +" + kModuleDir + ":" + kBaseModuleDir + " -m HM-SUBAGENT-MIB " +
-                   arguments,
-               nullptr, false);
-}
-
-// The next non-empty line (snmptranslate separates its answers with blank lines).
-bool nextLine(std::istream& in, std::string& line) {
-    while (std::getline(in, line))
-        if (!line.empty())
-            return true;
-    return false;
+// snmptranslate's answers, one a line: its notices (such as the "Created directory" of a first
+// run on a new machine) go to standard error and would shift the lines.
+std::vector<std::string> translate(const std::string& arguments) {
+    return hmtest::linesOf(hmtest::runCommand("{ MIBS= snmptranslate -M +" + kModuleDir + ":" +
+                                              kBaseModuleDir + " -m HM-SUBAGENT-MIB " + arguments +
+                                              " 2>/dev/null; }")
+                               .output);
 }
 
 TEST(MibModule, SmilintReportsNoError) {
-    if (!toolPresent("smilint"))
+    if (!hmtest::haveProgram("smilint"))
         GTEST_SKIP() << "smilint is not installed";
     // The agent's module, and the stand-ins of the modules naming hmagentd's entity tables.
     for (const std::string& module :
          {kModule, kBaseModuleDir + "/ENTITY-MIB", kBaseModuleDir + "/ENTITY-SENSOR-MIB"}) {
-        int status = 0;
-        std::string report = run("SMIPATH=:" + kBaseModuleDir + " smilint -l 6 " + module, &status);
-        std::istringstream lines(report);
-        std::string line;
-        std::vector<std::string> errors;
-        while (std::getline(lines, line))
-            if (!line.empty() && line.find(": warning: ") == std::string::npos)
-                errors.push_back(line);
-        EXPECT_TRUE(errors.empty()) << report;
-        EXPECT_EQ(0, status) << report;
+        const hmtest::Result report =
+            hmtest::runCommand("SMIPATH=:" + kBaseModuleDir + " smilint -l 6 " + module);
+        for (const std::string& line : hmtest::linesOf(report.output))
+            EXPECT_NE(std::string::npos, line.find(": warning: ")) << report.output;
+        EXPECT_EQ(0, report.status) << report.output;
     }
 }
 
 TEST(MibModule, EveryVariableOfTheAgentHasItsObject) {
-    if (!toolPresent("snmptranslate"))
+    if (!hmtest::haveProgram("snmptranslate"))
         GTEST_SKIP() << "snmptranslate is not installed";
-    std::vector<Definition> all = objectDefinitions(readModule());
     std::vector<Definition> variables;
-    for (const Definition& d : all)
+    for (const Definition& d : objectDefinitions(hmtest::readFile(kModule)))
         if (d.access == "read-only" || d.access == "read-write")
             variables.push_back(d);
     ASSERT_EQ(static_cast<size_t>(MIB_ROW_COUNT), variables.size());
@@ -124,7 +81,8 @@ TEST(MibModule, EveryVariableOfTheAgentHasItsObject) {
     std::string names;
     for (const Definition& d : variables)
         names += " HM-SUBAGENT-MIB::" + d.name;
-    std::istringstream translated(translate("-On" + names));
+    const std::vector<std::string> translated = translate("-On" + names);
+    ASSERT_EQ(variables.size(), translated.size());
 
     mibLoadStaticTable();
     for (int i = 0; i < MIB_ROW_COUNT; ++i) {
@@ -135,46 +93,36 @@ TEST(MibModule, EveryVariableOfTheAgentHasItsObject) {
         // Scalars are published as name.0: the object's OID drops the instance arc.
         size_t relative = subtree.isTable ? row.Oid.idLength : row.Oid.idLength - 1;
         std::string expected = "." + dotted(subtree.baseOid) + "." + dotted(row.Oid, relative);
-        std::string line;
-        ASSERT_TRUE(nextLine(translated, line));
-        EXPECT_EQ(expected, line);
+        EXPECT_EQ(expected, translated[static_cast<size_t>(i)]);
         EXPECT_EQ(row.access == MIB_ACCESS_READWRITE ? "read-write" : "read-only", d.access);
         EXPECT_EQ(row.asnType == ASN_OCTETSTRING, d.syntax.rfind("DisplayString", 0) == 0) << d.syntax;
     }
 }
 
 TEST(MibModule, EveryTrapHasItsNotification) {
-    if (!toolPresent("snmptranslate"))
+    if (!hmtest::haveProgram("snmptranslate"))
         GTEST_SKIP() << "snmptranslate is not installed";
-    std::set<std::string> notifications = notificationNames(readModule());
+    std::set<std::string> notifications = notificationNames(hmtest::readFile(kModule));
     size_t count = 0;
     const EventOidRule* rules = eventOidRules(&count);
     ASSERT_GT(count, 0u);
-    std::set<std::string> used;
     std::string oids;
     for (size_t i = 0; i < count; ++i)
         oids += " .1.3.6.1.4.1.64999.2.10.3.5.1000." + std::to_string(rules[i].family) + ".0." +
                 std::to_string(rules[i].specific);
-    std::istringstream translated(translate(oids));
+    const std::vector<std::string> translated = translate(oids);
+    ASSERT_EQ(count, translated.size());
     for (size_t i = 0; i < count; ++i) {
-        std::string line;
-        ASSERT_TRUE(nextLine(translated, line));
+        const std::string& line = translated[i];
         SCOPED_TRACE(line);
-        const std::string prefix = "HM-SUBAGENT-MIB::";
-        ASSERT_EQ(0u, line.rfind(prefix, 0));
-        std::string name = line.substr(prefix.size());
-        EXPECT_EQ(1u, notifications.count(name))
+        ASSERT_EQ(0u, line.rfind("HM-SUBAGENT-MIB::", 0));
+        EXPECT_EQ(1u, notifications.count(line.substr(17)))
             << "family " << rules[i].family << " trap " << rules[i].specific;
-        used.insert(name);
     }
     // The event objects resolve to the OIDs the traps name.
-    std::istringstream objects(
-        translate("-On HM-SUBAGENT-MIB::hmEventDescription HM-SUBAGENT-MIB::hmEventDeviceId"));
-    std::string line;
-    ASSERT_TRUE(nextLine(objects, line));
-    EXPECT_EQ(".1.3.6.1.4.1.64999.2.10.3.5.1000.10.1", line);
-    ASSERT_TRUE(nextLine(objects, line));
-    EXPECT_EQ(".1.3.6.1.4.1.64999.2.10.3.5.1000.10.4", line);
+    EXPECT_EQ(translate("-On HM-SUBAGENT-MIB::hmEventDescription HM-SUBAGENT-MIB::hmEventDeviceId"),
+              (std::vector<std::string>{".1.3.6.1.4.1.64999.2.10.3.5.1000.10.1",
+                                        ".1.3.6.1.4.1.64999.2.10.3.5.1000.10.4"}));
 }
 
 } // namespace

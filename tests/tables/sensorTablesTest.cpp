@@ -13,13 +13,14 @@
 #include "tables/coolingDevice.h"
 #include "tables/temperatureProbe.h"
 #include "tables/voltageProbe.h"
-#include "tests/platform/sensorTestSupport.h"
+#include "inventoryTestSupport.h"
 
 namespace {
 
 using sensortest::containsInOrder;
 using sensortest::countOf;
 using sensortest::TracedTest;
+using namespace inventorytest;
 
 constexpr int32_t A = NO_VALUE; // absent
 
@@ -43,26 +44,6 @@ struct Row {
     int32_t reading, unr, uc, unc, lnc, lc, lnr, resolution, tolerance, accuracy;
 };
 
-int32_t intInfo(BaseAccessor& t, int attribute, int index) {
-    int32_t v = 0;
-    EXPECT_EQ(t.getIntInfo(attribute, index, &v), CLIENT_SUCCESS) << "attribute " << attribute;
-    return v;
-}
-
-int32_t intData(BaseAccessor& t, int attribute, int index) {
-    int32_t v = 0;
-    EXPECT_EQ(t.getIntData(attribute, index, &v), CLIENT_SUCCESS) << "attribute " << attribute;
-    return v;
-}
-
-std::string text(uint32_t (BaseAccessor::*get)(int, int, char**), BaseAccessor& t, int attribute, int index) {
-    char* v = nullptr;
-    EXPECT_EQ((t.*get)(attribute, index, &v), CLIENT_SUCCESS) << "attribute " << attribute;
-    std::string s = v ? v : "(null)";
-    free(v);
-    return s;
-}
-
 template <class XInfo>
 void expectRows(BaseContainer<XInfo>& t, const Codes& c, const std::vector<Row>& rows) {
     ASSERT_EQ(t.getCount(), static_cast<int>(rows.size()));
@@ -70,38 +51,33 @@ void expectRows(BaseContainer<XInfo>& t, const Codes& c, const std::vector<Row>&
         const Row& r = rows[i];
         const int n = static_cast<int>(i);
         SCOPED_TRACE(r.description);
-        EXPECT_EQ(intInfo(t, c.id, n), static_cast<int32_t>(r.id));
-        EXPECT_EQ(text(&BaseAccessor::getStrInfo, t, c.description, n), r.description);
         EXPECT_EQ(static_cast<XInfo*>(t.getRow(n))->status, r.initStatus);
-        EXPECT_EQ(text(&BaseAccessor::getStrData, t, c.statusName, n), r.statusName);
-        EXPECT_EQ(intData(t, c.status, n), r.status);
-        EXPECT_EQ(intData(t, c.reading, n), r.reading);
-        EXPECT_EQ(intData(t, c.unr, n), r.unr);
-        EXPECT_EQ(intData(t, c.uc, n), r.uc);
-        EXPECT_EQ(intData(t, c.unc, n), r.unc);
-        EXPECT_EQ(intData(t, c.lnc, n), r.lnc);
-        EXPECT_EQ(intData(t, c.lc, n), r.lc);
-        EXPECT_EQ(intData(t, c.lnr, n), r.lnr);
-        EXPECT_EQ(intInfo(t, c.resolution, n), r.resolution);
-        EXPECT_EQ(intInfo(t, c.tolerance, n), r.tolerance);
-        EXPECT_EQ(intInfo(t, c.accuracy, n), r.accuracy);
+        expectRow(t, n,
+                  {I(c.id, static_cast<int32_t>(r.id)), S(c.description, r.description),
+                   SL(c.statusName, r.statusName), IL(c.status, r.status), IL(c.reading, r.reading),
+                   IL(c.unr, r.unr), IL(c.uc, r.uc), IL(c.unc, r.unc), IL(c.lnc, r.lnc), IL(c.lc, r.lc),
+                   IL(c.lnr, r.lnr), I(c.resolution, r.resolution), I(c.tolerance, r.tolerance),
+                   I(c.accuracy, r.accuracy)});
     }
 }
 
 // Unknown attributes: 9, with the out value in its "nothing" form.
 void expectUnknownAttributes(BaseAccessor& t, const Codes& c) {
-    int32_t v = 0;
-    char* s = nullptr;
-    EXPECT_EQ(t.getIntInfo(c.description, 0, &v), CLIENT_ERROR_NOSUCHNAME);
-    EXPECT_EQ(v, -1);
-    EXPECT_EQ(t.getIntData(c.id, 0, &v), CLIENT_ERROR_NOSUCHNAME);
-    EXPECT_EQ(v, -1);
-    EXPECT_EQ(t.getStrInfo(c.statusName, 0, &s), CLIENT_ERROR_NOSUCHNAME);
-    EXPECT_EQ(s, nullptr);
-    EXPECT_EQ(t.getStrData(c.description, 0, &s), CLIENT_ERROR_NOSUCHNAME);
-    EXPECT_EQ(s, nullptr);
+    for (IntRead r : {readInt(t, Getter::IntInfo, c.description, 0), readInt(t, Getter::IntData, c.id, 0)})
+        EXPECT_EQ((std::pair<uint32_t, int32_t>{CLIENT_ERROR_NOSUCHNAME, -1}),
+                  std::make_pair(r.code, r.value));
+    for (StrRead r :
+         {readStr(t, Getter::StrInfo, c.statusName, 0), readStr(t, Getter::StrData, c.description, 0)})
+        EXPECT_EQ((std::pair<uint32_t, bool>{CLIENT_ERROR_NOSUCHNAME, true}), std::make_pair(r.code, r.null));
     EXPECT_EQ(t.setIntData(c.reading, 0, 5), CLIENT_ERROR_NOSUCHNAME);
     EXPECT_EQ(t.setIntData(c.resolution, 0, 5), CLIENT_ERROR_NOSUCHNAME);
+}
+
+// Writes to the six threshold columns from `first` are accepted and change nothing.
+void expectThresholdWritesDiscarded(BaseAccessor& t, int first, int32_t value, const Column& unchanged) {
+    for (int attribute = first; attribute < first + 6; ++attribute)
+        EXPECT_EQ(t.setIntData(attribute, 0, value), CLIENT_SUCCESS) << attribute;
+    expectRow(t, 0, {unchanged});
 }
 
 class SensorTablesTest : public TracedTest {
@@ -125,14 +101,12 @@ TEST_F(SensorTablesTest, TemperatureProbePublishesTenthsOfDegreesAndJudgesUpperT
     temperatureProbe t;
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
     expectRows(t, kTemperature,
-               {
-                   {1, "CPU Temp", 3, "ok", 3, 450, 1000, 900, 850, A, 50, A, 100, 20, 50},
-                   {2, "Hot Temp", 5, "critical", 5, 950, 1000, 900, A, A, A, A, 100, 0, 0},
-                   {3, "Kelvin Temp", 3, "critical", 5, 3200, A, 910, A, A, A, A, 200, 0, 0},
-                   {4, "Cold Temp", 2, "unknown", 2, 50, A, A, A, A, 100, A, 100, 0, 0},
-                   {5, "Lost Temp", 2, "unknown", 2, A, A, 900, A, A, A, A, 100, 0, 0},
-                   {6, "Odd Unit Temp", 3, "critical", 5, 200, A, 0, A, A, A, A, 100, 0, 0},
-               });
+               {{1, "CPU Temp", 3, "ok", 3, 450, 1000, 900, 850, A, 50, A, 100, 20, 50},
+                {2, "Hot Temp", 5, "critical", 5, 950, 1000, 900, A, A, A, A, 100, 0, 0},
+                {3, "Kelvin Temp", 3, "critical", 5, 3200, A, 910, A, A, A, A, 200, 0, 0},
+                {4, "Cold Temp", 2, "unknown", 2, 50, A, A, A, A, 100, A, 100, 0, 0},
+                {5, "Lost Temp", 2, "unknown", 2, A, A, 900, A, A, A, A, 100, 0, 0},
+                {6, "Odd Unit Temp", 3, "critical", 5, 200, A, 0, A, A, A, A, 100, 0, 0}});
     EXPECT_EQ(t.getMaxStatus(), 5);
     EXPECT_EQ(temperatureSensorDatabase().GetCount(), 6);
     expectUnknownAttributes(t, kTemperature);
@@ -152,46 +126,9 @@ TEST_F(SensorTablesTest, TemperatureProbePublishesTenthsOfDegreesAndJudgesUpperT
         std::string::npos);
     EXPECT_NE(log.find("\n UpperCritical =900,iType = 144"), std::string::npos);
     EXPECT_NE(log.find("\n\n\n Inside getIntData of Temperature status is :3"), std::string::npos);
-}
-
-TEST_F(SensorTablesTest, TemperatureStatusNameUsesTheReadingFoundAtStartUp) {
-    auto source = sensortest::usePlatformFile("temperature.json");
-    temperatureProbe t;
-    ASSERT_EQ(t.init(), CLIENT_SUCCESS);
-    // CPU Temp rises to 95 degrees after start-up.
-    kelvarn::PlatformModel model = sensortest::loadModel("temperature.json");
-    sensortest::setRawReading(model, 1, 95);
-    source->replace(model);
-    EXPECT_EQ(intData(t, kTemperature.reading, 0), 950);
-    EXPECT_EQ(intData(t, kTemperature.status, 0), 5);
-    EXPECT_EQ(text(&BaseAccessor::getStrData, t, kTemperature.statusName, 0), "ok");
-    EXPECT_EQ(static_cast<TemperatureInfo*>(t.getRow(0))->status, 3);
-}
-
-TEST_F(SensorTablesTest, ThresholdWritesAreAcceptedAndDiscarded) {
-    sensortest::usePlatformFile("temperature.json");
-    temperatureProbe temperature;
-    ASSERT_EQ(temperature.init(), CLIENT_SUCCESS);
-    for (int attribute = 143; attribute <= 148; ++attribute)
-        EXPECT_EQ(temperature.setIntData(attribute, 0, 950), CLIENT_SUCCESS) << attribute;
-    EXPECT_EQ(intData(temperature, kTemperature.uc, 0), 900);
+    expectThresholdWritesDiscarded(t, 143, 950, IL(kTemperature.uc, 900));
     EXPECT_TRUE(containsInOrder(trace(), {"temperatureProbe::setIntData setting to 950\n",
                                           "clTemperature init, status is unknown\n"}));
-    EXPECT_EQ(temperature.setIntData(142, 0, 1), CLIENT_ERROR_NOSUCHNAME);
-
-    sensortest::usePlatformFile("voltage.json");
-    voltageProbe voltage;
-    ASSERT_EQ(voltage.init(), CLIENT_SUCCESS);
-    for (int attribute = 60; attribute <= 65; ++attribute)
-        EXPECT_EQ(voltage.setIntData(attribute, 0, 12000), CLIENT_SUCCESS) << attribute;
-    EXPECT_EQ(intData(voltage, kVoltage.uc, 0), 13200);
-
-    sensortest::usePlatformFile("fan.json");
-    coolingDevice cooling;
-    ASSERT_EQ(cooling.init(), CLIENT_SUCCESS);
-    for (int attribute = 122; attribute <= 127; ++attribute)
-        EXPECT_EQ(cooling.setIntData(attribute, 0, 100), CLIENT_SUCCESS) << attribute;
-    EXPECT_EQ(intData(cooling, kCooling.lc, 0), 975);
 }
 
 // voltage.json, multiplier 1000 (millivolts), 0.1 V per count; UC 13.2, UNC 12.6, LNC 11.4, LC 10.8 V.
@@ -201,16 +138,15 @@ TEST_F(SensorTablesTest, VoltageProbeKeepsLinearSensorsInMillivolts) {
     voltageProbe t;
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
     expectRows(t, kVoltage,
-               {
-                   {20, "P12V A", 3, "ok", 3, 12100, A, 13200, 12600, 11400, 10800, A, 100, 3, 25},
-                   {21, "P12V B", 5, "critical", 5, 10700, A, 13200, 12600, 11400, 10800, A, 100, 3, 0},
-                   {23, "P12V C", 4, "nonCritical", 4, 11300, A, 13200, 12600, 11400, 10800, A, 100, 3, 0},
-                   {24, "P5V", 2, "unknown", 2, A, A, 5746, A, A, A, A, 26, 0, 0},
-               });
+               {{20, "P12V A", 3, "ok", 3, 12100, A, 13200, 12600, 11400, 10800, A, 100, 3, 25},
+                {21, "P12V B", 5, "critical", 5, 10700, A, 13200, 12600, 11400, 10800, A, 100, 3, 0},
+                {23, "P12V C", 4, "nonCritical", 4, 11300, A, 13200, 12600, 11400, 10800, A, 100, 3, 0},
+                {24, "P5V", 2, "unknown", 2, A, A, 5746, A, A, A, A, 26, 0, 0}});
     CDatabase<CSensorWrapper>& db = voltageSensorDatabase();
     ASSERT_EQ(db.GetCount(), 4);
     EXPECT_EQ(db.GetAt(2)->m_SensorInfo.nSensorNumber, 23);
     expectUnknownAttributes(t, kVoltage);
+    expectThresholdWritesDiscarded(t, 60, 12000, IL(kVoltage.uc, 13200));
 
     const std::string log = trace();
     EXPECT_EQ(countOf(log, "\n Removing the object "), 1u);
@@ -229,15 +165,27 @@ TEST_F(SensorTablesTest, VoltageProbeKeepsLinearSensorsInMillivolts) {
         std::string::npos);
 }
 
-TEST_F(SensorTablesTest, VoltageStatusNameReadsLive) {
-    auto source = sensortest::usePlatformFile("voltage.json");
-    voltageProbe t;
+// A reading that changes after start-up: the temperature status name keeps the reading found
+// at start-up, the voltage status name is read live; the rows keep their start-up status.
+TEST_F(SensorTablesTest, StatusNamesAfterTheReadingChanged) {
+    auto source = sensortest::usePlatformFile("temperature.json");
+    temperatureProbe t;
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
-    kelvarn::PlatformModel model = sensortest::loadModel("voltage.json");
+    kelvarn::PlatformModel model = sensortest::loadModel("temperature.json");
+    sensortest::setRawReading(model, 1, 95); // CPU Temp rises to 95 degrees
+    source->replace(model);
+    expectRow(t, 0,
+              {IL(kTemperature.reading, 950), IL(kTemperature.status, 5), SL(kTemperature.statusName, "ok")});
+    EXPECT_EQ(static_cast<TemperatureInfo*>(t.getRow(0))->status, 3);
+
+    source = sensortest::usePlatformFile("voltage.json");
+    voltageProbe v;
+    ASSERT_EQ(v.init(), CLIENT_SUCCESS);
+    model = sensortest::loadModel("voltage.json");
     sensortest::setRawReading(model, 20, 113); // 11.3 V: below the lower non-critical 11.4 V
     source->replace(model);
-    EXPECT_EQ(text(&BaseAccessor::getStrData, t, kVoltage.statusName, 0), "nonCritical");
-    EXPECT_EQ(static_cast<VoltageInfo*>(t.getRow(0))->status, 3);
+    expectRow(v, 0, {SL(kVoltage.statusName, "nonCritical")});
+    EXPECT_EQ(static_cast<VoltageInfo*>(v.getRow(0))->status, 3);
 }
 
 // fan.json, RPM: FAN1 75 x 80 = 6000 (LNC 1500, LC 975); FAN2 75 x 18 = 1350; FAN3 non-linear;
@@ -247,13 +195,12 @@ TEST_F(SensorTablesTest, CoolingDeviceKeepsLinearFans) {
     coolingDevice t;
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
     expectRows(t, kCooling,
-               {
-                   {48, "FAN1", 3, "ok", 3, 6000, A, A, A, 1500, 975, A, 750, 1, 40},
-                   {49, "FAN2", 4, "nonCritical", 4, 1350, A, A, A, 1500, 975, A, 750, 1, 0},
-                   {51, "FAN4", 5, "critical", 5, 400, A, 9000, A, A, 500, A, 1000, 2, 0},
-               });
+               {{48, "FAN1", 3, "ok", 3, 6000, A, A, A, 1500, 975, A, 750, 1, 40},
+                {49, "FAN2", 4, "nonCritical", 4, 1350, A, A, A, 1500, 975, A, 750, 1, 0},
+                {51, "FAN4", 5, "critical", 5, 400, A, 9000, A, A, 500, A, 1000, 2, 0}});
     EXPECT_EQ(coolingSensorDatabase().GetCount(), 3);
     expectUnknownAttributes(t, kCooling);
+    expectThresholdWritesDiscarded(t, 122, 100, IL(kCooling.lc, 975));
     const std::string log = trace();
     EXPECT_TRUE(containsInOrder(
         log,
@@ -266,6 +213,11 @@ TEST_F(SensorTablesTest, CoolingDeviceKeepsLinearFans) {
          "2147483647,UR =2147483647,Resolution = 75,UnitType = 18",
          "\n Removing the object 2", "getIntData called: 119,0\n"}));
     EXPECT_EQ(log.find("hmClient::bInverseLinearization\n"), std::string::npos);
+    // Sensors of other types make no rows.
+    temperatureProbe temperature;
+    voltageProbe voltage;
+    ASSERT_EQ(temperature.init() + voltage.init(), CLIENT_SUCCESS);
+    EXPECT_EQ(temperature.getCount() + voltage.getCount(), 0);
 }
 
 // With inverse linearization the record's lower thresholds are published and judged as
@@ -275,36 +227,17 @@ TEST_F(SensorTablesTest, InverseLinearizationSwapsUpperAndLowerThresholds) {
     coolingDevice t(true);
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
     expectRows(t, kCooling,
-               {
-                   {48, "FAN1", 5, "critical", 5, 6000, A, 975, 1500, A, A, A, 750, 1, 40},
-                   {49, "FAN2", 5, "critical", 5, 1350, A, 975, 1500, A, A, A, 750, 1, 0},
-                   {51, "FAN4", 5, "critical", 5, 400, A, 500, A, A, 9000, A, 1000, 2, 0},
-               });
+               {{48, "FAN1", 5, "critical", 5, 6000, A, 975, 1500, A, A, A, 750, 1, 40},
+                {49, "FAN2", 5, "critical", 5, 1350, A, 975, 1500, A, A, A, 750, 1, 0},
+                {51, "FAN4", 5, "critical", 5, 400, A, 500, A, A, 9000, A, 1000, 2, 0}});
     EXPECT_NE(trace().find("hmClient::bInverseLinearization\n"), std::string::npos);
-}
-
-// Sensors of other types make no rows (every table's empty answers are checked in
-// baseContainerTest).
-TEST_F(SensorTablesTest, SensorsOfOtherTypesMakeNoRows) {
-    sensortest::usePlatformFile("fan.json");
-    temperatureProbe temperature;
-    voltageProbe voltage;
-    for (BaseAccessor* t : {static_cast<BaseAccessor*>(&temperature), static_cast<BaseAccessor*>(&voltage)}) {
-        ASSERT_EQ(t->init(), CLIENT_SUCCESS);
-        EXPECT_EQ(t->getCount(), 0);
-    }
-    int32_t v = 0;
-    EXPECT_EQ(temperature.getIntData(kTemperature.reading, 0, &v), kTemperature.noRow);
-    EXPECT_EQ(voltage.getIntData(kVoltage.reading, 0, &v), kVoltage.noRow);
 }
 
 TEST(SensorTableSupport, TemperatureThresholdConversionByUnit) {
     struct Case {
         int32_t value, unit, expected;
-    } cases[] = {
-        {90, 0, 90}, {90, 1, 900}, {363, 3, 900}, {363, 2, 900}, {250, 2, -230},    {90, 4, 0},
-        {90, 18, 0}, {A, 1, A},    {A, 3, A},     {A, 7, A},     {300000000, 1, A}, // does not fit
-    };
+    } cases[] = {{90, 0, 90}, {90, 1, 900}, {363, 3, 900}, {363, 2, 900}, {250, 2, -230},   {90, 4, 0},
+                 {90, 18, 0}, {A, 1, A},    {A, 3, A},     {A, 7, A},     {300000000, 1, A}}; // does not fit
     for (const Case& c : cases)
         EXPECT_EQ(temperatureProbe::convertThreshold(c.value, c.unit, 10), c.expected)
             << c.value << " unit " << c.unit;
@@ -314,22 +247,18 @@ TEST(SensorTableSupport, TemperatureThresholdConversionByUnit) {
 // only a sensor without an answer gets the placeholder.
 TEST(SensorTableSupport, DescriptionsAreTheAnsweredNameOrThePlaceholder) {
     struct Case {
-        const char* name; // null: no answer
+        bool answered;
+        std::string name;
         bool own;
         std::string description;
-    } cases[] = {
-        {"CPU1 Temp", true, "CPU1 Temp"},
-        {"", true, ""},
-        {nullptr, false, "PX_VoltageSensor"},
-        {"DDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDDD"
-         "DDDDDDDDDDDDDDDDDD"
-         "DDDDDDDDDDDDDDD",
-         true, std::string(127, 'D')},
-    };
+    } cases[] = {{true, "CPU1 Temp", true, "CPU1 Temp"},
+                 {true, "", true, ""},
+                 {false, "", false, "PX_VoltageSensor"},
+                 {true, std::string(133, 'D'), true, std::string(127, 'D')}};
     for (const Case& c : cases) {
         CSensorInfo info;
-        info.bNamePresent = c.name != nullptr;
-        info.stName = CString(c.name);
+        info.bNamePresent = c.answered;
+        info.stName = CString(c.answered ? c.name.c_str() : nullptr);
         char description[kSensorDescriptionSize];
         size_t length = 99;
         EXPECT_EQ(describeSensor(info, "PX_VoltageSensor", description, &length), c.own) << c.description;
@@ -345,19 +274,15 @@ TEST(InverseLinearizationSetting, ReadFromTheRegistry) {
     struct Case {
         const char* line;
         bool expected;
-    } cases[] = {
-        {"\"bInverseLinearization\"=dword:00000001", true},
-        {"\"bInverseLinearization\"=dword:00000000", false},
-        {"\"bInverseLinearization\"=\"1\"", false},
-        {"", false},
-    };
+    } cases[] = {{"\"bInverseLinearization\"=dword:00000001", true},
+                 {"\"bInverseLinearization\"=dword:00000000", false},
+                 {"\"bInverseLinearization\"=\"1\"", false},
+                 {"", false}};
     for (const Case& c : cases) {
-        std::ofstream reg(path);
-        reg << "Windows Registry Editor Version 5.00\r\n\r\n"
-            << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-            << "\"LogFile\"=\"/tmp/unused.log\"\r\n"
-            << c.line << "\r\n";
-        reg.close();
+        hmtest::writeFile(path, "Windows Registry Editor Version 5.00\r\n\r\n"
+                                "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
+                                "\"LogFile\"=\"/tmp/unused.log\"\r\n" +
+                                    std::string(c.line) + "\r\n");
         setenv("HMSUBAGENT_REGISTRY", path.c_str(), 1);
         hmClient::bInverseLinearization = !c.expected;
         hmClient client;
