@@ -265,30 +265,21 @@ TEST(SmbiosSource, UnreadableDumpFailsEachQueryUntilItIsThere) {
 
 // The service's names where they differ from dmidecode's.
 std::string asService(const std::string& dmidecode) {
-    static const std::map<std::string, std::string> names = {
-        {"Central Processor", "Central processor"},
-        {"Other Processor", "other"},
-        {"Math Processor", "mathProcessor"},
-        {"DSP Processor", "dspProcessor"},
-        {"Video Processor", "videoProcessor"},
-        {"370-pin Socket", "370-pin socket"},
-        {"Socket A (Socket 462)", "Socket A"},
-        {"Socket F (1207)", "Socket F"},
-        {"System Board Or Motherboard", "System board or motherboard"},
-        {"System Memory", "System memory"},
-        {"Video Memory", "Video memory"},
-        {"Flash Memory", "Flash memory"},
-        {"Non-volatile RAM", "Non Volatile memory"},
-        {"Cache Memory", "Cache memory"},
-        {"Proprietary Card", "ProprietaryCard"},
-        {"Row Of Chips", "RowOfChips"},
-        {"Flash", "FLASH"},
-        {"External Interface Locked Out", "External interface locked out"},
-        {"External Interface Enabled", "External interface enabled"},
-        {"Not Specified", ""},
-    };
-    auto it = names.find(dmidecode);
-    return it == names.end() ? dmidecode : it->second;
+    // "|dmidecode's name=the service's|".
+    static const std::string names =
+        "|Central Processor=Central processor|Other Processor=other|Math Processor=mathProcessor|"
+        "DSP Processor=dspProcessor|Video Processor=videoProcessor|370-pin Socket=370-pin socket|"
+        "Socket A (Socket 462)=Socket A|Socket F (1207)=Socket F|"
+        "System Board Or Motherboard=System board or motherboard|System Memory=System memory|"
+        "Video Memory=Video memory|Flash Memory=Flash memory|Non-volatile RAM=Non Volatile memory|"
+        "Cache Memory=Cache memory|Proprietary Card=ProprietaryCard|Row Of Chips=RowOfChips|"
+        "Flash=FLASH|External Interface Locked Out=External interface locked out|"
+        "External Interface Enabled=External interface enabled|Not Specified=|";
+    const size_t at = names.find("|" + dmidecode + "=");
+    if (at == std::string::npos)
+        return dmidecode;
+    const size_t from = at + dmidecode.size() + 2;
+    return names.substr(from, names.find('|', from) - from);
 }
 
 // "2200 MHz" -> "2200", "72 bits" -> "72", "Unknown" -> "0".
