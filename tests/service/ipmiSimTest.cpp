@@ -85,6 +85,7 @@ TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
     EXPECT_EQ(valueOf(sys, "/BMC/OEM/PRODUCTID"), field(mc, "Product ID").substr(0, 4));
     EXPECT_EQ(valueOf(sys, "/BMC/OEM/MANUFACTURERID"), field(mc, "Manufacturer ID"));
     EXPECT_EQ(valueOf(sys, "/BMC/OEM/FIRMWAREREVISION"), field(mc, "Firmware Revision"));
+    EXPECT_EQ(valueOf(sys, "/BMC/OEM/IPMIVERSION"), field(mc, "IPMI Version"));
 
     // A new reading and a new SEL entry reach the service's answers.
     m_sim.console("sensor_set_value 0x20 0 1 60 0");
