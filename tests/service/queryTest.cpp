@@ -11,38 +11,29 @@
 namespace {
 
 TEST(QueryFailureTest, BadPathsAreThrownAsResultStatusWithTheirCode) {
+    // The paths failing with each code, one after each "|".
+    const std::pair<uint16_t, std::string> groups[] = {
+        {1082, "||BMC/SDR|/BMC/SDR/SENSOR_TYPE[1|/BMC/SDR/SENSOR_TYPE1]|/BMC/SDR/SENSOR_TYPE[]|"
+               "/BMC/SDR/SENSOR_TYPE[x]|/BMC/SDR/SENSOR_TYPE[-1]|/BMC/SDR/SENSOR_TYPE[1]x|"
+               "/BMC/SDR/SENSOR_TYPE[4294967296]|/BMC//SDR|/BMC/SDR/|/BMC/SD\nR"},
+        {1083,
+         "|/BMC/SDR/SENSOR_TYPE[4294967295]|/BMC/SENSOR[200]/OWNER[32]/LUN[0]/NAME|"
+         "/BMC/SENSOR[3]/OWNER[33]/LUN[0]/NAME|/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[256]|"
+         "/BMC/SENSOR[999]/NAME|/BMC/SDR[50]|/BMC/SEL/TRANSLATED[5]|/SMBIOS/ProcessorInfo[2]|"
+         "/SMBIOS/MemoryArray[0]/MemoryDevice[6]/Size|/BMC/FRU[1]/RECORD/DECODED/CHASSISAREA/TYPE"},
+        {1084, "|/" + std::string(9999, 'A')},
+        {1081, "|/BMC/NOTHING|/ELSEWHERE|/BMC/SENSOR[3]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_WARM|"
+               "/SMBIOS/ProcessorInfo[0]/Colour"},
+    };
     struct Case {
         std::string path;
         uint16_t code;
-    } cases[] = {
-        {"", 1082},
-        {"BMC/SDR", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[1", 1082},
-        {"/BMC/SDR/SENSOR_TYPE1]", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[]", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[x]", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[-1]", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[1]x", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[4294967296]", 1082},
-        {"/BMC//SDR", 1082},
-        {"/BMC/SDR/", 1082},
-        {"/BMC/SD\nR", 1082},
-        {"/BMC/SDR/SENSOR_TYPE[4294967295]", 1083},
-        {"/" + std::string(9999, 'A'), 1084},
-        {"/BMC/NOTHING", 1081},
-        {"/ELSEWHERE", 1081},
-        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_WARM", 1081},
-        {"/BMC/SENSOR[200]/OWNER[32]/LUN[0]/NAME", 1083},
-        {"/BMC/SENSOR[3]/OWNER[33]/LUN[0]/NAME", 1083},
-        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[256]", 1083},
-        {"/BMC/SENSOR[999]/NAME", 1083},
-        {"/BMC/SDR[50]", 1083},
-        {"/BMC/SEL/TRANSLATED[5]", 1083},
-        {"/SMBIOS/ProcessorInfo[2]", 1083},
-        {"/SMBIOS/MemoryArray[0]/MemoryDevice[6]/Size", 1083},
-        {"/SMBIOS/ProcessorInfo[0]/Colour", 1081},
-        {"/BMC/FRU[1]/RECORD/DECODED/CHASSISAREA/TYPE", 1083},
     };
+    std::vector<Case> cases;
+    for (const auto& g : groups)
+        for (size_t at = 1, bar = 0; bar != std::string::npos; at = bar + 1)
+            cases.push_back({g.second.substr(at, (bar = g.second.find('|', at)) - at), g.first});
+    ASSERT_EQ(cases.size(), 27u);
     auto system = demoSystem();
     for (const Case& c : cases) {
         std::vector<RStatus> failures = failuresOf(*system, c.path);
