@@ -3,11 +3,8 @@
 // driven through its entry points, values checked against ipmitool.
 #include <dlfcn.h>
 
-#include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>

@@ -3,7 +3,6 @@
 // tables equal to what dmidecode (an independent decoder) prints.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 
 #include "kelvarn/Errors.h"
