@@ -66,13 +66,10 @@ struct MockBmc {
     std::map<uint8_t, IpmiThresholds> thresholds;
     std::vector<std::array<uint8_t, 16>> sel = {selRaw("01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be")};
     kelvarn::IpmiSelInfo selInfo = {1, 100, 0};
-    kelvarn::FruInfo fru;
-    kelvarn::IpmiDeviceId id;
     int opens = 0, sdrReads = 0, selReads = 0;
     std::string calls; // "S" per SEL check, the sensor number per reading
     uint64_t commands = 0;
     std::set<std::thread::id> callers;
-
     MockBmc() {
         readings[1].raw = 45;
         readings[2].raw = 200;
@@ -91,7 +88,7 @@ public:
         std::this_thread::sleep_for(std::chrono::milliseconds(delay));
     }
     void close() override {}
-    kelvarn::IpmiDeviceId getDeviceId() override { return (call(), m_bmc->id); }
+    kelvarn::IpmiDeviceId getDeviceId() override { return (call(), kelvarn::IpmiDeviceId{}); }
     std::vector<Bytes> readSdr(const std::string&) override {
         return (call(), ++m_bmc->sdrReads, m_bmc->sdr);
     }
@@ -108,7 +105,7 @@ public:
     std::vector<std::array<uint8_t, 16>> readSel() override {
         return (call(), ++m_bmc->selReads, m_bmc->sel);
     }
-    kelvarn::FruInfo readFru() override { return (call(), m_bmc->fru); }
+    kelvarn::FruInfo readFru() override { return (call(), kelvarn::FruInfo{}); }
     uint64_t commandsSent() const override {
         std::lock_guard<std::mutex> g(m_bmc->lock);
         return m_bmc->commands;
