@@ -189,24 +189,21 @@ TEST(SmbiosTable, EntryPointsAreCheckedAndBoundTheTable) {
     EXPECT_NE(fromFirmware.problems[0].find("the firmware table is 21 bytes, not the 121"), std::string::npos)
         << fromFirmware.problems[0];
 
+    // An entry point with one field changed and the checksum at `sumAt` over `sumLength` bytes made right.
+    auto patched = [](Bytes e, size_t at, uint64_t v, size_t width, size_t sumAt, size_t sumLength) {
+        putLittle(e, at, v, width);
+        fixChecksum(e, sumAt, 0, sumLength);
+        return e;
+    };
     Bytes badSum = entryPoint3(t.size());
     badSum[0x0C] ^= 1;
-    Bytes badDmi = entryPoint2(t.size(), 3);
-    badDmi[0x12] = 'X';
-    fixChecksum(badDmi, 4, 0, 0x1F);
-    Bytes farTable = entryPoint3(t.size());
-    putLittle(farTable, 0x10, 4096, 8);
-    fixChecksum(farTable, 5, 0, 0x18);
-    Bytes shortLength = entryPoint3(t.size());
-    shortLength[6] = 0x10;
-    fixChecksum(shortLength, 5, 0, 0x10);
     const std::pair<Bytes, const char*> bad[] = {
         {Bytes(40, 0), "no SMBIOS entry point"},
         {Bytes{'_', 'S', 'M', '3', '_', 0}, "too short"},
         {badSum, "checksum is wrong"},
-        {badDmi, "\"_DMI_\""},
-        {farTable, "past the end"},
-        {shortLength, "gives the length 16"},
+        {patched(entryPoint2(t.size(), 3), 0x12, 'X', 1, 4, 0x1F), "\"_DMI_\""},
+        {patched(entryPoint3(t.size()), 0x10, 4096, 8, 5, 0x18), "past the end"},
+        {patched(entryPoint3(t.size()), 6, 0x10, 1, 5, 0x10), "gives the length 16"},
         {Bytes{0, 3, 0, 0, 21}, "firmware table of 5 bytes is shorter than its 8-byte header"},
     };
     for (const auto& b : bad) {
