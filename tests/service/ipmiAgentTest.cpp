@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -140,10 +141,9 @@ TEST_F(AgentOverIpmiSim, SensorTablesEqualIpmitoolAndKeepAnsweringWhileTheBmcIsA
         Table t = walk(e.table, errors);
         EXPECT_EQ(errors, 0);
         const auto& row = rows.at(e.sensor);
-        EXPECT_EQ(cell(t, 3), e.sensor);
-        EXPECT_EQ(cell(t, 6), scaled(row[0], e.multiplier));
-        EXPECT_EQ(cell(t, 8), scaled(row[7], e.multiplier));
-        EXPECT_EQ(cell(t, 11), scaled(row[4], e.multiplier));
+        EXPECT_EQ(std::make_tuple(cell(t, 3), cell(t, 6), cell(t, 8), cell(t, 11)),
+                  std::make_tuple(std::string(e.sensor), scaled(row[0], e.multiplier),
+                                  scaled(row[7], e.multiplier), scaled(row[4], e.multiplier)));
     }
     // The BMC goes away: every walk still answers, with the last values.
     m_sim.stop();
