@@ -120,17 +120,6 @@ TEST_F(JournalTest, HalfWrittenBadShrunkAndRemovedJournals) {
     EXPECT_EQ(valueOf(*system, kCpu2), "87");
 }
 
-TEST(JournalLineTest, RefusesMalformedChanges) {
-    PlatformModel m = kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo");
-    std::string why;
-    for (const char* line : {"", "reading 32 0 4", "reading 32 0 4 256", "states 32 0 65 0x8000",
-                             "available 32 0 4 2", "sel-add 1 32 99 0 assert 255 255",
-                             "sel-add 1 32 4 15 assert 255 255", "sel-add 1 32 4 0 sideways 255 255",
-                             "sel-raw 00 11", "sel-raw 0 1 2 3 4 5 6 7 8 9 a b c d e 100", "sel-clear now"})
-        EXPECT_FALSE(kelvarn::applyJournalLine(m, line, why)) << line;
-    EXPECT_EQ(m.sel.size(), 5u);
-}
-
 // An "ipmitool sdr dump" file: records back to back, here a full sensor record with a
 // nominal reading, a compact one and a management controller locator (type 0x12).
 TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {

@@ -167,7 +167,7 @@ TEST(NamedEvents, AnySensorOfTheTypeWhenNoneHasTheEventType) {
 }
 
 // The journal logs the event with the given types and the sensor of the generator's
-// LUN, numbering on from the newest entry.
+// LUN, numbering on from the newest entry; malformed changes are refused.
 TEST(NamedEvents, JournalAppliesTheTypesAndTheLun) {
     kelvarn::PlatformModel model =
         kelvarn::parsePlatform(platformWith(R"({"name": "Front Temp", "number": 9, "sensorType": 1},
@@ -191,14 +191,24 @@ TEST(NamedEvents, JournalAppliesTheTypesAndTheLun) {
         EXPECT_EQ(model.sel[i + 1].raw, expected[i]) << i;
     }
     const char* const refused[] = {
+        "",
+        "reading 32 0 9",
+        "reading 32 0 9 256",
+        "states 32 1 9 0x8000",
+        "available 32 0 9 2",
+        "sel-add 1 32 99 0 assert 255 255",
+        "sel-add 1 32 9 15 assert 255 255",
+        "sel-add 1 32 9 0 sideways 255 255",
+        "sel-raw 00 11",
+        "sel-raw 0 1 2 3 4 5 6 7 8 9 a b c d e 100",
+        "sel-clear now",
         "sel-add 1 32 9 0 assert 255 255 5",       // one type without the other
         "sel-add 1 32 9 0 assert 255 255 256 111", // sensor type beyond a byte
         "sel-add 1 32 9 0 assert 255 255 5 128",   // event/reading type beyond 7 bits
         "sel-add 1 32 9 0 assert 255 255 5 111 0", // too many tokens
     };
-    for (const char* line : refused) {
+    for (const char* line : refused)
         EXPECT_FALSE(kelvarn::applyJournalLine(model, line, why)) << line;
-    }
     EXPECT_EQ(model.sel.size(), 4u);
 }
 
