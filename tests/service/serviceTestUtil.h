@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -30,10 +31,14 @@ inline std::unique_ptr<SDK::System> demoSystem() {
     return systemOver(kelvarn::demoPlatformText());
 }
 
-// The value of the entry keyed by `path` after querying it.
+// The value of the entry keyed by `path` after querying it; the failure's text when the query fails.
 inline std::string valueOf(SDK::System& system, const std::string& path) {
     Result r;
-    system.Get(path, r);
+    try {
+        system.Get(path, r);
+    } catch (const ResultStatus& e) {
+        return "<failed: " + (e.Get().empty() ? std::string() : e.Get()[0].Message) + ">";
+    }
     auto it = r.find(path);
     if (it == r.end() || it->second.Values.empty())
         return "<no entry>";
@@ -68,9 +73,14 @@ inline Result selQuery(SDK::System& system, const char* id, const char* range = 
     return r;
 }
 
+// How many SEL entries a query answers; SIZE_MAX when it fails.
 inline size_t selSize(SDK::System& system) {
     Result r;
-    system.Get("/BMC/SEL/TRANSLATED", r);
+    try {
+        system.Get("/BMC/SEL/TRANSLATED", r);
+    } catch (const ResultStatus&) {
+        return SIZE_MAX;
+    }
     return r["/BMC/SEL/TRANSLATED"].Values.size();
 }
 
