@@ -3,13 +3,11 @@
 // driven through its entry points, values checked against ipmitool.
 #include <dlfcn.h>
 
-#include <cmath>
 #include <cstdlib>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -58,6 +56,16 @@ std::string cell(const Table& t, UINT column) {
     return it == t.end() ? "<absent>" : it->second;
 }
 
+// Polls `check` every 100 ms for up to 30 s.
+template <class F> bool poll(F check) {
+    for (int i = 0; i < 300; ++i) {
+        if (check())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    return false;
+}
+
 class AgentOverIpmiSim : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -72,17 +80,9 @@ protected:
         ASSERT_TRUE(m_init && m_query && m_close && m_initEx && m_trap);
         ASSERT_TRUE(m_sim.start());
         const std::string dir = m_sim.dir();
-        std::ofstream(dir + "/bmc.pass") << "test\n";
-        chmod((dir + "/bmc.pass").c_str(), 0600);
-        std::ofstream(dir + "/kelvarn.conf")
-            << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" << m_sim.port()
-            << "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-workarounds=opensesspriv\n"
-               "ipmi-refresh-ms=300\nipmi-sdr-cache=cache\n";
-        std::ofstream(dir + "/registry.reg")
-            << "Windows Registry Editor Version 5.00\r\n\r\n"
-            << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-            << "\"ConfigFile\"=\"" << HM_TEST_DATA_DIR << "/ipmi/agent.conf\"\r\n"
-            << "\"LogFile\"=\"" << dir << "/agent.log\"\r\n";
+        hmtest::writeBmcConfig(dir, m_sim.port(), "ipmi-refresh-ms=300\n");
+        hmtest::writeRegistryFile(dir + "/registry.reg", std::string(HM_TEST_DATA_DIR) + "/ipmi/agent.conf",
+                                  dir + "/agent.log");
         setenv("HMSUBAGENT_REGISTRY", (dir + "/registry.reg").c_str(), 1);
         setenv("KELVARN_CONFIG", (dir + "/kelvarn.conf").c_str(), 1);
         kelvarn::setProcessResponder(nullptr);
@@ -141,10 +141,9 @@ TEST_F(AgentOverIpmiSim, SensorTablesEqualIpmitoolAndKeepAnsweringWhileTheBmcIsA
         Table t = walk(e.table, errors);
         EXPECT_EQ(errors, 0);
         const auto& row = rows.at(e.sensor);
-        EXPECT_EQ(cell(t, 3), e.sensor);
-        EXPECT_EQ(cell(t, 6), scaled(row[0], e.multiplier));
-        EXPECT_EQ(cell(t, 8), scaled(row[7], e.multiplier));
-        EXPECT_EQ(cell(t, 11), scaled(row[4], e.multiplier));
+        EXPECT_EQ(std::make_tuple(cell(t, 3), cell(t, 6), cell(t, 8), cell(t, 11)),
+                  std::make_tuple(std::string(e.sensor), scaled(row[0], e.multiplier),
+                                  scaled(row[7], e.multiplier), scaled(row[4], e.multiplier)));
     }
     // The BMC goes away: every walk still answers, with the last values.
     m_sim.stop();
@@ -158,14 +157,10 @@ TEST_F(AgentOverIpmiSim, SensorTablesEqualIpmitoolAndKeepAnsweringWhileTheBmcIsA
     // It comes back with a new reading, which the agent then publishes.
     ASSERT_TRUE(m_sim.start());
     m_sim.console("sensor_set_value 0x20 0 1 52 0");
-    bool seen = false;
-    for (int i = 0; i < 300 && !seen; ++i) {
+    EXPECT_TRUE(poll([&] {
         int errors = 0;
-        seen = cell(walk(P({600, 40}), errors), 6) == "520";
-        if (!seen)
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    EXPECT_TRUE(seen);
+        return cell(walk(P({600, 40}), errors), 6) == "520";
+    }));
     m_close();
 }
 
@@ -180,54 +175,43 @@ TEST_F(AgentOverIpmiSim, SelEntryAddedOnTheBmcBecomesATrap) {
     for (int i = 0; i < 20 && m_initEx(&region); ++i) {
     }
     // The poller's first look at the SEL only notes where it ends.
-    const std::string log = m_sim.dir() + "/agent.log";
-    auto traced = [&](const std::string& text) {
-        std::ifstream in(log);
-        std::stringstream all;
-        all << in.rdbuf();
-        return all.str().find(text) != std::string::npos;
-    };
-    bool first = false;
-    for (int i = 0; i < 200 && !first; ++i) {
-        first = traced("First time reading the SEL. Structures related to SEL are initialized now.\n");
-        if (!first)
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    ASSERT_TRUE(first);
+    ASSERT_TRUE(
+        hmtest::waitForText(m_sim.dir() + "/agent.log",
+                            "First time reading the SEL. Structures related to SEL are initialized now.\n",
+                            std::chrono::seconds(20)));
     ASSERT_NE(
         m_sim.console("sel_add 0x20 0x02 0 0 0 0 0x20 0x00 0x04 0x01 0x01 0x01 0x59 0x5b 0x5a").find("Added"),
         std::string::npos);
-    const std::string enterprise = ::dotted(P({1000, 70}));
-    bool found = false;
-    for (int i = 0; i < 200 && !found; ++i) {
-        for (;;) {
-            AsnObjectIdentifier ent{0, nullptr};
-            AsnInteger32 generic = -1, specific = -1;
-            AsnTimeticks stamp = 0;
-            SnmpVarBindList list{nullptr, 0};
-            if (!m_trap(&ent, &generic, &specific, &stamp, &list))
-                break;
-            if (::dotted(hmtest::arcsOf(ent)) == enterprise && specific == 18) {
-                found = true;
-                EXPECT_EQ(generic, 6);
-                ASSERT_EQ(list.len, 4u);
-                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[0].name)), ::dotted(P({1000, 10, 1})));
-                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[1].name)), ::dotted(P({600, 40, 1, 5, 1})));
-                EXPECT_EQ(list.list[1].value.asnValue.number, 5);
-                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[2].name)), ::dotted(P({600, 40, 1, 3, 1})));
-                EXPECT_EQ(
-                    std::string(reinterpret_cast<const char*>(list.list[2].value.asnValue.string.stream),
-                                list.list[2].value.asnValue.string.length),
-                    "CPU Temp");
-                EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[3].name)), ::dotted(P({600, 40, 1, 2, 1})));
+    // The trap's generic number, then each binding's name and value.
+    std::vector<std::string> trap;
+    EXPECT_TRUE(poll([&] {
+        AsnObjectIdentifier ent{0, nullptr};
+        AsnInteger32 generic = -1, specific = -1;
+        AsnTimeticks stamp = 0;
+        SnmpVarBindList list{nullptr, 0};
+        while (trap.empty() && m_trap(&ent, &generic, &specific, &stamp, &list)) {
+            if (::dotted(hmtest::arcsOf(ent)) == ::dotted(P({1000, 70})) && specific == 18) {
+                trap.push_back(std::to_string(generic));
+                for (UINT i = 0; i < list.len; ++i) {
+                    const AsnAny& v = list.list[i].value;
+                    trap.push_back(::dotted(hmtest::arcsOf(list.list[i].name)));
+                    trap.push_back(v.asnType == ASN_OCTETSTRING
+                                       ? std::string(reinterpret_cast<const char*>(v.asnValue.string.stream),
+                                                     v.asnValue.string.length)
+                                       : std::to_string(v.asnValue.number));
+                }
             }
             SnmpUtilVarBindListFree(&list);
             SnmpUtilOidFree(&ent);
         }
-        if (!found)
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    EXPECT_TRUE(found);
+        return !trap.empty();
+    }));
+    ASSERT_EQ(trap.size(), 9u);
+    EXPECT_EQ(trap[0], "6");
+    EXPECT_EQ(std::vector<std::string>({trap[1], trap[3], trap[4], trap[5], trap[6], trap[7]}),
+              std::vector<std::string>({::dotted(P({1000, 10, 1})), ::dotted(P({600, 40, 1, 5, 1})), "5",
+                                        ::dotted(P({600, 40, 1, 3, 1})), "CPU Temp",
+                                        ::dotted(P({600, 40, 1, 2, 1}))}));
     m_close();
 }
 

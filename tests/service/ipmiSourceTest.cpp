@@ -1,25 +1,20 @@
 // The IPMI source over a mock BMC: every /BMC path answered from memory with
-// the service's value forms, no BMC call on the querying thread, refreshing,
-// the BMC going away and coming back; the settings and the password file.
+// the service's value forms (inventory and entry texts over a real BMC in ipmiSimTest),
+// no BMC call on the querying thread, refreshing,
+// the BMC going away and coming back; the settings.
 #include <gtest/gtest.h>
-
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdio>
-#include <filesystem>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <thread>
+#include <tuple>
 
 #include "kelvarn/Errors.h"
 #include "kelvarn/Ipmi.h"
 #include "kelvarn/IpmiPacer.h"
 #include "serviceTestUtil.h"
-#include "support/files.h"
 
 namespace {
 
@@ -69,37 +64,19 @@ struct MockBmc {
     std::vector<Bytes> sdr = testSdr();
     std::map<uint8_t, kelvarn::SensorReading> readings;
     std::map<uint8_t, IpmiThresholds> thresholds;
-    std::vector<std::array<uint8_t, 16>> sel;
-    kelvarn::IpmiSelInfo selInfo;
-    kelvarn::FruInfo fru;
-    kelvarn::IpmiDeviceId id;
+    std::vector<std::array<uint8_t, 16>> sel = {selRaw("01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be")};
+    kelvarn::IpmiSelInfo selInfo = {1, 100, 0};
     int opens = 0, sdrReads = 0, selReads = 0;
     std::string calls; // "S" per SEL check, the sensor number per reading
     uint64_t commands = 0;
     std::set<std::thread::id> callers;
-
     MockBmc() {
         readings[1].raw = 45;
         readings[2].raw = 200;
         readings[3].raw = 100;
-        readings[4].states = 0x0001;
-        readings[5].states = 0x0001;
-        IpmiThresholds t;
-        t.readable = 0x1B;
-        t.values = {0, 95, 80, 0, 5, 10}; // UNR, UC, UNC, LNR, LC, LNC
-        thresholds[1] = t;
-        sel.push_back(selRaw("01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be"));
-        selInfo = {1, 100, 0};
-        fru.chassisType = 23;
-        fru.chassisPartNumber = "CH-100";
-        fru.productName = "KV-1000";
-        id.deviceId = 0;
-        id.manufacturerId = 4753;
-        id.productId = 3842;
-        id.firmwareMajor = 9;
-        id.firmwareMinor = 0x08;
-        id.ipmiMajor = 2;
-        id.ipmiMinor = 0;
+        readings[4].states = readings[5].states = 0x0001;
+        thresholds[1].readable = 0x1B;
+        thresholds[1].values = {0, 95, 80, 0, 5, 10}; // UNR, UC, UNC, LNR, LC, LNC
     }
 };
 
@@ -107,62 +84,42 @@ class MockBackend : public kelvarn::IpmiBackend {
 public:
     explicit MockBackend(std::shared_ptr<MockBmc> bmc) : m_bmc(std::move(bmc)) {}
     void open() override {
-        int delay;
-        {
-            auto g = call();
-            ++m_bmc->opens;
-            delay = m_bmc->openDelayMs;
-        }
+        int delay = (call(), ++m_bmc->opens, m_bmc->openDelayMs);
         std::this_thread::sleep_for(std::chrono::milliseconds(delay));
     }
     void close() override {}
-    kelvarn::IpmiDeviceId getDeviceId() override {
-        auto g = call();
-        return m_bmc->id;
-    }
+    kelvarn::IpmiDeviceId getDeviceId() override { return (call(), kelvarn::IpmiDeviceId{}); }
     std::vector<Bytes> readSdr(const std::string&) override {
-        auto g = call();
-        ++m_bmc->sdrReads;
-        return m_bmc->sdr;
+        return (call(), ++m_bmc->sdrReads, m_bmc->sdr);
     }
     bool readSensor(const Bytes& record, kelvarn::SensorReading& out) override {
         auto g = call();
         m_bmc->calls += std::to_string(record[7]);
-        auto it = m_bmc->readings.find(record[7]);
-        if (it == m_bmc->readings.end())
-            return false;
-        out = it->second;
-        return true;
+        return find(m_bmc->readings, record[7], out);
     }
     bool getThresholds(uint8_t number, IpmiThresholds& out) override {
         auto g = call();
-        auto it = m_bmc->thresholds.find(number);
-        if (it == m_bmc->thresholds.end())
-            return false;
-        out = it->second;
-        return true;
+        return find(m_bmc->thresholds, number, out);
     }
-    kelvarn::IpmiSelInfo getSelInfo() override {
-        auto g = call();
-        m_bmc->calls += 'S';
-        return m_bmc->selInfo;
-    }
+    kelvarn::IpmiSelInfo getSelInfo() override { return (call(), m_bmc->calls += 'S', m_bmc->selInfo); }
     std::vector<std::array<uint8_t, 16>> readSel() override {
-        auto g = call();
-        ++m_bmc->selReads;
-        return m_bmc->sel;
+        return (call(), ++m_bmc->selReads, m_bmc->sel);
     }
-    kelvarn::FruInfo readFru() override {
-        auto g = call();
-        return m_bmc->fru;
-    }
+    kelvarn::FruInfo readFru() override { return (call(), kelvarn::FruInfo{}); }
     uint64_t commandsSent() const override {
         std::lock_guard<std::mutex> g(m_bmc->lock);
         return m_bmc->commands;
     }
 
 private:
-    // Every call: counted, its thread noted, refused when the BMC is away.
+    template <typename M, typename V> static bool find(const M& map, uint8_t key, V& out) {
+        auto it = map.find(key);
+        if (it != map.end())
+            out = it->second;
+        return it != map.end();
+    }
+    // Every call: counted, its thread noted, refused when the BMC is away; the lock it
+    // returns is held to the end of the statement that made the call.
     std::unique_lock<std::mutex> call() {
         std::unique_lock<std::mutex> g(m_bmc->lock);
         ++m_bmc->commands;
@@ -195,124 +152,101 @@ struct Rig {
         source = std::make_shared<kelvarn::IpmiSource>(s, std::make_unique<MockBackend>(bmc));
         system = std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
     }
+    // The mock's lock; held to the end of the statement when not kept.
+    std::unique_lock<std::mutex> locked() { return std::unique_lock<std::mutex>(bmc->lock); }
 };
 
-// Polls `check` until it holds or `limitMs` passes.
-template <typename F> bool eventually(F check, int limitMs = 5000) {
-    auto end = Clock::now() + std::chrono::milliseconds(limitMs);
-    while (Clock::now() < end) {
-        if (check())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return check();
-}
-
 const std::string kCpu = "/BMC/SENSOR[1]/OWNER[32]/LUN[0]";
+const std::string kCpuValue = kCpu + "/INTERPRET_SENSOR_VALUE";
 
 TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
     Rig rig;
     rig.start(fastSettings(60000));
     SDK::System& sys = *rig.system;
-    const std::map<std::string, std::string> expected = {
-        {kCpu + "/INTERPRET_SENSOR_VALUE", "45"},
-        {kCpu + "/NAME", "CPU Temp"},
-        // The BMC's current thresholds replace the SDR's (90).
-        {kCpu + "/THRESHOLD/UPPER_CRITICAL", "95"},
-        {kCpu + "/THRESHOLD/UPPER_NONCRITICAL", "80"},
-        {kCpu + "/THRESHOLD/LOWER_CRITICAL", "5"},
-        {kCpu + "/THRESHOLD/UPPER_NONRECOVERABLE", "NOT SUPPORTED"},
-        {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12"},
-        // No thresholds from the BMC for sensor 2: the SDR's stay.
-        {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "215"},
-        {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "5000"},
-        {"/BMC/SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "PRESENCE_DETECTED"},
-        {"/BMC/SENSOR[5]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "FULLY_REDUNDANT"},
-        {"/BMC/SENSOR[4]/NAME", "Fan Redund"},
-        {"/BMC/SDR[3]",
-         "04 00 51 02 26 20 00 04 0a 01 7f 40 08 6f 0f 00 0f 00 0f 00 c0 00 00 00 00 00 00 00 00 00 "
-         "00 cb 50 53 55 31 20 53 74 61 74 75 73"},
-        {"/BMC/SEL/TRANSLATED[0]/RAW", "01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be"},
-        {"/BMC/SEL/TRANSLATED[0]/DESCR", "Voltage 12V | Lower Non-critical going low | Asserted"},
-        {"/BMC/SEL/TRANSLATED[0]/TIMESTAMP", "2025-11-21 01:43:20"},
-        {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE", "23"},
-        {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/PART_NUMBER", "CH-100"},
-        {"/BMC/FRU[0]/RECORD/DECODED/PRODUCTAREA/NAME", "KV-1000"},
-        {"/BMC/OEM/PRODUCTID", "3842"},
-        {"/BMC/OEM/MANUFACTURERID", "4753"},
-        {"/BMC/OEM/FIRMWAREREVISION", "9.08"},
-        {"/BMC/OEM/IPMIVERSION", "2.0"},
-    };
-    for (const auto& e : expected)
-        EXPECT_EQ(valueOf(sys, e.first), e.second) << e.first;
+    expectValues(
+        sys, {
+                 {kCpuValue, "45"},
+                 {kCpu + "/NAME", "CPU Temp"},
+                 // The BMC's current thresholds replace the SDR's (90).
+                 {kCpu + "/THRESHOLD/UPPER_CRITICAL", "95"},
+                 {kCpu + "/THRESHOLD/UPPER_NONCRITICAL", "80"},
+                 {kCpu + "/THRESHOLD/LOWER_CRITICAL", "5"},
+                 {kCpu + "/THRESHOLD/UPPER_NONRECOVERABLE", "NOT SUPPORTED"},
+                 {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12"},
+                 // No thresholds from the BMC for sensor 2: the SDR's stay.
+                 {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "215"},
+                 {"/BMC/SENSOR[4]/NAME", "Fan Redund"},
+                 {"/BMC/SDR[3]", "04 00 51 02 26 20 00 04 0a 01 7f 40 08 6f 0f 00 0f 00 0f 00 c0 00 00 00 00 "
+                                 "00 00 00 00 00 00 cb 50 53 55 31 20 53 74 61 74 75 73"},
+                 {"/BMC/SEL/TRANSLATED[0]/DESCR", "Voltage 12V | Lower Non-critical going low | Asserted"},
+                 {"/BMC/SEL/TRANSLATED[0]/TIMESTAMP", "2025-11-21 01:43:20"},
+             });
     // The SDR as stored by the source carries the overlaid threshold.
     EXPECT_EQ(valueOf(sys, "/BMC/SDR[0]").substr(37 * 3, 5), "5f 50");
     Result compact;
     sys.Get("/BMC/SDR/RECORD_TYPE[2]", compact);
     EXPECT_EQ(compact.size(), 2u);
     EXPECT_EQ(compact.count("/BMC/SDR[3]") + compact.count("/BMC/SDR[4]"), 2u);
-    std::lock_guard<std::mutex> g(rig.bmc->lock);
-    EXPECT_EQ(rig.bmc->callers.count(std::this_thread::get_id()), 0u);
-}
 
-TEST(IpmiSource, QueriesSendNoCommand) {
-    Rig rig;
-    rig.start(fastSettings(60000));
-    ASSERT_EQ(valueOf(*rig.system, kCpu + "/INTERPRET_SENSOR_VALUE"), "45"); // after the first sweep
+    // Between sweeps queries send no command, from this thread or any other, and share
+    // the one copy of the SDR read by the last sweep.
     const uint64_t before = rig.source->commandsSent();
     ASSERT_GT(before, 0u);
-    const char* const paths[] = {"/BMC/SDR",
-                                 "/BMC/SDR/SENSOR_TYPE[1]",
-                                 "/BMC/SENSOR[0]/NAME",
-                                 "/BMC/SENSOR[3]/OWNER[32]/LUN[0]",
-                                 "/BMC/SEL/TRANSLATED",
-                                 "/BMC/FRU",
-                                 "/BMC/OEM"};
     for (int round = 0; round < 50; ++round)
-        for (const char* p : paths) {
+        for (const char* p :
+             {"/BMC/SDR", "/BMC/SDR/SENSOR_TYPE[1]", "/BMC/SENSOR[0]/NAME", "/BMC/SENSOR[3]/OWNER[32]/LUN[0]",
+              "/BMC/SEL/TRANSLATED", "/BMC/FRU", "/BMC/OEM"}) {
             Result r;
-            rig.system->Get(p, r);
+            sys.Get(p, r);
             EXPECT_FALSE(r.empty()) << p;
         }
-    // Between sweeps every query shares the one copy of the SDR read by the last sweep.
     const auto sdr = rig.source->sharedSdrRepository();
     EXPECT_EQ(rig.source->sharedSdrRepository().get(), sdr.get());
     ASSERT_EQ(sdr->size(), 5u);
     EXPECT_EQ(*sdr, rig.source->sdrRepository());
-    std::lock_guard<std::mutex> g(rig.bmc->lock);
+    auto g = rig.locked();
     EXPECT_EQ(rig.bmc->commands, before);
     EXPECT_EQ(rig.bmc->callers.size(), 1u); // the source's own thread only
     EXPECT_EQ(rig.bmc->callers.count(std::this_thread::get_id()), 0u);
 }
 
-TEST(IpmiSource, ReadingsRefreshEachPeriodSelWhenItChangesSdrOnTheSlowCycle) {
+TEST(IpmiSource, ReadingsRefreshEachPeriodSelWhenItChangesOrIsClearedSdrOnTheSlowCycle) {
     Rig rig;
     rig.start(fastSettings(50, 1000));
-    ASSERT_EQ(valueOf(*rig.system, kCpu + "/INTERPRET_SENSOR_VALUE"), "45");
-    {
-        std::lock_guard<std::mutex> g(rig.bmc->lock);
-        rig.bmc->readings[1].raw = 77;
-    }
-    EXPECT_TRUE(eventually([&] { return valueOf(*rig.system, kCpu + "/INTERPRET_SENSOR_VALUE") == "77"; }));
+    ASSERT_EQ(valueOf(*rig.system, kCpuValue), "45");
+    rig.locked(), rig.bmc->readings[1].raw = 77;
+    EXPECT_TRUE(eventually([&] { return valueOf(*rig.system, kCpuValue) == "77"; }));
     const uint64_t sweeps = rig.source->sweeps();
     EXPECT_TRUE(eventually([&] { return rig.source->sweeps() >= sweeps + 3; }));
     {
-        std::lock_guard<std::mutex> g(rig.bmc->lock);
+        auto g = rig.locked();
         EXPECT_EQ(rig.bmc->selReads, 1);
         EXPECT_EQ(rig.bmc->sdrReads, 1);
         rig.bmc->sel.push_back(selRaw("02 00 02 c0 c3 1f 69 20 00 04 01 01 01 59 5b 5a"));
         rig.bmc->selInfo = {2, 108, 0};
     }
-    EXPECT_TRUE(eventually([&] {
-        Result r;
-        rig.system->Get("/BMC/SEL/TRANSLATED", r);
-        return r["/BMC/SEL/TRANSLATED"].Values.size() == 2;
-    }));
+    EXPECT_TRUE(eventually([&] { return selSize(*rig.system) == 2; }));
     EXPECT_EQ(valueOf(*rig.system, "/BMC/SEL/TRANSLATED[1]/DESCR"),
               "Temperature CPU Temp | Upper Critical going high | Asserted");
-    std::lock_guard<std::mutex> g(rig.bmc->lock);
-    EXPECT_EQ(rig.bmc->selReads, 2);
-    EXPECT_EQ(rig.bmc->sdrReads, 1);
+    EXPECT_EQ(selQuery(*rig.system, "ffff")["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0002");
+    {
+        auto g = rig.locked();
+        EXPECT_EQ(rig.bmc->selReads, 2);
+        EXPECT_EQ(rig.bmc->sdrReads, 1);
+        rig.bmc->sel.clear();
+        rig.bmc->selInfo = {0, 108, 130};
+    }
+    // A cleared SEL: the poller's remembered record ID fails with 1089, and there is no last entry.
+    EXPECT_TRUE(eventually([&] { return selSize(*rig.system) == 0; }));
+    std::vector<RStatus> failure;
+    try {
+        selQuery(*rig.system, "2");
+    } catch (const ResultStatus& e) {
+        failure = e.Get();
+    }
+    ASSERT_EQ(failure.size(), 1u);
+    EXPECT_EQ(failure[0].Code, kelvarn::kSelRecordNotFound);
+    EXPECT_EQ(selQuery(*rig.system, "ffff")["/BMC/SEL/TRANSLATED"].Values.size(), 0u);
 }
 
 // Fixed pacing never saves idle time for a burst; the refresh plan leaves
@@ -342,9 +276,9 @@ TEST(IpmiPacer, PacesEvenlyAndPlansTheRefresh) {
     };
     for (const auto& p : plans) {
         const kelvarn::RefreshPlan plan = kelvarn::planRefresh(p.sensors, p.perSecond, p.pollMs);
-        EXPECT_EQ(plan.readingsPerPoll, p.readingsPerPoll) << p.sensors << "@" << p.perSecond;
-        EXPECT_EQ(plan.periodMs, p.periodMs) << p.sensors << "@" << p.perSecond;
-        EXPECT_EQ(plan.withinBudget, p.within) << p.sensors << "@" << p.perSecond;
+        EXPECT_EQ(std::make_tuple(plan.readingsPerPoll, plan.periodMs, plan.withinBudget),
+                  std::make_tuple(p.readingsPerPoll, p.periodMs, p.within))
+            << p.sensors << "@" << p.perSecond;
     }
 }
 
@@ -357,225 +291,124 @@ TEST(IpmiSource, BudgetReadsRoundRobinAfterTheSelCheck) {
     rig.start(s);
     ASSERT_TRUE(eventually([&] { return rig.source->sweeps() >= 5; }));
     EXPECT_EQ(rig.source->readingRefreshPeriodMs(), 300u);
-    std::lock_guard<std::mutex> g(rig.bmc->lock);
+    auto g = rig.locked();
     EXPECT_EQ(rig.bmc->calls.substr(0, 18), "S12345S12S34S51S23");
-}
-
-// The poller's request form over the mirrored SEL; a cleared SEL makes the
-// remembered record ID fail with 1089.
-TEST(IpmiSource, SelRequestsByRecordIdAndRange) {
-    Rig rig;
-    {
-        std::lock_guard<std::mutex> g(rig.bmc->lock);
-        rig.bmc->sel.push_back(selRaw("02 00 02 c0 c3 1f 69 20 00 04 01 01 01 59 5b 5a"));
-        rig.bmc->sel.push_back(selRaw("03 00 02 c8 c3 1f 69 20 00 04 01 01 81 59 5b 5a"));
-        rig.bmc->selInfo = {3, 116, 0};
-    }
-    rig.start(fastSettings(50, 1000));
-    auto request = [&](const std::string& id, const std::string& range) {
-        std::map<std::string, std::map<std::string, std::string>> q = {
-            {"/BMC/SEL/TRANSLATED", {{"RECORD_ID", id}, {"RANGE", range}}}};
-        Result r;
-        rig.system->Get(q, r);
-        return r;
-    };
-    Result last = request("ffff", "3000");
-    ASSERT_EQ(last["/BMC/SEL/TRANSLATED"].Values.size(), 1u);
-    EXPECT_EQ(last["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0003");
-    EXPECT_EQ(last["/BMC/SEL/TRANSLATED[0]/DESCR"].Values.at(0),
-              "Temperature CPU Temp | Upper Critical going high | Deasserted");
-    Result two = request("2", "3000");
-    ASSERT_EQ(two["/BMC/SEL/TRANSLATED"].Values.size(), 2u);
-    EXPECT_EQ(two["/BMC/SEL/TRANSLATED[1]/VALUE"].Values.at(0), "0003");
-    {
-        std::lock_guard<std::mutex> g(rig.bmc->lock);
-        rig.bmc->sel.clear();
-        rig.bmc->selInfo = {0, 116, 130};
-    }
-    std::vector<RStatus> failure;
-    EXPECT_TRUE(eventually([&] {
-        try {
-            request("3", "3000");
-            return false;
-        } catch (const ResultStatus& e) {
-            failure = e.Get();
-            return true;
-        }
-    }));
-    ASSERT_EQ(failure.size(), 1u);
-    EXPECT_EQ(failure[0].Code, kelvarn::kSelRecordNotFound);
-    EXPECT_EQ(request("ffff", "3000")["/BMC/SEL/TRANSLATED"].Values.size(), 0u);
 }
 
 TEST(IpmiSource, BmcGoingAwayFailsAfterTheBoundThenComesBack) {
     Rig rig;
     rig.start(fastSettings(200)); // bound: 3 x 200 ms
-    ASSERT_EQ(valueOf(*rig.system, kCpu + "/INTERPRET_SENSOR_VALUE"), "45");
+    ASSERT_EQ(valueOf(*rig.system, kCpuValue), "45");
     const auto away = Clock::now();
-    {
-        std::lock_guard<std::mutex> g(rig.bmc->lock);
-        rig.bmc->reachable = false;
-    }
+    rig.locked(), rig.bmc->reachable = false;
     std::vector<RStatus> failure;
     bool onlyValuesBefore = true;
     EXPECT_TRUE(eventually([&] {
         Result r;
         try {
-            rig.system->Get(kCpu + "/INTERPRET_SENSOR_VALUE", r);
-            onlyValuesBefore = onlyValuesBefore && r[kCpu + "/INTERPRET_SENSOR_VALUE"].Values.at(0) == "45";
+            rig.system->Get(kCpuValue, r);
+            onlyValuesBefore = onlyValuesBefore && r[kCpuValue].Values.at(0) == "45";
             return false;
         } catch (const ResultStatus& e) {
             failure = e.Get();
             return true;
         }
     }));
-    const auto failedAfter = Clock::now() - away;
     EXPECT_TRUE(onlyValuesBefore);
     // The last sweep ended at most one period before the BMC went away.
-    EXPECT_GE(failedAfter, std::chrono::milliseconds(380));
+    EXPECT_GE(Clock::now() - away, std::chrono::milliseconds(380));
     ASSERT_EQ(failure.size(), 1u);
     EXPECT_EQ(failure[0].Code, kelvarn::kSourceUnavailable);
     // Whichever bound is noticed first: the BMC's last contact, or this sensor's last
     // reading (on a slow machine the reading's age can pass the bound first).
     const std::string& message = failure[0].Message;
     const bool contactStale =
-        message.rfind("BMC data unavailable: nothing read from IPMI over LAN at mock:623 for ", 0) == 0;
-    const bool readingStale =
-        message == "BMC data unavailable: the reading of sensor 1 was not refreshed in time";
-    EXPECT_TRUE(contactStale || readingStale) << message;
-    if (contactStale) {
-        EXPECT_NE(message.find(": no answer from the mock BMC"), std::string::npos) << message;
-    }
+        message.rfind("BMC data unavailable: nothing read from IPMI over LAN at mock:623 for ", 0) == 0 &&
+        message.find(": no answer from the mock BMC") != std::string::npos;
+    EXPECT_TRUE(contactStale ||
+                message == "BMC data unavailable: the reading of sensor 1 was not refreshed in time")
+        << message;
     // Every path fails the same way meanwhile (once the contact bound has passed too).
     for (const char* path : {"/BMC/SEL/TRANSLATED", "/BMC/SDR"}) {
         std::vector<RStatus> failed;
         EXPECT_TRUE(eventually([&] { return !(failed = failuresOf(*rig.system, path)).empty(); })) << path;
-        ASSERT_FALSE(failed.empty()) << path;
-        EXPECT_EQ(failed[0].Code, kelvarn::kSourceUnavailable) << path;
+        EXPECT_EQ(failed.empty() ? 0 : failed[0].Code, kelvarn::kSourceUnavailable) << path;
     }
     int opensWhileAway;
     {
-        std::lock_guard<std::mutex> g(rig.bmc->lock);
+        auto g = rig.locked();
         rig.bmc->readings[1].raw = 50;
         rig.bmc->reachable = true;
         opensWhileAway = rig.bmc->opens;
     }
     EXPECT_TRUE(eventually([&] { return failuresOf(*rig.system, kCpu).empty(); }));
-    EXPECT_EQ(valueOf(*rig.system, kCpu + "/INTERPRET_SENSOR_VALUE"), "50");
-    std::lock_guard<std::mutex> g(rig.bmc->lock);
+    EXPECT_EQ(valueOf(*rig.system, kCpuValue), "50");
+    auto g = rig.locked();
     EXPECT_GE(rig.bmc->opens, 2);
     EXPECT_GE(rig.bmc->opens, opensWhileAway);
 }
 
 TEST(IpmiSource, FirstQueryWaitsForTheFirstSweepOnly) {
-    {
-        Rig rig;
-        rig.bmc->openDelayMs = 300;
-        rig.start(fastSettings(60000));
-        EXPECT_EQ(valueOf(*rig.system, kCpu + "/NAME"), "CPU Temp");
-    }
-    {
-        Rig rig;
-        rig.bmc->reachable = false;
-        rig.start(fastSettings(60000));
-        auto f = failuresOf(*rig.system, kCpu + "/NAME");
-        ASSERT_EQ(f.size(), 1u);
-        EXPECT_EQ(f[0].Code, kelvarn::kSourceUnavailable);
-        EXPECT_EQ(f[0].Message, "BMC data unavailable: nothing read yet from IPMI over LAN at mock:623: no "
-                                "answer from the mock BMC");
-    }
-}
-
-// ---------------------------------------------------------------- settings
-
-using hmtest::TempDir;
-
-TEST(IpmiSettings, PasswordFileMustBeTheOwnersOnly) {
-    TempDir dir;
-    const std::string file = dir.path() + "/bmc.pass";
-    {
-        std::ofstream out(file);
-        out << "s3cret\r\nsecond line\n";
-    }
-    chmod(file.c_str(), 0600);
-    EXPECT_EQ(kelvarn::readPasswordFile(file), "s3cret");
-    chmod(file.c_str(), 0400);
-    EXPECT_EQ(kelvarn::readPasswordFile(file), "s3cret");
-    const std::pair<mode_t, const char*> refused[] = {{0640, "open to group or others"},
-                                                      {0604, "open to group or others"},
-                                                      {0620, "open to group or others"}};
-    for (const auto& r : refused) {
-        chmod(file.c_str(), r.first);
-        try {
-            kelvarn::readPasswordFile(file);
-            ADD_FAILURE() << std::oct << r.first << " accepted";
-        } catch (const std::runtime_error& e) {
-            EXPECT_EQ(std::string(e.what()),
-                      file +
-                          ": the password file is open to group or others; allow only its owner (chmod 600)");
-        }
-    }
-    {
-        std::ofstream out(file, std::ios::trunc);
-        out << "123456789012345678901\n";
-    }
-    chmod(file.c_str(), 0600);
-    EXPECT_THROW(kelvarn::readPasswordFile(file), std::runtime_error);
-    EXPECT_THROW(kelvarn::readPasswordFile(dir.path()), std::runtime_error);
-    EXPECT_THROW(kelvarn::readPasswordFile(dir.path() + "/missing"), std::runtime_error);
+    Rig slow, away;
+    slow.bmc->openDelayMs = 300;
+    slow.start(fastSettings(60000));
+    EXPECT_EQ(valueOf(*slow.system, kCpu + "/NAME"), "CPU Temp");
+    away.bmc->reachable = false;
+    away.start(fastSettings(60000));
+    auto f = failuresOf(*away.system, kCpu + "/NAME");
+    ASSERT_EQ(f.size(), 1u);
+    EXPECT_EQ(f[0].Code, kelvarn::kSourceUnavailable);
+    EXPECT_EQ(
+        f[0].Message,
+        "BMC data unavailable: nothing read yet from IPMI over LAN at mock:623: no answer from the mock BMC");
 }
 
 TEST(IpmiSettings, KeysAndTheirErrors) {
-    const std::map<std::string, std::string> keys = {{"ipmi-host", "10.0.0.5"},
-                                                     {"ipmi-port", "6230"},
-                                                     {"ipmi-user", "monitor"},
-                                                     {"ipmi-password-file", "/p"},
-                                                     {"ipmi-privilege", "operator"},
-                                                     {"ipmi-cipher-suite", "17"},
-                                                     {"ipmi-workarounds", "opensesspriv,sun20"},
-                                                     {"ipmi-refresh-ms", "500"},
-                                                     {"ipmi-stale-after", "4"},
-                                                     {"ipmi-slow-every", "10"},
-                                                     {"ipmi-max-commands-per-second", "20"},
-                                                     {"ipmi-sdr-cache", "/var/tmp"}};
-    IpmiSettings s = kelvarn::parseIpmiSettings(IpmiSettings::Mode::Lan, keys, "k.conf");
-    EXPECT_EQ(s.host, "10.0.0.5");
-    EXPECT_EQ(s.port, 6230u);
-    EXPECT_EQ(s.user, "monitor");
-    EXPECT_EQ(s.privilege, 3);
-    EXPECT_EQ(s.cipherSuite, 17);
-    EXPECT_EQ(s.workarounds, 0x18u);
-    EXPECT_EQ(s.refreshMs, 500u);
-    EXPECT_EQ(s.staleAfter, 4u);
-    EXPECT_EQ(s.slowEvery, 10u);
-    EXPECT_EQ(s.maxCommandsPerSecond, 20u);
-    EXPECT_EQ(s.sdrCacheDir, "/var/tmp");
+    IpmiSettings s = kelvarn::parseIpmiSettings(IpmiSettings::Mode::Lan,
+                                                {{"ipmi-host", "10.0.0.5"},
+                                                 {"ipmi-port", "6230"},
+                                                 {"ipmi-user", "monitor"},
+                                                 {"ipmi-password-file", "/p"},
+                                                 {"ipmi-privilege", "operator"},
+                                                 {"ipmi-cipher-suite", "17"},
+                                                 {"ipmi-workarounds", "opensesspriv,sun20"},
+                                                 {"ipmi-refresh-ms", "500"},
+                                                 {"ipmi-stale-after", "4"},
+                                                 {"ipmi-slow-every", "10"},
+                                                 {"ipmi-max-commands-per-second", "20"},
+                                                 {"ipmi-sdr-cache", "/var/tmp"}},
+                                                "k.conf");
+    EXPECT_EQ(std::make_tuple(s.host, s.port, s.user, s.privilege, s.cipherSuite, s.workarounds, s.refreshMs,
+                              s.staleAfter, s.slowEvery, s.maxCommandsPerSecond, s.sdrCacheDir),
+              std::make_tuple("10.0.0.5", 6230u, "monitor", 3, 17, 0x18u, 500u, 4u, 10u, 20u, "/var/tmp"));
     IpmiSettings inband = kelvarn::parseIpmiSettings(IpmiSettings::Mode::Inband, {}, "k.conf");
-    EXPECT_EQ(inband.refreshMs, 2000u);
-    EXPECT_EQ(inband.staleAfter, 3u);
-    EXPECT_EQ(inband.maxCommandsPerSecond, 9u);
-    const std::pair<std::map<std::string, std::string>, const char*> bad[] = {
-        {{{"ipmi-port", "0"}}, "k.conf: ipmi-port \"0\" is not a number from 1 to 65535"},
-        {{{"ipmi-cipher-suite", "3x"}}, "k.conf: ipmi-cipher-suite \"3x\" is not a number from 0 to 17"},
-        {{{"ipmi-privilege", "root"}},
+    EXPECT_EQ(std::make_tuple(inband.refreshMs, inband.staleAfter, inband.maxCommandsPerSecond),
+              std::make_tuple(2000u, 3u, 9u));
+    const std::tuple<IpmiSettings::Mode, std::map<std::string, std::string>, const char*> bad[] = {
+        {IpmiSettings::Mode::Inband,
+         {{"ipmi-port", "0"}},
+         "k.conf: ipmi-port \"0\" is not a number from 1 to 65535"},
+        {IpmiSettings::Mode::Inband,
+         {{"ipmi-cipher-suite", "3x"}},
+         "k.conf: ipmi-cipher-suite \"3x\" is not a number from 0 to 17"},
+        {IpmiSettings::Mode::Inband,
+         {{"ipmi-privilege", "root"}},
          "k.conf: ipmi-privilege \"root\" is not \"user\", \"operator\" or \"admin\""},
-        {{{"ipmi-workarounds", "opensesspriv,,"}}, "k.conf: ipmi-workarounds: unknown workaround \"\""},
-        {{{"ipmi-colour", "red"}}, "k.conf: unknown key \"ipmi-colour\""},
+        {IpmiSettings::Mode::Inband,
+         {{"ipmi-workarounds", "opensesspriv,,"}},
+         "k.conf: ipmi-workarounds: unknown workaround \"\""},
+        {IpmiSettings::Mode::Inband, {{"ipmi-colour", "red"}}, "k.conf: unknown key \"ipmi-colour\""},
+        {IpmiSettings::Mode::Lan,
+         {{"ipmi-host", "h"}, {"ipmi-user", "u"}},
+         "k.conf: bmc=ipmi-lan needs ipmi-password-file"},
     };
     for (const auto& b : bad) {
         try {
-            kelvarn::parseIpmiSettings(IpmiSettings::Mode::Inband, b.first, "k.conf");
-            ADD_FAILURE() << b.second;
+            kelvarn::parseIpmiSettings(std::get<0>(b), std::get<1>(b), "k.conf");
+            ADD_FAILURE() << std::get<2>(b);
         } catch (const std::runtime_error& e) {
-            EXPECT_EQ(std::string(e.what()), b.second);
+            EXPECT_EQ(std::string(e.what()), std::get<2>(b));
         }
-    }
-    try {
-        kelvarn::parseIpmiSettings(IpmiSettings::Mode::Lan, {{"ipmi-host", "h"}, {"ipmi-user", "u"}},
-                                   "k.conf");
-        ADD_FAILURE() << "LAN without a password file accepted";
-    } catch (const std::runtime_error& e) {
-        EXPECT_EQ(std::string(e.what()), "k.conf: bmc=ipmi-lan needs ipmi-password-file");
     }
 }
 

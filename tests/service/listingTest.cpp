@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <sstream>
 
 #include "kelvarn/IpmitoolListing.h"
 #include "serviceTestUtil.h"
+#include "support/files.h"
 
 namespace {
 
@@ -50,30 +50,25 @@ Sensor ID              : HDD0 (0xf0)
 )";
 
 TEST(IpmitoolListingTest, ReadingsAndThresholdsComeOutAsListed) {
-    auto system = systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt"));
-    struct Case {
-        const char* path;
-        const char* value;
-    } cases[] = {
-        {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/NAME", "Volt_P12V"},
-        // 12.152 V cannot be held in one byte at 1 mV steps: M 495, Rexp -4, raw 245.
-        {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12.1275"},
-        {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/RESOLUTION", "495"},
-        {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "255"},
-        {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONCRITICAL", "NOT SUPPORTED"},
-        // 5400 and 500 RPM: exactly, with M 100.
-        {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "5400"},
-        {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "5"},
-        {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/RESOLUTION", "100"},
-        // Negative temperatures: two's complement, M 5: raw -1 and -4.
-        {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "-5"},
-        {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "252"},
-        {"/BMC/SENSOR[224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE",
-         "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED"},
-        {"/BMC/SENSOR[240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
-    };
-    for (const Case& c : cases)
-        EXPECT_EQ(valueOf(*system, c.path), c.value) << c.path;
+    expectValues(*systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt")),
+                 {
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/NAME", "Volt_P12V"},
+                     // 12.152 V cannot be held in one byte at 1 mV steps: M 495, Rexp -4, raw 245.
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12.1275"},
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/RESOLUTION", "495"},
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "255"},
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONCRITICAL", "NOT SUPPORTED"},
+                     // 5400 and 500 RPM: exactly, with M 100.
+                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "5400"},
+                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "5"},
+                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/RESOLUTION", "100"},
+                     // Negative temperatures: two's complement, M 5: raw -1 and -4.
+                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "-5"},
+                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "252"},
+                     {"/BMC/SENSOR[224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE",
+                      "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED"},
+                     {"/BMC/SENSOR[240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
+                 });
 }
 
 TEST(IpmitoolListingTest, RefusesWhatItCannotRead) {
@@ -92,17 +87,15 @@ TEST(IpmitoolListingTest, RefusesWhatItCannotRead) {
 // repository; it is read from there, not copied.
 TEST(IpmitoolListingTest, RealServerListing) {
     const std::string path = std::string(HM_SOURCE_DIR) + "/../shared/realdata/rackhd/ipmi-sdr-v-output";
-    std::ifstream in(path);
-    if (!in)
+    const std::string text = hmtest::readFile(path);
+    if (text.empty())
         GTEST_SKIP() << path << " is not available";
-    std::stringstream text;
-    text << in.rdbuf();
-    auto system = systemOver(kelvarn::platformFromIpmitoolListing(text.str(), path));
+    auto system = systemOver(kelvarn::platformFromIpmitoolListing(text, path));
     Result sdr;
     system->Get("/BMC/SDR", sdr);
     EXPECT_EQ(sdr.size(), 95u);
     // Every threshold sensor's reading as listed, to within one percent.
-    std::istringstream lines(text.str());
+    std::istringstream lines(text);
     std::string line, number;
     int checked = 0;
     while (std::getline(lines, line)) {

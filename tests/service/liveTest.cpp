@@ -2,40 +2,28 @@
 // "ipmitool sdr dump" files.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <fstream>
-
-#include <unistd.h>
 
 #include "kelvarn/Journal.h"
 #include "kelvarn/Sdr.h"
 #include "serviceTestUtil.h"
+#include "support/files.h"
 
 namespace {
 
 using kelvarn::PlatformModel;
 
+// The demo server with a journal in a temporary folder.
 class JournalTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        journal = "/tmp/kelvarn-journal-" + std::to_string(getpid()) + "-" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        std::remove(journal.c_str());
-        source = std::make_shared<kelvarn::SimulatedSource>(
-            "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"), journal);
-        system = std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
-    }
-    void TearDown() override { std::remove(journal.c_str()); }
     void appendRaw(const std::string& text) { std::ofstream(journal, std::ios::app) << text; }
-    size_t selSize() {
-        Result r;
-        system->Get("/BMC/SEL/TRANSLATED", r);
-        return r["/BMC/SEL/TRANSLATED"].Values.size();
-    }
 
-    std::string journal;
-    std::shared_ptr<kelvarn::SimulatedSource> source;
-    std::unique_ptr<SDK::System> system;
+    hmtest::TempDir dir;
+    std::string journal = dir / "journal";
+    std::shared_ptr<kelvarn::SimulatedSource> source = std::make_shared<kelvarn::SimulatedSource>(
+        "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"), journal);
+    std::unique_ptr<SDK::System> system =
+        std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
 };
 
 const char* const kCpu2 = "/BMC/SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE";
@@ -105,19 +93,18 @@ TEST_F(JournalTest, SelEventsFollowTheNewestRecordAndClearEmptiesTheSel) {
     EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[6]/DESCR"),
               "Physical Security Intrusion | General Chassis intrusion | Asserted");
     kelvarn::appendJournal(journal, "sel-clear");
-    EXPECT_EQ(selSize(), 0u);
+    EXPECT_EQ(selSize(*system), 0u);
     kelvarn::appendJournal(journal, "sel-add 1763700100 32 4 9 deassert 255 255");
     EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[0]/VALUE"), "0001");
 }
 
-TEST_F(JournalTest, AHalfWrittenLineWaitsForItsEnd) {
+// A half-written line waits for its end; bad lines are skipped and counted; a shrunk
+// or removed journal starts again from the platform.
+TEST_F(JournalTest, HalfWrittenBadShrunkAndRemovedJournals) {
     appendRaw("reading 32 0 4 9");
     EXPECT_EQ(valueOf(*system, kCpu2), "87");
     appendRaw("1\n");
     EXPECT_EQ(valueOf(*system, kCpu2), "91");
-}
-
-TEST_F(JournalTest, BadLinesAreSkippedAndCounted) {
     appendRaw("reading 32 0 200 5\nreading 32 0 4 300\nfly away\n# a note\nreading 32 0 4 70\n");
     EXPECT_EQ(valueOf(*system, kCpu2), "70");
     std::string why;
@@ -125,27 +112,12 @@ TEST_F(JournalTest, BadLinesAreSkippedAndCounted) {
     EXPECT_EQ(why, "unknown change \"fly away\"");
     EXPECT_THROW(kelvarn::appendJournal(journal, "two\nlines"), kelvarn::PlatformFileError);
     EXPECT_THROW(kelvarn::appendJournal("/nonexistent/dir/journal", "sel-clear"), kelvarn::PlatformFileError);
-}
-
-TEST_F(JournalTest, AShrunkOrRemovedJournalStartsAgainFromThePlatform) {
-    kelvarn::appendJournal(journal, "reading 32 0 4 10");
     kelvarn::appendJournal(journal, "reading 32 0 4 11");
     EXPECT_EQ(valueOf(*system, kCpu2), "11");
     std::ofstream(journal, std::ios::trunc) << "reading 32 0 4 12\n";
     EXPECT_EQ(valueOf(*system, kCpu2), "12");
     std::remove(journal.c_str());
     EXPECT_EQ(valueOf(*system, kCpu2), "87");
-}
-
-TEST(JournalLineTest, RefusesMalformedChanges) {
-    PlatformModel m = kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo");
-    std::string why;
-    for (const char* line : {"", "reading 32 0 4", "reading 32 0 4 256", "states 32 0 65 0x8000",
-                             "available 32 0 4 2", "sel-add 1 32 99 0 assert 255 255",
-                             "sel-add 1 32 4 15 assert 255 255", "sel-add 1 32 4 0 sideways 255 255",
-                             "sel-raw 00 11", "sel-raw 0 1 2 3 4 5 6 7 8 9 a b c d e 100", "sel-clear now"})
-        EXPECT_FALSE(kelvarn::applyJournalLine(m, line, why)) << line;
-    EXPECT_EQ(m.sel.size(), 5u);
 }
 
 // An "ipmitool sdr dump" file: records back to back, here a full sensor record with a
@@ -170,16 +142,15 @@ TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
     compact.name = "Bay";
     const kelvarn::Bytes locator = {0x03, 0x00, 0x51, 0x12, 0x0b, 0x20, 0x00, 0x00,
                                     0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xc0 | 0x00};
-    std::string dir = "/tmp/kelvarn-dump-" + std::to_string(getpid());
-    std::string dump = dir + ".bin", platform = dir + ".json";
-    {
-        std::ofstream out(dump, std::ios::binary);
-        for (const kelvarn::Bytes& rec : {kelvarn::encodeSdr(full), kelvarn::encodeSdr(compact), locator})
-            out.write(reinterpret_cast<const char*>(rec.data()), static_cast<std::streamsize>(rec.size()));
-        std::ofstream(platform) << R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sdrDump": ")" +
-                                       dump.substr(dump.rfind('/') + 1) +
-                                       R"(", "readings": [{"number": 49, "states": ["DRIVE_FAULT"]}]}})";
-    }
+    hmtest::TempDir dir;
+    const std::string dump = dir / "sdr.bin", platform = dir / "p.json";
+    std::string records;
+    for (const kelvarn::Bytes& rec : {kelvarn::encodeSdr(full), kelvarn::encodeSdr(compact), locator})
+        records.append(rec.begin(), rec.end());
+    hmtest::writeFile(dump, records);
+    hmtest::writeFile(platform,
+                      R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sdrDump": "sdr.bin",)"
+                      R"( "readings": [{"number": 49, "states": ["DRIVE_FAULT"]}]}})");
     auto source = std::make_shared<kelvarn::SimulatedSource>("dump", kelvarn::loadPlatformFile(platform));
     SDK::System system(kelvarn::makePlatformResponder(source));
     Result all;
@@ -198,8 +169,6 @@ TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
     } catch (const kelvarn::PlatformFileError& e) {
         EXPECT_NE(std::string(e.what()).find("record at byte"), std::string::npos) << e.what();
     }
-    std::remove(dump.c_str());
-    std::remove(platform.c_str());
 }
 
 } // namespace

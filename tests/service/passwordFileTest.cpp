@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <string>
 
@@ -100,28 +98,17 @@ TEST_F(PasswordFile, OnlyRegularFilesThatExist) {
 // (data source unavailable) with the reason, and no IPMI session is attempted.
 TEST_F(PasswordFile, RefusalSeenByAQuery) {
     write("s3cret\n", 0644);
-    const std::string conf = m_dir / "kelvarn.conf";
-    std::ofstream(conf) << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=9\nipmi-user=ipmiusr\n"
-                           "ipmi-password-file=bmc.pass\nipmi-startup-wait-ms=5000\n";
-    const char* old = std::getenv("KELVARN_CONFIG");
-    const std::string saved = old ? old : "";
-    setenv("KELVARN_CONFIG", conf.c_str(), 1);
-    kelvarn::setProcessResponder(nullptr);
-    {
-        SDK::System sys;
-        const std::vector<RStatus> failures = failuresOf(sys, "/BMC/SDR/SENSOR_TYPE[1]");
-        ASSERT_EQ(failures.size(), 1u);
-        EXPECT_EQ(failures[0].Code, 1086);
-        EXPECT_EQ(failures[0].Message,
-                  "BMC data unavailable: nothing read yet from IPMI over LAN at 127.0.0.1:9: "
-                  "password file " +
-                      m_file + kOpen);
-    }
-    if (old)
-        setenv("KELVARN_CONFIG", saved.c_str(), 1);
-    else
-        unsetenv("KELVARN_CONFIG");
-    kelvarn::setProcessResponder(nullptr);
+    hmtest::writeFile(m_dir / "kelvarn.conf",
+                      "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=9\nipmi-user=ipmiusr\n"
+                      "ipmi-password-file=bmc.pass\nipmi-startup-wait-ms=5000\n");
+    ScopedConfig config(m_dir / "kelvarn.conf");
+    SDK::System sys;
+    const std::vector<RStatus> failures = failuresOf(sys, "/BMC/SDR/SENSOR_TYPE[1]");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].Code, 1086);
+    EXPECT_EQ(failures[0].Message,
+              "BMC data unavailable: nothing read yet from IPMI over LAN at 127.0.0.1:9: password file " +
+                  m_file + kOpen);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <tuple>
 
 extern "C" {
 #include <freeipmi/freeipmi.h>
@@ -19,69 +20,41 @@ using kelvarn::AnalogFormat;
 using kelvarn::Bytes;
 using kelvarn::SdrFields;
 
-SdrFields voltageSensor() {
-    SdrFields f;
-    f.recordId = 0x0102;
-    f.recordType = 0x01;
-    f.owner = 0x20;
-    f.lun = 0x21;
-    f.number = 0x30;
-    f.entityId = 0x07;
-    f.entityInstance = 0x01;
-    f.initialization = 0x7F;
-    f.capabilities = 0x68;
-    f.sensorType = 0x02;
-    f.eventReadingType = 0x01;
-    f.assertionMask = 0x7A95;
-    f.deassertionMask = 0x7A95;
-    f.readableMask = 0x3F;
-    f.settableMask = 0x1B;
-    f.analogFormat = AnalogFormat::TwosComplement;
-    f.baseUnit = 4;
-    f.m = -300;
-    f.tolerance = 5;
-    f.b = 257;
-    f.accuracy = 341;
-    f.accuracyExp = 2;
-    f.direction = 1;
-    f.rExp = -3;
-    f.bExp = 2;
-    f.analogFlags = 0x01;
-    f.nominal = 0x60;
-    f.normalMax = 0x70;
-    f.normalMin = 0x50;
-    f.sensorMax = 0x7F;
-    f.sensorMin = 0x80;
-    f.thresholds[kelvarn::kUpperNonRecoverable] = 0x7A;
-    f.thresholds[kelvarn::kUpperCritical] = 0x75;
-    f.thresholds[kelvarn::kUpperNonCritical] = 0x70;
-    f.thresholds[kelvarn::kLowerNonRecoverable] = 0x86;
-    f.thresholds[kelvarn::kLowerCritical] = 0x8A;
-    f.thresholds[kelvarn::kLowerNonCritical] = 0x90;
-    f.positiveHysteresis = 3;
-    f.negativeHysteresis = 4;
-    f.oem = 0x5A;
-    f.name = "P12V";
-    return f;
-}
+// A full record: P12V, 2's complement, M=-300, B=257, accuracy 341e2, R-3, B+2, every threshold.
+const Bytes kFullRecord = {
+    0x02, 0x01, 0x51, 0x01, 0x2f,       // record ID 0x0102, SDR 1.5, full, 47 bytes follow
+    0x20, 0x21, 0x30, 0x07, 0x01,       // owner, owner LUN byte, number, entity, instance
+    0x7f, 0x68, 0x02, 0x01,             // init, capabilities, voltage, threshold type
+    0x95, 0x7a, 0x95, 0x7a, 0x3f, 0x1b, // assertion, deassertion, readable, settable masks
+    0x80, 0x04, 0x00, 0x00,             // 2's complement, volts, no modifier, linear
+    0xd4, 0x85, 0x01, 0x55, 0x59, 0xd2, // M=-300 tol 5, B=257 acc 341 exp 2 dir 1, R-3 B+2
+    0x01, 0x60, 0x70, 0x50, 0x7f, 0x80, // nominal given, nominal/normal/sensor ranges
+    0x7a, 0x75, 0x70, 0x86, 0x8a, 0x90, // UNR UC UNC LNR LC LNC
+    0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
+    'P',  '1',  '2',  'V'};
 
-TEST(SdrLayoutTest, FullRecordBytes) {
-    const Bytes expected = {
-        0x02, 0x01, 0x51, 0x01, 0x2f,       // record ID 0x0102, SDR 1.5, full, 47 bytes follow
-        0x20, 0x21, 0x30, 0x07, 0x01,       // owner, owner LUN byte, number, entity, instance
-        0x7f, 0x68, 0x02, 0x01,             // init, capabilities, voltage, threshold type
-        0x95, 0x7a, 0x95, 0x7a, 0x3f, 0x1b, // assertion, deassertion, readable, settable masks
-        0x80, 0x04, 0x00, 0x00,             // 2's complement, volts, no modifier, linear
-        0xd4, 0x85, 0x01, 0x55, 0x59, 0xd2, // M=-300 tol 5, B=257 acc 341 exp 2 dir 1, R-3 B+2
-        0x01, 0x60, 0x70, 0x50, 0x7f, 0x80, // nominal given, nominal/normal/sensor ranges
-        0x7a, 0x75, 0x70, 0x86, 0x8a, 0x90, // UNR UC UNC LNR LC LNC
-        0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
-        'P',  '1',  '2',  'V'};
-    const Bytes actual = kelvarn::encodeSdr(voltageSensor());
-    ASSERT_EQ(actual.size(), expected.size());
-    for (size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(actual[i], expected[i]) << "byte " << i + 1;
-    EXPECT_EQ(kelvarn::hexBytes(actual.data(), 6), "02 01 51 01 2f 20");
+// The fields read from the record, and the same bytes written back from them.
+TEST(SdrLayoutTest, FullRecordFieldsAndBytes) {
+    SdrFields f;
+    ASSERT_TRUE(kelvarn::decodeSdr(kFullRecord, f));
+    EXPECT_EQ(
+        std::make_tuple(f.recordId, f.owner, f.lun, f.number, f.entityId, f.entityInstance, f.initialization,
+                        f.capabilities, f.sensorType, f.eventReadingType, f.assertionMask, f.deassertionMask,
+                        f.readableMask, f.settableMask, f.analogFormat, f.baseUnit, f.m, f.tolerance, f.b,
+                        f.accuracy, f.accuracyExp, f.direction, f.rExp, f.bExp, f.analogFlags, f.nominal),
+        std::make_tuple(0x0102, 0x20, 0x21, 0x30, 0x07, 0x01, 0x7F, 0x68, 0x02, 0x01, 0x7A95, 0x7A95, 0x3F,
+                        0x1B, AnalogFormat::TwosComplement, 4, -300, 5, 257, 341, 2, 1, -3, 2, 0x01, 0x60));
+    EXPECT_EQ(std::make_tuple(f.normalMax, f.normalMin, f.sensorMax, f.sensorMin, f.positiveHysteresis,
+                              f.negativeHysteresis, f.oem, f.name),
+              std::make_tuple(0x70, 0x50, 0x7F, 0x80, 3, 4, 0x5A, "P12V"));
+    // Indexed LNC, LC, LNR, UNC, UC, UNR.
+    EXPECT_EQ(Bytes(f.thresholds, f.thresholds + 6), (Bytes{0x90, 0x8A, 0x86, 0x70, 0x75, 0x7A}));
+    EXPECT_EQ(kelvarn::encodeSdr(f), kFullRecord);
+    EXPECT_EQ(kelvarn::hexBytes(kFullRecord.data(), 6), "02 01 51 01 2f 20");
+    EXPECT_FALSE(kelvarn::decodeSdr(Bytes{0x01, 0x00, 0x51, 0x01, 0x10, 0x20}, f)); // cut short
+    EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), f));                           // record type 0
+    f.name = "ABCDEFGHIJKLMNOPQ";                                                   // longer than 16
+    EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
 }
 
 TEST(SdrLayoutTest, CompactRecordBytes) {
@@ -105,28 +78,6 @@ TEST(SdrLayoutTest, CompactRecordBytes) {
                             0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xcb, 'P',
                             'S',  'U',  '2',  ' ',  'S',  't',  'a',  't',  'u',  's'};
     EXPECT_EQ(kelvarn::encodeSdr(f), expected);
-}
-
-TEST(SdrLayoutTest, DecodeReadsBackWhatWasEncoded) {
-    SdrFields in = voltageSensor(), out;
-    ASSERT_TRUE(kelvarn::decodeSdr(kelvarn::encodeSdr(in), out));
-    EXPECT_EQ(out.m, -300);
-    EXPECT_EQ(out.b, 257);
-    EXPECT_EQ(out.rExp, -3);
-    EXPECT_EQ(out.bExp, 2);
-    EXPECT_EQ(out.accuracy, 341);
-    EXPECT_EQ(out.tolerance, 5);
-    EXPECT_EQ(out.lun, 0x21);
-    EXPECT_EQ(out.thresholds[kelvarn::kLowerNonCritical], 0x90);
-    EXPECT_EQ(out.name, "P12V");
-    EXPECT_FALSE(kelvarn::decodeSdr(Bytes{0x01, 0x00, 0x51, 0x01, 0x10, 0x20}, out)); // cut short
-    EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), out));                           // record type 0
-}
-
-TEST(SdrLayoutTest, NamesLongerThanSixteenAreRefused) {
-    SdrFields f = voltageSensor();
-    f.name = "ABCDEFGHIJKLMNOPQ";
-    EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
 }
 
 TEST(SdrConversionTest, HandComputedValues) {

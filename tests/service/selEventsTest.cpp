@@ -21,35 +21,30 @@ Raw systemEvent(uint8_t sensorType, uint8_t number, uint8_t dirType, uint8_t dat
 
 TEST(SelEntryText, ReadsAsTheBmcToolsPrintIt) {
     const struct {
-        Raw raw;
+        uint8_t sensorType, number, dirType, data1;
         const char* sensor;
         const char* text;
     } rows[] = {
-        {systemEvent(0x01, 4, 0x01, 0x59), "CPU2 Temp",
-         "Temperature CPU2 Temp | Upper Critical going high | Asserted"},
-        {systemEvent(0x01, 4, 0x81, 0x59), "CPU2 Temp",
-         "Temperature CPU2 Temp | Upper Critical going high | Deasserted"},
-        {systemEvent(0x04, 56, 0x0B, 0x02), "Fan Redundancy",
-         "Fan Fan Redundancy | Redundancy Degraded | Asserted"},
-        {systemEvent(0x04, 57, 0x08, 0x00), "FAN6", "Fan FAN6 | Device Removed/Device Absent | Asserted"},
-        {systemEvent(0x0C, 96, 0x6F, 0x01), "DIMM A1", "Memory DIMM A1 | Uncorrectable ECC | Asserted"},
-        {systemEvent(0x08, 65, 0x6F, 0x03), "PSU2", "Power Supply PSU2 | Power Supply AC lost | Asserted"},
-        {systemEvent(0x0D, 112, 0xEF, 0x00), "Drive 0",
-         "Drive Slot / Bay Drive 0 | Drive Present | Deasserted"},
-        {systemEvent(0x21, 160, 0x6F, 0x05), "PCI 1",
-         "Slot / Connector PCI 1 | Slot Power is Off | Asserted"},
+        {0x01, 4, 0x01, 0x59, "CPU2 Temp", "Temperature CPU2 Temp | Upper Critical going high | Asserted"},
+        {0x01, 4, 0x81, 0x59, "CPU2 Temp", "Temperature CPU2 Temp | Upper Critical going high | Deasserted"},
+        {0x04, 56, 0x0B, 0x02, "Fan Redundancy", "Fan Fan Redundancy | Redundancy Degraded | Asserted"},
+        {0x04, 57, 0x08, 0x00, "FAN6", "Fan FAN6 | Device Removed/Device Absent | Asserted"},
+        {0x0C, 96, 0x6F, 0x01, "DIMM A1", "Memory DIMM A1 | Uncorrectable ECC | Asserted"},
+        {0x08, 65, 0x6F, 0x03, "PSU2", "Power Supply PSU2 | Power Supply AC lost | Asserted"},
+        {0x0D, 112, 0xEF, 0x00, "Drive 0", "Drive Slot / Bay Drive 0 | Drive Present | Deasserted"},
+        {0x21, 160, 0x6F, 0x05, "PCI 1", "Slot / Connector PCI 1 | Slot Power is Off | Asserted"},
         // A sensor missing from the SDR is named by its number.
-        {systemEvent(0x05, 0x80, 0x6F, 0x00), "",
-         "Physical Security #0x80 | General Chassis intrusion | Asserted"},
+        {0x05, 0x80, 0x6F, 0x00, "", "Physical Security #0x80 | General Chassis intrusion | Asserted"},
         // Offsets without a text, OEM sensor types and event types.
-        {systemEvent(0x07, 80, 0x6F, 0x0E), "CPU1", "Processor CPU1 | Unknown event offset 0xe | Asserted"},
-        {systemEvent(0x23, 145, 0x6F, 0x05), "WD", "Watchdog2 WD | Unknown event offset 0x5 | Asserted"},
-        {systemEvent(0xC0, 200, 0x70, 0x03), "OEM", "OEM reserved OEM | Unknown event offset 0x3 | Asserted"},
-        {systemEvent(0x2D, 1, 0x6F, 0x00), "X", "reserved X | Unknown event offset 0x0 | Asserted"},
+        {0x07, 80, 0x6F, 0x0E, "CPU1", "Processor CPU1 | Unknown event offset 0xe | Asserted"},
+        {0x23, 145, 0x6F, 0x05, "WD", "Watchdog2 WD | Unknown event offset 0x5 | Asserted"},
+        {0xC0, 200, 0x70, 0x03, "OEM", "OEM reserved OEM | Unknown event offset 0x3 | Asserted"},
+        {0x2D, 1, 0x6F, 0x00, "X", "reserved X | Unknown event offset 0x0 | Asserted"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(kelvarn::selEntryText(row.raw, row.sensor), row.text);
-    }
+    for (const auto& row : rows)
+        EXPECT_EQ(kelvarn::selEntryText(systemEvent(row.sensorType, row.number, row.dirType, row.data1),
+                                        row.sensor),
+                  row.text);
     Raw oem = systemEvent(0x01, 4, 0x01, 0x59);
     oem[2] = 0xE0;
     EXPECT_EQ(kelvarn::selEntryText(oem, "CPU2 Temp"), "OEM record type 0xe0");
@@ -172,7 +167,7 @@ TEST(NamedEvents, AnySensorOfTheTypeWhenNoneHasTheEventType) {
 }
 
 // The journal logs the event with the given types and the sensor of the generator's
-// LUN, numbering on from the newest entry.
+// LUN, numbering on from the newest entry; malformed changes are refused.
 TEST(NamedEvents, JournalAppliesTheTypesAndTheLun) {
     kelvarn::PlatformModel model =
         kelvarn::parsePlatform(platformWith(R"({"name": "Front Temp", "number": 9, "sensorType": 1},
@@ -196,14 +191,24 @@ TEST(NamedEvents, JournalAppliesTheTypesAndTheLun) {
         EXPECT_EQ(model.sel[i + 1].raw, expected[i]) << i;
     }
     const char* const refused[] = {
+        "",
+        "reading 32 0 9",
+        "reading 32 0 9 256",
+        "states 32 1 9 0x8000",
+        "available 32 0 9 2",
+        "sel-add 1 32 99 0 assert 255 255",
+        "sel-add 1 32 9 15 assert 255 255",
+        "sel-add 1 32 9 0 sideways 255 255",
+        "sel-raw 00 11",
+        "sel-raw 0 1 2 3 4 5 6 7 8 9 a b c d e 100",
+        "sel-clear now",
         "sel-add 1 32 9 0 assert 255 255 5",       // one type without the other
         "sel-add 1 32 9 0 assert 255 255 256 111", // sensor type beyond a byte
         "sel-add 1 32 9 0 assert 255 255 5 128",   // event/reading type beyond 7 bits
         "sel-add 1 32 9 0 assert 255 255 5 111 0", // too many tokens
     };
-    for (const char* line : refused) {
+    for (const char* line : refused)
         EXPECT_FALSE(kelvarn::applyJournalLine(model, line, why)) << line;
-    }
     EXPECT_EQ(model.sel.size(), 4u);
 }
 

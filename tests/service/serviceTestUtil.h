@@ -1,13 +1,17 @@
-// Helpers of the query-service tests: a System over a platform text, and
-// failure capture.
+// Helpers of the query-service tests: a System over a platform text, values and
+// failures of one query, SEL requests, a configuration in force for one scope.
 #ifndef HM_TESTS_SERVICE_UTIL_H
 #define HM_TESTS_SERVICE_UTIL_H
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
@@ -15,6 +19,7 @@
 #include "kelvarn/System.h"
 
 using Result = std::map<std::string, _XNode>;
+using Expected = std::map<std::string, std::string>;
 
 inline std::unique_ptr<SDK::System> systemOver(const std::string& platformText) {
     auto source = std::make_shared<kelvarn::SimulatedSource>(
@@ -26,14 +31,24 @@ inline std::unique_ptr<SDK::System> demoSystem() {
     return systemOver(kelvarn::demoPlatformText());
 }
 
-// The value of the entry keyed by `path` after querying it; "" when absent.
+// The value of the entry keyed by `path` after querying it; the failure's text when the query fails.
 inline std::string valueOf(SDK::System& system, const std::string& path) {
     Result r;
-    system.Get(path, r);
+    try {
+        system.Get(path, r);
+    } catch (const ResultStatus& e) {
+        return "<failed: " + (e.Get().empty() ? std::string() : e.Get()[0].Message) + ">";
+    }
     auto it = r.find(path);
     if (it == r.end() || it->second.Values.empty())
         return "<no entry>";
     return it->second.Values[0];
+}
+
+// Every path of `expected` answers its value.
+inline void expectValues(SDK::System& system, const Expected& expected) {
+    for (const auto& e : expected)
+        EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
 }
 
 // The failures of one query (empty when it succeeded).
@@ -47,10 +62,67 @@ inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& p
     return {};
 }
 
+// The poller's SEL request: from record `id` (hex), at most `range` entries.
+inline Result selQuery(SDK::System& system, const char* id, const char* range = "3000") {
+    std::map<std::string, std::string> params = {{"RECORD_ID", id}};
+    if (range)
+        params["RANGE"] = range;
+    std::map<std::string, std::map<std::string, std::string>> request = {{"/BMC/SEL/TRANSLATED", params}};
+    Result r;
+    system.Get(request, r);
+    return r;
+}
+
+// How many SEL entries a query answers; SIZE_MAX when it fails.
+inline size_t selSize(SDK::System& system) {
+    Result r;
+    try {
+        system.Get("/BMC/SEL/TRANSLATED", r);
+    } catch (const ResultStatus&) {
+        return SIZE_MAX;
+    }
+    return r["/BMC/SEL/TRANSLATED"].Values.size();
+}
+
 // A platform file text holding the given sensors and SEL entries.
 inline std::string platformWith(const std::string& sensors, const std::string& sel = "") {
     return R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sensors": [)" + sensors +
            R"(], "sel": [)" + sel + "]}}";
 }
+
+// Polls `check` until it holds or `limitMs` passes.
+template <typename F> bool eventually(F check, int limitMs = 5000) {
+    auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    while (std::chrono::steady_clock::now() < end) {
+        if (check())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    return check();
+}
+
+// KELVARN_CONFIG names `file` (and the process responder is read again) while
+// the object lives; then the previous setting comes back.
+class ScopedConfig {
+public:
+    explicit ScopedConfig(const std::string& file) {
+        const char* old = std::getenv("KELVARN_CONFIG");
+        m_had = old != nullptr;
+        m_old = old ? old : "";
+        setenv("KELVARN_CONFIG", file.c_str(), 1);
+        kelvarn::setProcessResponder(nullptr);
+    }
+    ~ScopedConfig() {
+        if (m_had)
+            setenv("KELVARN_CONFIG", m_old.c_str(), 1);
+        else
+            unsetenv("KELVARN_CONFIG");
+        kelvarn::setProcessResponder(nullptr);
+    }
+
+private:
+    bool m_had;
+    std::string m_old;
+};
 
 #endif

@@ -3,14 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdio>
 #include <thread>
 
-#include <unistd.h>
-
 #include "kelvarn/Journal.h"
-
 #include "serviceTestUtil.h"
+#include "support/files.h"
 
 namespace {
 
@@ -36,11 +33,7 @@ TEST(SharedSystemTest, TwoThreadsQueryOneObject) {
     auto poller = [&] {
         for (int i = 0; i < 150; ++i) {
             system->SetFlags(1);
-            std::map<std::string, std::map<std::string, std::string>> request = {
-                {"/BMC/SEL/TRANSLATED", {{"RECORD_ID", "ffff"}, {"RANGE", "3000"}}}};
-            Result r;
-            system->Get(request, r);
-            if (r["/BMC/SEL/TRANSLATED"].Values.size() != 1)
+            if (selQuery(*system, "ffff")["/BMC/SEL/TRANSLATED"].Values.size() != 1)
                 ++wrong;
             if (valueOf(*system, "/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent") != "4")
                 ++wrong;
@@ -55,8 +48,8 @@ TEST(SharedSystemTest, TwoThreadsQueryOneObject) {
 // Changes written in quick succession by one thread while another queries:
 // every change is kept, in order.
 TEST(SharedSystemTest, QuickChangesAreAllKept) {
-    const std::string journal = "/tmp/kelvarn-threads-journal-" + std::to_string(getpid());
-    std::remove(journal.c_str());
+    hmtest::TempDir dir;
+    const std::string journal = dir / "journal";
     auto source = std::make_shared<kelvarn::SimulatedSource>(
         "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"), journal);
     SDK::System system(kelvarn::makePlatformResponder(source));
@@ -84,7 +77,6 @@ TEST(SharedSystemTest, QuickChangesAreAllKept) {
     EXPECT_EQ(source->rejectedChanges(), 0u);
     // Record IDs run on from the demo's five without a gap.
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[204]/VALUE"].Values.at(0), "00cd");
-    std::remove(journal.c_str());
 }
 
 } // namespace
