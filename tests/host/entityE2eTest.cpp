@@ -4,11 +4,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
-#include <fstream>
 #include <map>
-#include <memory>
-#include <sstream>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -36,19 +32,9 @@ protected:
             return;
         s_proxy = std::make_unique<UdpDelayProxy>(s_sim->port());
         const std::string dir = s_sim->dir();
-        std::ofstream(dir + "/bmc.pass") << "test\n";
-        chmod((dir + "/bmc.pass").c_str(), 0600);
-        std::ofstream(dir + "/kelvarn.conf")
-            << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" << s_proxy->port()
-            << "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-workarounds=opensesspriv\n"
-               "ipmi-refresh-ms="
-            << kRefresh.count()
-            << "\nipmi-stale-after=2\nipmi-slow-every=1000\nipmi-sdr-cache=cache\nsmbios=demo\n";
-        std::ofstream(dir + "/registry.reg")
-            << "Windows Registry Editor Version 5.00\r\n\r\n"
-            << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-            << "\"ConfigFile\"=\"" << HM_TEST_DATA_DIR << "/ipmi/agent.conf\"\r\n"
-            << "\"LogFile\"=\"" << dir << "/agent.log\"\r\n";
+        writeBmcConfig(dir, s_proxy->port(),
+                       "ipmi-refresh-ms=2500\nipmi-stale-after=2\nipmi-slow-every=1000\n");
+        writeRegistryFile(dir + "/registry.reg", HM_TEST_DATA_DIR "/ipmi/agent.conf", dir + "/agent.log");
         s_endpoint = "127.0.0.1:" + std::to_string(freePort());
         mkdir((dir + "/snmp").c_str(), 0700);
         setenv("SNMP_PERSISTENT_DIR", (dir + "/snmp").c_str(), 1);
@@ -69,9 +55,8 @@ protected:
 
     static std::unique_ptr<Process> startDaemon(const std::string& role) {
         const std::string dir = s_sim->dir();
-        std::ofstream(dir + "/hmagentd.conf")
-            << "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " << dir << "/registry.reg\n"
-            << role;
+        writeFile(dir + "/hmagentd.conf",
+                  "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + dir + "/registry.reg\n" + role);
         setenv("KELVARN_CONFIG", (dir + "/kelvarn.conf").c_str(), 1);
         auto daemon = std::make_unique<Process>(
             std::vector<std::string>{HM_AGENTD, "-c", dir + "/hmagentd.conf"}, dir + "/hmagentd.out");
@@ -82,24 +67,19 @@ protected:
 
     static Walk walk(const std::string& oid) {
         Walk rows;
-        std::istringstream in(
-            runCommand("snmpwalk -v2c -c public -On -Oq -Ot -t 2 -r 1 " + s_endpoint + " " + oid).output);
-        std::string line;
-        while (std::getline(in, line)) {
-            const size_t space = line.find(' ');
-            if (line.rfind(".1.3.6", 0) == 0 && space != std::string::npos)
-                rows[line.substr(0, space)] = line.substr(space + 1);
-        }
+        for (const std::string& line :
+             linesOf(runCommand("snmpwalk -v2c -c public -On -Oq -Ot -t 2 -r 1 " + s_endpoint + " " + oid)
+                         .output))
+            if (line.rfind(".1.3.6", 0) == 0 && line.find(' ') != std::string::npos)
+                rows[line.substr(0, line.find(' '))] = line.substr(line.find(' ') + 1);
         return rows;
     }
     // Polls the sensor walk until `done` holds (at most `limit`); the last walk.
     template <typename Done> static Walk sensorsWhen(Done done, std::chrono::milliseconds limit) {
-        const auto deadline = Clock::now() + limit;
-        Walk w = walk(kSensorEntry);
-        while (!done(w) && Clock::now() < deadline) {
+        Walk w;
+        for (const auto deadline = Clock::now() + limit;
+             !done(w = walk(kSensorEntry)) && Clock::now() < deadline;)
             std::this_thread::sleep_for(200ms);
-            w = walk(kSensorEntry);
-        }
         return w;
     }
     static std::string column(const Walk& w, const std::string& entry, int col, long index) {
@@ -107,15 +87,11 @@ protected:
         return it == w.end() ? "(none)" : it->second;
     }
 
-    static std::unique_ptr<IpmiSimGuard> s_sim;
-    static std::unique_ptr<UdpDelayProxy> s_proxy;
-    static std::unique_ptr<Process> s_daemon;
-    static std::string s_endpoint;
+    inline static std::unique_ptr<IpmiSimGuard> s_sim;
+    inline static std::unique_ptr<UdpDelayProxy> s_proxy;
+    inline static std::unique_ptr<Process> s_daemon;
+    inline static std::string s_endpoint;
 };
-std::unique_ptr<IpmiSimGuard> EntityE2e::s_sim;
-std::unique_ptr<UdpDelayProxy> EntityE2e::s_proxy;
-std::unique_ptr<Process> EntityE2e::s_daemon;
-std::string EntityE2e::s_endpoint;
 
 // Sensor 6 (owner 0x20, LUN 0) is 1032000006; CPU Temp is 1032000001.
 constexpr long kCpuTemp = 1032000001;
@@ -176,17 +152,14 @@ TEST_F(EntityE2e, OneRowPerThresholdSensorAgreeingWithIpmitoolInOneTree) {
 TEST_F(EntityE2e, AWalkSendsNoIpmiCommand) {
     // Right after a sweep the source is quiet for a refresh period: a walk that
     // starts and ends inside that window and sees no datagram sent no command.
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        auto seen = s_proxy->forwarded();
-        if (seen.empty() || seen.back().toServer || Clock::now() - seen.back().at < 800ms) {
-            std::this_thread::sleep_for(50ms);
-            --attempt;
+    for (int fitted = 0; fitted < 5; std::this_thread::sleep_for(50ms)) {
+        const auto seen = s_proxy->forwarded();
+        if (seen.empty() || seen.back().toServer || Clock::now() - seen.back().at < 800ms)
             continue;
-        }
-        const auto sweepEnd = seen.back().at, start = Clock::now();
+        const auto start = Clock::now();
         const size_t rows = walk(kSensorEntry).size() + walk(kPhysicalEntry).size();
         const auto end = Clock::now();
-        if (end >= sweepEnd + kRefresh)
+        if (end >= seen.back().at + kRefresh && ++fitted)
             continue; // the next sweep may have started: not attributable
         size_t during = 0;
         for (const auto& f : s_proxy->forwarded())
