@@ -266,18 +266,16 @@ protected:
     }
     // hmSystemHealthStatus.0 asked with SNMPv3 (authentication and privacy) or SNMPv2c.
     std::string health(bool v3) const {
-        return hmtest::runCommand(
-                   "snmpget -On -r " +
-                   std::string(v3 ? "1 -t 2 -v3 -l authPriv -u monitor -a SHA -A monitor-auth-pass "
-                                    "-x AES -X monitor-priv-pass "
-                                  : "0 -t 1 -v2c -c public ") +
-                   endpoint() + " " + kHealth)
+        return hmtest::runCommand(std::string(v3 ? kV3Get : "snmpget -On -r 0 -t 1 -v2c -c public ") +
+                                  endpoint() + " " + kHealth)
             .output;
     }
     void expectV3Only() const {
         EXPECT_EQ(health(true), std::string(kHealth) + " = INTEGER: 4\n");
         EXPECT_EQ(health(false), "Timeout: No Response from " + endpoint() + ".\n");
     }
+    static constexpr const char* kV3Get = "snmpget -On -r 1 -t 2 -v3 -l authPriv -u monitor -a SHA -A "
+                                          "monitor-auth-pass -x AES -X monitor-priv-pass ";
     static constexpr const char* kHealth = ".1.3.6.1.4.1.64999.2.10.3.5.100.1.0";
     static constexpr const char* kV3User =
         "createUser monitor SHA \"monitor-auth-pass\" AES \"monitor-priv-pass\"\n"
@@ -286,30 +284,6 @@ protected:
     gid_t m_gid = 0;
     std::unique_ptr<Process> m_daemon;
 };
-
-TEST_F(PrivilegeE2e, StartedAsRootServesAsNobody) {
-    // Also on TCP (agentaddress adds to the list): the one TCP socket it then
-    // listens on is that one, not SMUX's.
-    ASSERT_TRUE(start(masterConfig("agentuser nobody\nagentaddress tcp:" + endpoint() + "\n")))
-        << m_daemon->output();
-    const std::string u = std::to_string(m_uid), g = std::to_string(m_gid);
-    EXPECT_EQ(statusLines(m_daemon->pid()),
-              (std::vector<std::string>{"Uid:\t" + u + "\t" + u + "\t" + u + "\t" + u,
-                                        "Gid:\t" + g + "\t" + g + "\t" + g + "\t" + g, "Groups:"}));
-    EXPECT_EQ(tcpListeners(m_daemon->pid()), 1);
-    EXPECT_NE(m_daemon->output().find("hmagentd: running as user nobody (uid " + u + "), group "),
-              std::string::npos)
-        << m_daemon->output();
-    EXPECT_EQ(hmtest::runCommand("snmpget -v2c -c public -On -r 1 -t 2 " + endpoint() +
-                                 " .1.3.6.1.4.1.64999.2.10.3.5.100.2.0")
-                  .output,
-              ".1.3.6.1.4.1.64999.2.10.3.5.100.2.0 = STRING: \"Privilege test\"\n");
-    EXPECT_EQ(m_daemon->stop(SIGTERM), 0) << m_daemon->output();
-    // net-snmp's state was saved by the dropped daemon.
-    struct stat st {};
-    ASSERT_EQ(stat((m_dir + "/state/hmagentd.conf").c_str(), &st), 0) << m_daemon->output();
-    EXPECT_EQ(st.st_uid, m_uid);
-}
 
 TEST_F(PrivilegeE2e, ConfigurationsThatCannotBeHonouredStopTheDaemon) {
     for (const auto& [extra, error] : std::vector<std::pair<std::string, std::string>>{
@@ -326,9 +300,12 @@ TEST_F(PrivilegeE2e, ConfigurationsThatCannotBeHonouredStopTheDaemon) {
     }
 }
 
-// The SNMPv3-only master, as nobody: v3 with privacy is answered, v2c is not, and a
-// hardware event reaches a v3 trap receiver as an inform sent after the drop.
-TEST_F(PrivilegeE2e, V3OnlyMasterSendsInformsAfterTheDrop) {
+// The SNMPv3-only master started as root with agentuser nobody: every id is
+// nobody's, with no supplementary group; it listens on TCP too (agentaddress adds to
+// the list) and that is its one TCP socket, not SMUX's; v3 with privacy is
+// answered, v2c is not; a hardware event reaches a v3 trap receiver as an inform
+// sent after the drop; net-snmp's state is saved by the dropped daemon.
+TEST_F(PrivilegeE2e, V3OnlyMasterServesAndSendsInformsAsNobody) {
     const std::string sink = "udp:127.0.0.1:" + std::to_string(hmtest::freePort()),
                       trapper = "createUser trapper SHA \"trapper-auth-pass\" AES \"trapper-priv-pass\"\n";
     write("snmptrapd.conf", trapper + "authUser log trapper priv\n");
@@ -339,12 +316,23 @@ TEST_F(PrivilegeE2e, V3OnlyMasterSendsInformsAfterTheDrop) {
     write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
     setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
     ASSERT_TRUE(
-        start(masterConfig("agentuser nobody\n" + trapper +
+        start(masterConfig("agentuser nobody\nagentaddress tcp:" + endpoint() + "\n" + trapper +
                                "trapsess -v3 -Ci -u trapper -l authPriv -a SHA -A \"trapper-auth-pass\" -x "
                                "AES -X \"trapper-priv-pass\" " +
                                sink + "\n",
                            kV3User)))
         << m_daemon->output();
+    const std::string u = std::to_string(m_uid), g = std::to_string(m_gid);
+    EXPECT_EQ(statusLines(m_daemon->pid()),
+              (std::vector<std::string>{"Uid:\t" + u + "\t" + u + "\t" + u + "\t" + u,
+                                        "Gid:\t" + g + "\t" + g + "\t" + g + "\t" + g, "Groups:"}));
+    EXPECT_EQ(tcpListeners(m_daemon->pid()), 1);
+    EXPECT_NE(m_daemon->output().find("hmagentd: running as user nobody (uid " + u + "), group "),
+              std::string::npos)
+        << m_daemon->output();
+    // hmSystemPlatformDescription.0, read from the agent's configuration at start-up.
+    EXPECT_EQ(hmtest::runCommand(kV3Get + endpoint() + " .1.3.6.1.4.1.64999.2.10.3.5.100.2.0").output,
+              ".1.3.6.1.4.1.64999.2.10.3.5.100.2.0 = STRING: \"Privilege test\"\n");
     expectV3Only();
     // Entries already in the SEL at the poller's first read are not events.
     ASSERT_TRUE(hmtest::waitForText(m_dir + "/agent.log", "Using /BMC/SEL/TRANSLATED", 10s));
@@ -353,6 +341,9 @@ TEST_F(PrivilegeE2e, V3OnlyMasterSendsInformsAfterTheDrop) {
         hmtest::waitForText(m_dir + "/traps.log", "STRING: \"Status Changed to Upper Critical\"", 15s))
         << hmtest::readFile(m_dir + "/traps.log") << m_daemon->output();
     EXPECT_EQ(m_daemon->stop(SIGTERM), 0) << m_daemon->output();
+    struct stat st {};
+    ASSERT_EQ(stat((m_dir + "/state/hmagentd.conf").c_str(), &st), 0) << m_daemon->output();
+    EXPECT_EQ(st.st_uid, m_uid);
 }
 
 // The subagent behind a v3-only snmpd: after the drop it can still reconnect when
