@@ -391,8 +391,19 @@ TEST_F(HostE2e, SelEntryAndHealthChangeReachTheSinksNamedByTheMibModule) {
     EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
 }
 
-TEST_F(HostE2e, AgentxSubagentOfSnmpdSurvivesAMasterRestart) {
-    auto master = startSnmpd("rocommunity public 127.0.0.1\n");
+// The daemon as AgentX subagent of snmpd, on the demo server: it serves the
+// library's view through the master and its traps reach the master's sink. The
+// master stopped, or killed outright, and started again on the same socket: the
+// subagent notices at its next ping, connects again and registers its regions, and
+// its traps go through the new master.
+TEST_F(HostE2e, AgentxSubagentOutlivesItsMasterStoppedOrKilled) {
+    write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
+    setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
+    const int trapPort = freePort();
+    const auto receiver = launchTrapReceiver(trapPort);
+    const std::string snmpdConfig =
+        "rocommunity public 127.0.0.1\ntrapsink 127.0.0.1:" + std::to_string(trapPort) + " public\n";
+    auto master = startSnmpd(snmpdConfig);
     auto daemon = startDaemon("agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
                               "/registry.reg\nagentRole subagent\nagentXSocket unix:" + m_dir + "/agentx\n");
     const std::vector<std::string> expected = libraryWalk();
@@ -405,27 +416,41 @@ TEST_F(HostE2e, AgentxSubagentOfSnmpdSurvivesAMasterRestart) {
             std::this_thread::sleep_for(200ms);
         return Clock::now() < deadline;
     };
+    auto temperatureTraps = [&](size_t count) {
+        std::vector<std::string> names;
+        for (const auto deadline = Clock::now() + 10s; names.size() < count && Clock::now() < deadline;
+             std::this_thread::sleep_for(100ms)) {
+            names.clear();
+            for (const std::string& line : trapLines(m_dir + "/traps.log"))
+                if (!temperatureTrapSensor(line).empty())
+                    names.push_back(temperatureTrapSensor(line));
+        }
+        return names;
+    };
+    ASSERT_TRUE(answersWithin(15s)) << daemon->output();
+    EXPECT_EQ(linesOf(run(walk).output), expected);
+    EXPECT_EQ(master->stop(SIGTERM), 0);
+    master = startSnmpd(snmpdConfig, "snmpd2.out");
     ASSERT_TRUE(answersWithin(15s)) << daemon->output();
     EXPECT_EQ(linesOf(run(walk).output), expected);
 
-    // The master goes away and comes back on the same socket.
-    master->stop(SIGTERM);
-    master = startSnmpd("rocommunity public 127.0.0.1\n", "snmpd2.out");
-    ASSERT_TRUE(answersWithin(15s)) << daemon->output();
-    EXPECT_EQ(linesOf(run(walk).output), expected);
+    ASSERT_TRUE(waitForText(m_dir + "/daemon-agent.log", "Using /BMC/SEL/TRANSLATED", 10s));
+    ASSERT_EQ(run(std::string(HM_KELVARN_SIM) + " sel-add \"CPU2 Temp\" 9").status, 0);
+    ASSERT_EQ(temperatureTraps(1), std::vector<std::string>{"CPU2 Temp"}) << readFile(m_dir + "/traps.log");
+    EXPECT_EQ(master->stop(SIGKILL), 128 + SIGKILL);
+    EXPECT_TRUE(daemon->running());
+    master = startSnmpd(snmpdConfig, "snmpd3.out");
+    ASSERT_TRUE(answersWithin(20s)) << daemon->output();
+    ASSERT_EQ(run(std::string(HM_KELVARN_SIM) + " sel-add \"PCH Temp\" 9").status, 0);
+    EXPECT_EQ(temperatureTraps(2), (std::vector<std::string>{"CPU2 Temp", "PCH Temp"}))
+        << readFile(m_dir + "/traps.log");
     EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
 }
 
 TEST_F(HostE2e, BadConfigurationsStopTheDaemonWithTheirMessage) {
-    // Holds the port the transport case asks for.
-    const int busy = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ASSERT_EQ(bind(busy, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    getsockname(busy, reinterpret_cast<sockaddr*>(&address), &length);
-    const std::string busyPort = std::to_string(ntohs(address.sin_port));
+    // A relay's own port on loopback: the port the transport case asks for, held.
+    const UdpDelayProxy busy(static_cast<unsigned>(freePort()));
+    const std::string busyPort = std::to_string(busy.port());
     const std::string base = "agentaddress udp:" + endpoint() + "\nrocommunity public 127.0.0.1\n",
                       error = "hmagentd: error: ";
     const struct {
@@ -454,7 +479,6 @@ TEST_F(HostE2e, BadConfigurationsStopTheDaemonWithTheirMessage) {
         EXPECT_NE(daemon->wait(20s), 0) << c.name;
         EXPECT_EQ(lastLineOf(daemon->output()), c.message) << c.name << ":\n" << daemon->output();
     }
-    close(busy);
     Process missing({HM_AGENTD, "-c", m_dir + "/none.conf"}, m_dir + "/none.out");
     EXPECT_EQ(missing.wait(20s), 1);
     EXPECT_EQ(lastLineOf(missing.output()),
