@@ -100,9 +100,7 @@ TEST_F(EntityE2e, OneRowPerThresholdSensorAgreeingWithIpmitoolInOneTree) {
     struct Expected {
         const char* name;
         long index, parent;
-        const char* type; // entPhySensorType, Scale (units), Precision, OperStatus
-        const char* precision;
-        const char* status;
+        const char *type, *precision, *status;
     };
     const Expected expected[] = {
         {"CPU Temp", 1032000001, 3001, "8", "0", "1"},   {"12V", 1032000002, 7001, "4", "2", "1"},
@@ -116,14 +114,15 @@ TEST_F(EntityE2e, OneRowPerThresholdSensorAgreeingWithIpmitoolInOneTree) {
     ASSERT_EQ(sensors.size(), 6u * 8) << s_daemon->output();
     for (const Expected& e : expected) {
         SCOPED_TRACE(e.name);
-        EXPECT_EQ(column(physical, kPhysicalEntry, 7, e.index), std::string("\"") + e.name + "\"");
-        EXPECT_EQ(column(physical, kPhysicalEntry, 5, e.index), "8");
-        EXPECT_EQ(column(physical, kPhysicalEntry, 4, e.index), std::to_string(e.parent));
-        EXPECT_EQ(column(sensors, kSensorEntry, 1, e.index), e.type);
-        EXPECT_EQ(column(sensors, kSensorEntry, 2, e.index), "9");
-        EXPECT_EQ(column(sensors, kSensorEntry, 3, e.index), e.precision);
-        EXPECT_EQ(column(sensors, kSensorEntry, 5, e.index), e.status);
-        EXPECT_EQ(column(sensors, kSensorEntry, 8, e.index), "2500"); // kRefresh
+        // entPhysicalName, Class (8: sensor), ContainedIn; entPhySensorType, Scale (9:
+        // units), Precision, OperStatus, ValueUpdateRate (the refresh period).
+        auto physicalColumn = [&](int col) { return column(physical, kPhysicalEntry, col, e.index); };
+        auto sensorColumn = [&](int col) { return column(sensors, kSensorEntry, col, e.index); };
+        EXPECT_EQ((std::vector<std::string>{physicalColumn(7), physicalColumn(5), physicalColumn(4),
+                                            sensorColumn(1), sensorColumn(2), sensorColumn(3),
+                                            sensorColumn(5), sensorColumn(8)}),
+                  (std::vector<std::string>{"\"" + std::string(e.name) + "\"", "8", std::to_string(e.parent),
+                                            e.type, "9", e.precision, e.status, "2500"}));
         const std::string reading = ipmitool.count(e.name) != 0 ? ipmitool.at(e.name)[0] : "(missing)";
         if (std::string(e.status) == "1")
             EXPECT_EQ(std::to_string(std::lround(std::stod(reading) * std::pow(10, std::stoi(e.precision)))),
@@ -187,15 +186,14 @@ TEST_F(EntityE2e, IndexesAreTheSameAfterARestartAsAgentxSubagent) {
     ASSERT_EQ(before.size(), 11u * 18);
     s_daemon->stop();
     const std::string dir = s_sim->dir(), socket = "unix:" + dir + "/agentx";
-    std::ofstream(dir + "/snmpd.conf")
-        << "master agentx\nagentXSocket " << socket << "\nagentaddress udp:" << s_endpoint
-        << "\nrocommunity public 127.0.0.1\n";
+    writeFile(dir + "/snmpd.conf", "master agentx\nagentXSocket " + socket + "\nagentaddress udp:" +
+                                       s_endpoint + "\nrocommunity public 127.0.0.1\n");
     Process snmpd({daemonPath("snmpd"), "-f", "-C", "-c", dir + "/snmpd.conf", "-Lo"}, dir + "/snmpd.out");
     ASSERT_TRUE(snmpd.waitFor("NET-SNMP version", 10s)) << snmpd.output();
     s_daemon = startDaemon("agentRole subagent\nagentXSocket " + socket + "\n");
     Walk after;
-    const auto deadline = Clock::now() + 20s;
-    while ((after = walk(kPhysicalEntry)).size() != before.size() && Clock::now() < deadline)
+    for (const auto deadline = Clock::now() + 20s;
+         (after = walk(kPhysicalEntry)).size() != before.size() && Clock::now() < deadline;)
         std::this_thread::sleep_for(200ms);
     EXPECT_EQ(after, before) << s_daemon->output();
     s_daemon->stop();

@@ -26,9 +26,13 @@ using namespace std::chrono_literals;
 TEST(PrivilegePlan, EachStartUpSituation) {
     const auto none = std::nullopt;
     const Account nobody{"nobody", 65534}, alice{"alice", 1000};
-    const std::string notRoot =
-        "agentuser/agentgroup ignored: not started as root, so the user and group cannot "
-        "be changed; running as uid 1000, gid 1000";
+    const std::string notRoot = "agentuser/agentgroup ignored: not started as root, so the user and group "
+                                "cannot be changed; running as uid 1000, gid 1000",
+                      noGroup =
+                          "agentuser 4321 has no entry in the password database to take its group from; "
+                          "set agentgroup",
+                      groupAlone = "agentgroup without agentuser would leave the daemon running as root; set "
+                                   "agentuser too";
     const struct {
         const char* name;
         PrivilegeRequest request;
@@ -38,35 +42,15 @@ TEST(PrivilegePlan, EachStartUpSituation) {
         std::string message;
     } cases[] = {
         {"root, nothing configured", {0, 0, none, none, none}, Action::Keep, 0, 0, ""},
-        {"root, user with its primary group", {0, 0, 65534, none, nobody}, Action::Drop, 65534, 65534, ""},
-        {"root, user and another group", {0, 0, 1000, 50, Account{"alice", 100}}, Action::Drop, 1000, 50, ""},
-        {"root, user without password entry but with a group",
-         {0, 0, 4321, 4321, none},
-         Action::Drop,
-         4321,
-         4321,
-         ""},
-        {"root, user without password entry nor group",
-         {0, 0, 4321, none, none},
-         Action::Refuse,
-         0,
-         0,
-         "agentuser 4321 has no entry in the password database to take its group from; set agentgroup"},
-        {"root, group alone",
-         {0, 0, none, 65534, none},
-         Action::Refuse,
-         0,
-         0,
-         "agentgroup without agentuser would leave the daemon running as root; set agentuser too"},
-        {"already the configured user", {1000, 1000, 1000, none, alice}, Action::Keep, 0, 0, ""},
-        {"already the configured user and group", {1000, 27, 1000, 27, alice}, Action::Keep, 0, 0, ""},
+        {"root, user, its primary group", {0, 0, 65534, none, nobody}, Action::Drop, 65534, 65534, ""},
+        {"root, user, another group", {0, 0, 1000, 50, Account{"alice", 100}}, Action::Drop, 1000, 50, ""},
+        {"root, unknown user, a group", {0, 0, 4321, 4321, none}, Action::Drop, 4321, 4321, ""},
+        {"root, unknown user, no group", {0, 0, 4321, none, none}, Action::Refuse, 0, 0, noGroup},
+        {"root, group alone", {0, 0, none, 65534, none}, Action::Refuse, 0, 0, groupAlone},
+        {"already the user", {1000, 1000, 1000, none, alice}, Action::Keep, 0, 0, ""},
+        {"already the user and group", {1000, 27, 1000, 27, alice}, Action::Keep, 0, 0, ""},
         {"not root, another user", {1000, 1000, 65534, none, nobody}, Action::NotRoot, 1000, 1000, notRoot},
-        {"not root, same user, another group",
-         {1000, 1000, 1000, 27, alice},
-         Action::NotRoot,
-         1000,
-         1000,
-         notRoot},
+        {"not root, another group", {1000, 1000, 1000, 27, alice}, Action::NotRoot, 1000, 1000, notRoot},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
