@@ -4,11 +4,7 @@
 #include <sys/stat.h>
 
 #include <cmath>
-#include <fstream>
 #include <map>
-#include <memory>
-#include <sstream>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -36,19 +32,9 @@ protected:
             return;
         s_proxy = std::make_unique<UdpDelayProxy>(s_sim->port());
         const std::string dir = s_sim->dir();
-        std::ofstream(dir + "/bmc.pass") << "test\n";
-        chmod((dir + "/bmc.pass").c_str(), 0600);
-        std::ofstream(dir + "/kelvarn.conf")
-            << "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=" << s_proxy->port()
-            << "\nipmi-user=ipmiusr\nipmi-password-file=bmc.pass\nipmi-workarounds=opensesspriv\n"
-               "ipmi-refresh-ms="
-            << kRefresh.count()
-            << "\nipmi-stale-after=2\nipmi-slow-every=1000\nipmi-sdr-cache=cache\nsmbios=demo\n";
-        std::ofstream(dir + "/registry.reg")
-            << "Windows Registry Editor Version 5.00\r\n\r\n"
-            << "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-            << "\"ConfigFile\"=\"" << HM_TEST_DATA_DIR << "/ipmi/agent.conf\"\r\n"
-            << "\"LogFile\"=\"" << dir << "/agent.log\"\r\n";
+        writeBmcConfig(dir, s_proxy->port(),
+                       "ipmi-refresh-ms=2500\nipmi-stale-after=2\nipmi-slow-every=1000\n");
+        writeRegistryFile(dir + "/registry.reg", HM_TEST_DATA_DIR "/ipmi/agent.conf", dir + "/agent.log");
         s_endpoint = "127.0.0.1:" + std::to_string(freePort());
         mkdir((dir + "/snmp").c_str(), 0700);
         setenv("SNMP_PERSISTENT_DIR", (dir + "/snmp").c_str(), 1);
@@ -69,9 +55,8 @@ protected:
 
     static std::unique_ptr<Process> startDaemon(const std::string& role) {
         const std::string dir = s_sim->dir();
-        std::ofstream(dir + "/hmagentd.conf")
-            << "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " << dir << "/registry.reg\n"
-            << role;
+        writeFile(dir + "/hmagentd.conf",
+                  "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + dir + "/registry.reg\n" + role);
         setenv("KELVARN_CONFIG", (dir + "/kelvarn.conf").c_str(), 1);
         auto daemon = std::make_unique<Process>(
             std::vector<std::string>{HM_AGENTD, "-c", dir + "/hmagentd.conf"}, dir + "/hmagentd.out");
@@ -82,24 +67,19 @@ protected:
 
     static Walk walk(const std::string& oid) {
         Walk rows;
-        std::istringstream in(
-            runCommand("snmpwalk -v2c -c public -On -Oq -Ot -t 2 -r 1 " + s_endpoint + " " + oid).output);
-        std::string line;
-        while (std::getline(in, line)) {
-            const size_t space = line.find(' ');
-            if (line.rfind(".1.3.6", 0) == 0 && space != std::string::npos)
-                rows[line.substr(0, space)] = line.substr(space + 1);
-        }
+        for (const std::string& line :
+             linesOf(runCommand("snmpwalk -v2c -c public -On -Oq -Ot -t 2 -r 1 " + s_endpoint + " " + oid)
+                         .output))
+            if (line.rfind(".1.3.6", 0) == 0 && line.find(' ') != std::string::npos)
+                rows[line.substr(0, line.find(' '))] = line.substr(line.find(' ') + 1);
         return rows;
     }
     // Polls the sensor walk until `done` holds (at most `limit`); the last walk.
     template <typename Done> static Walk sensorsWhen(Done done, std::chrono::milliseconds limit) {
-        const auto deadline = Clock::now() + limit;
-        Walk w = walk(kSensorEntry);
-        while (!done(w) && Clock::now() < deadline) {
+        Walk w;
+        for (const auto deadline = Clock::now() + limit;
+             !done(w = walk(kSensorEntry)) && Clock::now() < deadline;)
             std::this_thread::sleep_for(200ms);
-            w = walk(kSensorEntry);
-        }
         return w;
     }
     static std::string column(const Walk& w, const std::string& entry, int col, long index) {
@@ -107,15 +87,11 @@ protected:
         return it == w.end() ? "(none)" : it->second;
     }
 
-    static std::unique_ptr<IpmiSimGuard> s_sim;
-    static std::unique_ptr<UdpDelayProxy> s_proxy;
-    static std::unique_ptr<Process> s_daemon;
-    static std::string s_endpoint;
+    inline static std::unique_ptr<IpmiSimGuard> s_sim;
+    inline static std::unique_ptr<UdpDelayProxy> s_proxy;
+    inline static std::unique_ptr<Process> s_daemon;
+    inline static std::string s_endpoint;
 };
-std::unique_ptr<IpmiSimGuard> EntityE2e::s_sim;
-std::unique_ptr<UdpDelayProxy> EntityE2e::s_proxy;
-std::unique_ptr<Process> EntityE2e::s_daemon;
-std::string EntityE2e::s_endpoint;
 
 // Sensor 6 (owner 0x20, LUN 0) is 1032000006; CPU Temp is 1032000001.
 constexpr long kCpuTemp = 1032000001;
@@ -124,9 +100,7 @@ TEST_F(EntityE2e, OneRowPerThresholdSensorAgreeingWithIpmitoolInOneTree) {
     struct Expected {
         const char* name;
         long index, parent;
-        const char* type; // entPhySensorType, Scale (units), Precision, OperStatus
-        const char* precision;
-        const char* status;
+        const char *type, *precision, *status;
     };
     const Expected expected[] = {
         {"CPU Temp", 1032000001, 3001, "8", "0", "1"},   {"12V", 1032000002, 7001, "4", "2", "1"},
@@ -140,14 +114,15 @@ TEST_F(EntityE2e, OneRowPerThresholdSensorAgreeingWithIpmitoolInOneTree) {
     ASSERT_EQ(sensors.size(), 6u * 8) << s_daemon->output();
     for (const Expected& e : expected) {
         SCOPED_TRACE(e.name);
-        EXPECT_EQ(column(physical, kPhysicalEntry, 7, e.index), std::string("\"") + e.name + "\"");
-        EXPECT_EQ(column(physical, kPhysicalEntry, 5, e.index), "8");
-        EXPECT_EQ(column(physical, kPhysicalEntry, 4, e.index), std::to_string(e.parent));
-        EXPECT_EQ(column(sensors, kSensorEntry, 1, e.index), e.type);
-        EXPECT_EQ(column(sensors, kSensorEntry, 2, e.index), "9");
-        EXPECT_EQ(column(sensors, kSensorEntry, 3, e.index), e.precision);
-        EXPECT_EQ(column(sensors, kSensorEntry, 5, e.index), e.status);
-        EXPECT_EQ(column(sensors, kSensorEntry, 8, e.index), "2500"); // kRefresh
+        // entPhysicalName, Class (8: sensor), ContainedIn; entPhySensorType, Scale (9:
+        // units), Precision, OperStatus, ValueUpdateRate (the refresh period).
+        auto physicalColumn = [&](int col) { return column(physical, kPhysicalEntry, col, e.index); };
+        auto sensorColumn = [&](int col) { return column(sensors, kSensorEntry, col, e.index); };
+        EXPECT_EQ((std::vector<std::string>{physicalColumn(7), physicalColumn(5), physicalColumn(4),
+                                            sensorColumn(1), sensorColumn(2), sensorColumn(3),
+                                            sensorColumn(5), sensorColumn(8)}),
+                  (std::vector<std::string>{"\"" + std::string(e.name) + "\"", "8", std::to_string(e.parent),
+                                            e.type, "9", e.precision, e.status, "2500"}));
         const std::string reading = ipmitool.count(e.name) != 0 ? ipmitool.at(e.name)[0] : "(missing)";
         if (std::string(e.status) == "1")
             EXPECT_EQ(std::to_string(std::lround(std::stod(reading) * std::pow(10, std::stoi(e.precision)))),
@@ -176,17 +151,14 @@ TEST_F(EntityE2e, OneRowPerThresholdSensorAgreeingWithIpmitoolInOneTree) {
 TEST_F(EntityE2e, AWalkSendsNoIpmiCommand) {
     // Right after a sweep the source is quiet for a refresh period: a walk that
     // starts and ends inside that window and sees no datagram sent no command.
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        auto seen = s_proxy->forwarded();
-        if (seen.empty() || seen.back().toServer || Clock::now() - seen.back().at < 800ms) {
-            std::this_thread::sleep_for(50ms);
-            --attempt;
+    for (int fitted = 0; fitted < 5; std::this_thread::sleep_for(50ms)) {
+        const auto seen = s_proxy->forwarded();
+        if (seen.empty() || seen.back().toServer || Clock::now() - seen.back().at < 800ms)
             continue;
-        }
-        const auto sweepEnd = seen.back().at, start = Clock::now();
+        const auto start = Clock::now();
         const size_t rows = walk(kSensorEntry).size() + walk(kPhysicalEntry).size();
         const auto end = Clock::now();
-        if (end >= sweepEnd + kRefresh)
+        if (end >= seen.back().at + kRefresh && ++fitted)
             continue; // the next sweep may have started: not attributable
         size_t during = 0;
         for (const auto& f : s_proxy->forwarded())
@@ -214,15 +186,14 @@ TEST_F(EntityE2e, IndexesAreTheSameAfterARestartAsAgentxSubagent) {
     ASSERT_EQ(before.size(), 11u * 18);
     s_daemon->stop();
     const std::string dir = s_sim->dir(), socket = "unix:" + dir + "/agentx";
-    std::ofstream(dir + "/snmpd.conf")
-        << "master agentx\nagentXSocket " << socket << "\nagentaddress udp:" << s_endpoint
-        << "\nrocommunity public 127.0.0.1\n";
+    writeFile(dir + "/snmpd.conf", "master agentx\nagentXSocket " + socket + "\nagentaddress udp:" +
+                                       s_endpoint + "\nrocommunity public 127.0.0.1\n");
     Process snmpd({daemonPath("snmpd"), "-f", "-C", "-c", dir + "/snmpd.conf", "-Lo"}, dir + "/snmpd.out");
     ASSERT_TRUE(snmpd.waitFor("NET-SNMP version", 10s)) << snmpd.output();
     s_daemon = startDaemon("agentRole subagent\nagentXSocket " + socket + "\n");
     Walk after;
-    const auto deadline = Clock::now() + 20s;
-    while ((after = walk(kPhysicalEntry)).size() != before.size() && Clock::now() < deadline)
+    for (const auto deadline = Clock::now() + 20s;
+         (after = walk(kPhysicalEntry)).size() != before.size() && Clock::now() < deadline;)
         std::this_thread::sleep_for(200ms);
     EXPECT_EQ(after, before) << s_daemon->output();
     s_daemon->stop();

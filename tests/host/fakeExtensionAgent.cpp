@@ -12,15 +12,11 @@
 #include <windows.h>
 #include <snmp.h>
 
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
 namespace {
 
 using Arcs = std::vector<UINT>;
-
-struct Variable {
-    bool text;
-    AsnInteger32 number;
-    const char* string;
-};
 
 Arcs under(std::initializer_list<UINT> tail) {
     Arcs arcs{1, 3, 6, 1, 4, 1, 64999, 7};
@@ -28,14 +24,16 @@ Arcs under(std::initializer_list<UINT> tail) {
     return arcs;
 }
 
-const std::map<Arcs, Variable>& variables() {
-    static const std::map<Arcs, Variable> table{
-        {under({1, 1, 0}), {false, 42, nullptr}},  {under({1, 2, 0}), {true, 0, "alpha"}},
-        {under({1, 3, 0}), {false, -7, nullptr}},  {under({3, 1, 1}), {false, 100, nullptr}},
-        {under({3, 1, 2}), {false, 200, nullptr}}, {under({3, 2, 1}), {true, 0, "row one"}},
-    };
-    return table;
-}
+// Texts are strings, everything else an integer.
+struct Variable {
+    AsnInteger32 number;
+    const char* text;
+};
+const std::map<Arcs, Variable> kVariables{
+    {under({1, 1, 0}), {42, nullptr}},  {under({1, 2, 0}), {0, "alpha"}},
+    {under({1, 3, 0}), {-7, nullptr}},  {under({3, 1, 1}), {100, nullptr}},
+    {under({3, 1, 2}), {200, nullptr}}, {under({3, 2, 1}), {0, "row one"}},
+};
 
 UINT g_regionArcs[3][9];
 int g_nextRegion = 0;
@@ -48,24 +46,20 @@ Arcs arcsOf(const AsnObjectIdentifier& oid) {
     return ids == nullptr ? Arcs{} : Arcs(ids, ids + oid.idLength);
 }
 
-void setName(SnmpVarBind& binding, const Arcs& arcs) {
+void set(SnmpVarBind& binding, const Arcs& arcs, const Variable* variable) {
     SnmpUtilOidFree(&binding.name);
     AsnObjectIdentifier source{static_cast<UINT>(arcs.size()), const_cast<UINT*>(arcs.data())};
     SnmpUtilOidCpy(&binding.name, &source);
-}
-
-void setValue(SnmpVarBind& binding, const Variable& variable) {
+    if (variable == nullptr)
+        return;
     SnmpUtilAsnAnyFree(&binding.value);
-    if (variable.text) {
-        const UINT length = static_cast<UINT>(std::strlen(variable.string));
-        auto* stream = static_cast<BYTE*>(SnmpUtilMemAlloc(length));
-        std::memcpy(stream, variable.string, length);
-        binding.value.asnType = ASN_OCTETSTRING;
-        AsnOctetString text{stream, length, TRUE};
+    binding.value.asnType = variable->text != nullptr ? ASN_OCTETSTRING : ASN_INTEGER;
+    binding.value.asnValue.number = variable->number;
+    if (variable->text != nullptr) {
+        const UINT length = static_cast<UINT>(std::strlen(variable->text));
+        AsnOctetString text{static_cast<BYTE*>(SnmpUtilMemAlloc(length)), length, TRUE};
+        std::memcpy(text.stream, variable->text, length);
         std::memcpy(&binding.value.asnValue.string, &text, sizeof text);
-    } else {
-        binding.value.asnType = ASN_INTEGER;
-        binding.value.asnValue.number = variable.number;
     }
 }
 
@@ -78,20 +72,17 @@ void handOut(AsnObjectIdentifier* region, int index) {
 
 } // namespace
 
-extern "C" __attribute__((visibility("default"))) BOOL SnmpExtensionInit(DWORD, HANDLE* event,
-                                                                         AsnObjectIdentifier* region) {
+EXPORTED BOOL SnmpExtensionInit(DWORD, HANDLE* event, AsnObjectIdentifier* region) {
     if (std::getenv("HMFAKE_FAIL_INIT") != nullptr)
         return FALSE;
-    g_event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    *event = g_event;
+    g_event = *event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     handOut(region, 0);
     g_nextRegion = 1;
-    const char* traps = std::getenv("HMFAKE_TRAPS");
-    g_trapsLeft = traps == nullptr ? 0 : std::atoi(traps);
+    g_trapsLeft = std::getenv("HMFAKE_TRAPS") == nullptr ? 0 : std::atoi(std::getenv("HMFAKE_TRAPS"));
     return TRUE;
 }
 
-extern "C" __attribute__((visibility("default"))) BOOL SnmpExtensionInitEx(AsnObjectIdentifier* region) {
+EXPORTED BOOL SnmpExtensionInitEx(AsnObjectIdentifier* region) {
     if (g_nextRegion < 3) {
         handOut(region, g_nextRegion++);
         return TRUE;
@@ -101,48 +92,40 @@ extern "C" __attribute__((visibility("default"))) BOOL SnmpExtensionInitEx(AsnOb
     return FALSE;
 }
 
-extern "C" __attribute__((visibility("default"))) BOOL
-SnmpExtensionQueryEx(UINT type, UINT, SnmpVarBindList* list, AsnOctetString*, AsnInteger32* status,
-                     AsnInteger32* index) {
+EXPORTED BOOL SnmpExtensionQueryEx(UINT type, UINT, SnmpVarBindList* list, AsnOctetString*,
+                                   AsnInteger32* status, AsnInteger32* index) {
     SnmpVarBind* entries = nullptr;
     std::memcpy(&entries, reinterpret_cast<const char*>(list) + offsetof(SnmpVarBindList, list),
                 sizeof entries);
-    for (UINT n = 0; n < list->len; ++n) {
+    *status = SNMP_ERRORSTATUS_NOERROR;
+    for (UINT n = 0; n < list->len && *status == SNMP_ERRORSTATUS_NOERROR; ++n) {
         SnmpVarBind& binding = entries[n];
-        const Arcs name = arcsOf(binding.name);
-        AsnInteger32 result = SNMP_ERRORSTATUS_NOERROR;
-        const auto found = variables().find(name);
-        if (type == SNMP_EXTENSION_GET) {
-            if (found == variables().end())
-                result = SNMP_ERRORSTATUS_NOSUCHNAME;
+        const auto found = kVariables.find(arcsOf(binding.name));
+        if (type == SNMP_EXTENSION_GET && found != kVariables.end())
+            set(binding, found->first, &found->second);
+        else if (type == SNMP_EXTENSION_GET)
+            *status = SNMP_ERRORSTATUS_NOSUCHNAME;
+        else if (type == SNMP_EXTENSION_SET_TEST || type == SNMP_EXTENSION_SET_COMMIT)
+            *status = found == kVariables.end() ? SNMP_ERRORSTATUS_NOSUCHNAME : SNMP_ERRORSTATUS_READONLY;
+        else if (type == SNMP_EXTENSION_GET_NEXT) {
+            const auto next = kVariables.upper_bound(arcsOf(binding.name));
+            if (next == kVariables.end())
+                set(binding, under({4}), nullptr); // the end of the view
             else
-                setValue(binding, found->second);
-        } else if (type == SNMP_EXTENSION_GET_NEXT) {
-            const auto next = variables().upper_bound(name);
-            if (next == variables().end()) {
-                setName(binding, under({4})); // the end of the view
-            } else {
-                setName(binding, next->first);
-                setValue(binding, next->second);
-            }
-        } else if (type == SNMP_EXTENSION_SET_TEST || type == SNMP_EXTENSION_SET_COMMIT) {
-            result = found == variables().end() ? SNMP_ERRORSTATUS_NOSUCHNAME : SNMP_ERRORSTATUS_READONLY;
+                set(binding, next->first, &next->second);
         }
-        *status = result;
-        if (result != SNMP_ERRORSTATUS_NOERROR) {
-            *index = static_cast<AsnInteger32>(n + 1);
-            return TRUE;
-        }
+        *index = static_cast<AsnInteger32>(n + 1);
     }
+    if (*status == SNMP_ERRORSTATUS_NOERROR)
+        *index = 0;
     return TRUE;
 }
 
 // Trap k (counting down) has enterprise 1.3.6.1.4.1.64999.7.1000, specific 20 + k,
 // time stamp 4200 and two bindings: 1.3.6.1.4.1.64999.7.1.1.0 = k and
 // 1.3.6.1.4.1.64999.7.1.2.0 = "trap k".
-extern "C" __attribute__((visibility("default"))) BOOL
-SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* generic, AsnInteger32* specific,
-                  AsnTimeticks* stamp, SnmpVarBindList* list) {
+EXPORTED BOOL SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* generic,
+                                AsnInteger32* specific, AsnTimeticks* stamp, SnmpVarBindList* list) {
     if (g_trapsLeft <= 0)
         return FALSE;
     const int k = g_trapsLeft--;
@@ -154,17 +137,16 @@ SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* generic, AsnInt
     *stamp = 4200;
     auto* entries = static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(2 * sizeof(SnmpVarBind)));
     std::memset(entries, 0, 2 * sizeof(SnmpVarBind));
-    setName(entries[0], under({1, 1, 0}));
-    setValue(entries[0], Variable{false, k, nullptr});
     const std::string text = "trap " + std::to_string(k);
-    setName(entries[1], under({1, 2, 0}));
-    setValue(entries[1], Variable{true, 0, text.c_str()});
+    const Variable number{k, nullptr}, string{0, text.c_str()};
+    set(entries[0], under({1, 1, 0}), &number);
+    set(entries[1], under({1, 2, 0}), &string);
     std::memcpy(reinterpret_cast<char*>(list) + offsetof(SnmpVarBindList, list), &entries, sizeof entries);
     list->len = 2;
     return TRUE;
 }
 
-extern "C" __attribute__((visibility("default"))) VOID SnmpExtensionClose() {
+EXPORTED VOID SnmpExtensionClose() {
     if (g_event != nullptr)
         CloseHandle(g_event);
     g_event = nullptr;
