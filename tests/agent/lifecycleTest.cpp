@@ -1,5 +1,5 @@
 // Region hand-out, start-up completion, trap signalling and trap production.
-#include "fakeClient.h"
+#include "agentFixture.h"
 
 #include "agent/agentApi.h"
 #include "agent/agentState.h"

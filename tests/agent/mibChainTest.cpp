@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "fakeClient.h"
+#include "agentFixture.h"
 
 #include "agent/mibChain.h"
 #include "agent/mibHandlers.h"
