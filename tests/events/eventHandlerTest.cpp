@@ -46,6 +46,18 @@ eventData makeEvent(int32_t group, int32_t severity, int32_t deviceId, const cha
     return e;
 }
 
+// A handler started with the facade's overall health at `health`, the facade installed.
+struct Started {
+    explicit Started(int32_t health) {
+        client.handler = &h;
+        client.health = health;
+        h.init();
+    }
+    FakeClient client;
+    ScopedClient scope{&client};
+    eventHandler h;
+};
+
 class EventHandlerTest : public ::testing::Test {
 protected:
     // Starts the handler with the facade's overall health at `health`.
@@ -144,12 +156,8 @@ TEST_F(EventHandlerTest, RemainingListedDevicesDecideTheHealth) {
          "critical to nonCritical"},
     };
     for (const auto& row : rows) {
-        FakeClient fresh;
-        eventHandler h;
-        ScopedClient use(&fresh);
-        fresh.handler = &h;
-        fresh.health = row.health;
-        h.init();
+        Started fresh(row.health);
+        eventHandler& h = fresh.h;
         for (const auto& [device, severity] : row.listed)
             h.insertElementByDeviceId(device, severity);
         h.addEvent(row.event);
@@ -158,14 +166,14 @@ TEST_F(EventHandlerTest, RemainingListedDevicesDecideTheHealth) {
         if (row.change == nullptr) {
             EXPECT_TRUE(h.nonRecoverableList().empty());
             EXPECT_EQ(h.criticalList(), Ids({21}));
-            EXPECT_TRUE(fresh.healthStores.empty());
+            EXPECT_TRUE(fresh.client.healthStores.empty());
             EXPECT_EQ(h.queuedEvents(), 0u);
             // The last critical device recovers: all lists are empty and health returns to ok.
             h.addEvent(makeEvent(15, 3, 21, "", 2));
             takeTrap(h);
             expectHealthTrap(takeTrap(h), 3, "nonRecoverable to ok");
         } else {
-            EXPECT_EQ(fresh.healthStores, std::vector<int32_t>({row.after}));
+            EXPECT_EQ(fresh.client.healthStores, std::vector<int32_t>({row.after}));
             expectHealthTrap(takeTrap(h), row.after, row.change);
         }
     }
@@ -190,11 +198,8 @@ TEST_F(EventHandlerTest, OnlyDeviceGroupsThatCountMoveTheHealth) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.group);
-        FakeClient fresh;
-        eventHandler h;
-        ScopedClient use(&fresh);
-        fresh.handler = &h;
-        h.init();
+        Started fresh(3);
+        eventHandler& h = fresh.h;
         h.addEvent(makeEvent(row.group, row.group == 19 ? 6 : 5, 40, row.description));
         const Trap trap = takeTrap(h);
         EXPECT_EQ(trap.flag, 1);
@@ -202,7 +207,7 @@ TEST_F(EventHandlerTest, OnlyDeviceGroupsThatCountMoveTheHealth) {
         EXPECT_EQ(h.criticalList(), row.counted ? Ids({40}) : Ids());
         EXPECT_TRUE(h.nonRecoverableList().empty());
         EXPECT_EQ(h.healthStatus(), row.counted ? 5 : 3);
-        EXPECT_EQ(fresh.healthStores, row.counted ? std::vector<int32_t>{5} : std::vector<int32_t>{});
+        EXPECT_EQ(fresh.client.healthStores, row.counted ? std::vector<int32_t>{5} : std::vector<int32_t>{});
         EXPECT_EQ(h.queuedEvents(), row.counted ? 1u : 0u);
         while (takeTrap(h).flag == 1) {
         }
@@ -250,11 +255,8 @@ TEST_F(EventHandlerTest, OtherAndUnknownHealthAreNotRaisedToOkByEmptyLists) {
     } rows[] = {{2, 2, 2}, {2, 1, 2}, {1, 1, 1}, {2, 3, 3}, {1, 4, 4}, {3, 3, 3}, {3, 1, 3}};
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.health) + " <- " + std::to_string(row.severity));
-        FakeClient fresh;
-        eventHandler h;
-        ScopedClient use(&fresh);
-        fresh.health = row.health;
-        h.init();
+        Started fresh(row.health);
+        eventHandler& h = fresh.h;
         int32_t newHealth = -1;
         const uint32_t change = h.needHealthEvent(row.severity, &newHealth);
         EXPECT_EQ(change, row.expected != row.health ? 1u : 0u);
