@@ -29,6 +29,8 @@ protected:
         return w;
     }
 
+    std::string trace() { return m_trace.text(); }
+
     ScopedTrace m_trace;
     FakeClient client;
     ScopedClient scope{&client};
@@ -97,6 +99,24 @@ TEST_F(EventCloneTest, LongTextsAreCut) {
     EXPECT_EQ(std::string(client.added[0].stEventDesc), std::string(128, 'd'));
     EXPECT_EQ(std::string(client.added[0].stTimeStamp), std::string(127, 't'));
     EXPECT_EQ(std::string(client.added[0].stSensorType), std::string(127, 's'));
+}
+
+TEST_F(EventCloneTest, TemperatureCloneTracesEachStep) {
+    client.positions[{13, 12}] = 2;
+    client.names[{13, 1}] = "CPU Temp";
+    CEventWrapper event = wrapper(12, "Lower Critical going low", "Error");
+    runEventClone(*findEventClone(14), event);
+    EXPECT_NE(trace().find(
+                  "\n SNMP_TemperatureSensorEventClone::HandleEvent Called:"
+                  "\n The value of IsAsserted is 1:"
+                  "\n\n The value of deviceId is 12:"
+                  "\n\n The value of nInstIndex is 2:"
+                  "\n The value of getLength is :24 :"
+                  "SNMP_TemperatureSensorEventClone::HandleEvent GetDescription:Lower Critical going low:\n"
+                  "\n The length of getStatus is :5 :"
+                  "\n Inside SNMP_TemperatureEventClone EventGroup : 14:"),
+              std::string::npos)
+        << trace();
 }
 
 } // namespace

@@ -301,9 +301,16 @@ TEST_F(SelPollerTest, RefusedEventsAreTriedFiveTimesThenLost) {
 }
 
 TEST_F(SelPollerTest, FirstPollAnchorsAtTheEndOfTheSelAndLaterPollsSkipTheKnownEntry) {
-    EXPECT_NE(
-        pollTrace(0).find("First time reading the SEL. Structures related to SEL are initialized now.\n"),
-        std::string::npos);
+    EXPECT_TRUE(hmtest::containsInOrder(
+        pollTrace(0),
+        {"\n\n Inside the CheckForNewSELEntry function::\n\nRECORD_ID = ffff.\n\n Before CR call\n"
+         "\n Using /BMC/SEL/TRANSLATED - 6",
+         "Sel[0] = 02 00 02 10 ad 1f 69 20 00 04 07 50 6f 07 ff ff.\n"
+         "\n The SEL entry is 02 00 02 10 ad 1f 69 20 00 04 07 50 6f 07 ff ff:"
+         "\n The value of RecordType is 2:\n The value of SensorType is 7:"
+         "\n The value of SensorNumber is 80:\n The value of RecordID is 2:"
+         "\n Last record = 2 this recordID =2:"
+         "First time reading the SEL. Structures related to SEL are initialized now.\n"}));
     EXPECT_EQ(selLastRecordId(), 2);
     EXPECT_TRUE(collectTraps().empty());
     std::string t = pollTrace(0);
@@ -316,9 +323,24 @@ TEST_F(SelPollerTest, FirstPollAnchorsAtTheEndOfTheSelAndLaterPollsSkipTheKnownE
     t = pollWith(selRaw(5, 0x07, 80, 0x6F, 2));
     EXPECT_EQ(specificsOf(collectTraps(), kP + ".1000.40"), (std::vector<int32_t>{1, 2, 3}));
     EXPECT_EQ(selLastRecordId(), 5);
-    EXPECT_TRUE(
-        hmtest::containsInOrder(t, {"This is last SEL record, so skip\n", "sTimeStamp = 2025-11-21 12:41:36",
-                                    "\n Inside Processor_EventOccurred Function"}));
+    EXPECT_TRUE(hmtest::containsInOrder(
+        t, {"\n ------------------- SEL Start -----------------\nThis is last SEL record, so skip\n"
+            "\n SelEntry = 03 00 02 00 5e 20 69 20 00 04 07 50 6f 00 ff ff",
+            "\nBefore comparing DESCR\n\nInside comparing DESCR\n\n Discription = "
+            "Processor CPU1 Status | IERR | Asserted\nBefore comparing TIMESTAMP\n\nEnd of loop\n",
+            "\nInside comparing TIMESTAMP\n\n sTimeStamp = 2025-11-21 12:41:36\nEnd of loop\n",
+            "\nGet data is completed!\nTime stamp is assigned!Sensor type is assigned!"
+            "Event trigger is assigned!\n Check new SEL entry = 0"
+            "\n Inside the routeEvent Function:Check event Struct"
+            "\n Inside the routeEvent Function:After memory allocation"
+            "\n Inside the routeEvent Function:After memory Copy =2\n"
+            "\n Inside the routeEvent Function: String comparioson failed!!\n"
+            "\n Inside the routeEvent Function:After comparison\n"
+            "\n Inside RouteEventFunction the value of RecordType is 2:  "
+            "\n\n The sensorType inside RouteEvent Function is 7:  \n The value of SensorType is 7:  "
+            "\n Inside the routeEvent Function: Sensor type check switch = 7\n Inside "
+            "Processor_EventOccurred Function",
+            "\n ------------------- SEL End -----------------\n"}));
     // An entry numbered from 1 again is routed; the last record ID stays.
     EXPECT_NE(pollWith(selRaw(1, 0x07, 80, 0x6F, 1)).find("\n Last record = 5 this recordID =1:"),
               std::string::npos);
