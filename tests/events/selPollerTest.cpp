@@ -58,22 +58,14 @@ SelClient* SelClient::s_current = nullptr;
 // The 16 bytes of a system event record from the BMC (owner 0x20, LUN 0).
 std::array<uint8_t, 16> selRaw(uint16_t id, uint8_t sensorType, uint8_t sensorNumber, uint8_t eventType,
                                uint8_t offset, bool deassertion = false) {
-    return {static_cast<uint8_t>(id),
-            static_cast<uint8_t>(id >> 8),
-            0x02,
-            0x00,
-            0x5e,
-            0x20,
-            0x69,
-            0x20,
-            0x00,
-            0x04,
-            sensorType,
-            sensorNumber,
-            static_cast<uint8_t>(eventType | (deassertion ? 0x80 : 0)),
-            offset,
-            0xff,
-            0xff};
+    std::array<uint8_t, 16> raw{0, 0, 0x02, 0x00, 0x5e, 0x20, 0x69, 0x20, 0x00, 0x04, 0, 0, 0, 0, 0xff, 0xff};
+    raw[0] = static_cast<uint8_t>(id);
+    raw[1] = static_cast<uint8_t>(id >> 8);
+    raw[10] = sensorType;
+    raw[11] = sensorNumber;
+    raw[12] = static_cast<uint8_t>(eventType | (deassertion ? 0x80 : 0));
+    raw[13] = offset;
+    return raw;
 }
 
 // Answers every path from the simulated server, except the ones listed as failing and,
@@ -172,10 +164,9 @@ protected:
     // Polls once after `raw` was added; the trace written by the poll.
     std::string pollWith(const std::array<uint8_t, 16>& raw) {
         addEntry(raw);
-        const size_t mark = trace().size();
-        EXPECT_EQ(CheckForNewSELEntry(), 1);
-        return trace().substr(mark);
+        return pollTrace(1);
     }
+    // Polls once; the trace written by the poll.
     std::string pollTrace(int expected) {
         const size_t mark = trace().size();
         EXPECT_EQ(CheckForNewSELEntry(), expected);
