@@ -3,18 +3,9 @@
 // GETNEXT, SET phases tried, traps collected, and closed.
 #include <dlfcn.h>
 
-#include <cstdlib>
-#include <map>
-#include <set>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include <windows.h>
-#include <snmp.h>
 
 #include "agentTestSupport.h"
-#include "support/files.h"
 
 namespace hmtest {
 namespace {

@@ -1,15 +1,9 @@
 // The event queue, the health lists and the traps built from queued records.
-#include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstring>
 #include <future>
 #include <list>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "core/debugLog.h"
 #include "core/hmClientApi.h"
 #include "events/eventHandler.h"
 #include "support/fakeClient.h"

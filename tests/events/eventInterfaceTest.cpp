@@ -1,8 +1,4 @@
 // The event interface and the clones that turn decoded events into queued records.
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
 
 #include "agent/agentApi.h"
 #include "core/hmClientApi.h"

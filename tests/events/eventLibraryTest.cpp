@@ -1,17 +1,10 @@
 // Events through the library's exported entry points: the event sink, the trap
 // event and SnmpExtensionTrap, as the SNMP service and an outside module see them.
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <regex>
-#include <string>
-#include <vector>
-
-#include <windows.h>
-#include <snmp.h>
 
 #include "events/eventInterface.h"
-#include "support/files.h"
 #include "trapHarness.h"
 
 namespace {

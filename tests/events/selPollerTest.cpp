@@ -1,13 +1,7 @@
 // SEL entries added to a running simulated server become traps: through the poller,
 // the decoders, the event clones, the event queue and SnmpExtensionTrap.
-#include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "agent/agentApi.h"
 #include "events/eventDecoders.h"

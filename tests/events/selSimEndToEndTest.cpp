@@ -4,15 +4,10 @@
 // client facade and its tables built from tests/data/selsim/selsim-platform.json.
 // The poller thread is parked and the test polls with CheckForNewSELEntry; the
 // hand-off retry sleeps are recorded, not slept.
-#include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <set>
-#include <string>
-#include <vector>
 
-#include "agent/snmpExtension.h"
 #include "core/hmClientApi.h"
 #include "events/eventDecoders.h"
 #include "events/selPoller.h"
