@@ -348,9 +348,9 @@ TEST_F(EventHandlerTest, EventsQueuedByAnotherThreadComeOutOnceInOrder) {
     EXPECT_EQ(handler.queuedEvents(), 0u);
 }
 
-// The health lock is given back after every event: the SNMP service may take traps on
-// more than one thread, and while the thread that moved the health lives on, another
-// thread's trap still gets through.
+// The health lock is given back after every event, whether it moves the health or not:
+// the SNMP service may take traps on more than one thread, and while the thread that
+// handled them lives on, another thread's trap still gets through.
 TEST_F(EventHandlerTest, HealthLockIsFreeAfterAnotherThreadsTrap) {
     start(3);
     std::promise<void> traded, finish;
@@ -358,6 +358,8 @@ TEST_F(EventHandlerTest, HealthLockIsFreeAfterAnotherThreadsTrap) {
         handler.addEvent(makeEvent(14, 5, 12, "Lower Critical going low", 2, "CPU Temp"));
         takeTrap(handler); // the device's trap, which moves the health
         takeTrap(handler); // the health trap
+        handler.addEvent(makeEvent(14, 3, 15, "Lower Critical going low", 4, "VR Temp")); // health stays
+        takeTrap(handler);
         traded.set_value();
         finish.get_future().wait();
     });
