@@ -131,46 +131,32 @@ TEST_F(EventHandlerTest, CriticalTemperatureRaisesHealthAndOkEventRestoresIt) {
 
 // Devices already listed when an event arrives decide the new health.
 TEST_F(EventHandlerTest, RemainingListedDevicesDecideTheHealth) {
-    const struct {
-        int32_t health;
-        std::vector<std::pair<int32_t, int32_t>> listed; // (device, severity)
-        eventData event;
-        const char* oid;
-        int32_t after;
-        const char* change; // of the health trap, or null for none
-    } rows[] = {
+    {
         // A critical device never lowers a non-recoverable health...
-        {6, {{20, 6}, {21, 5}}, makeEvent(15, 3, 20, ""), ".50.13", 6, nullptr},
-        // ...but a non-critical one lowers a critical health.
-        {5,
-         {{30, 5}, {31, 4}},
-         makeEvent(12, 3, 30, "the processor's presence has been detected"),
-         ".40.7",
-         4,
-         "critical to nonCritical"},
-    };
-    for (const auto& row : rows) {
-        Started fresh(row.health);
-        eventHandler& h = fresh.h;
-        for (const auto& [device, severity] : row.listed)
-            h.insertElementByDeviceId(device, severity);
-        h.addEvent(row.event);
-        EXPECT_EQ(takeTrap(h).enterprise, kEvent + row.oid);
-        EXPECT_EQ(h.healthStatus(), row.after);
-        if (row.change == nullptr) {
-            EXPECT_TRUE(h.nonRecoverableList().empty());
-            EXPECT_EQ(h.criticalList(), Ids({21}));
-            EXPECT_TRUE(fresh.client.healthStores.empty());
-            EXPECT_EQ(h.queuedEvents(), 0u);
-            // The last critical device recovers: all lists are empty and health returns to ok.
-            h.addEvent(makeEvent(15, 3, 21, "", 2));
-            takeTrap(h);
-            expectHealthTrap(takeTrap(h), 3, "nonRecoverable to ok");
-        } else {
-            EXPECT_EQ(fresh.client.healthStores, std::vector<int32_t>({row.after}));
-            expectHealthTrap(takeTrap(h), row.after, row.change);
-        }
+        Started s(6);
+        s.h.insertElementByDeviceId(20, 6);
+        s.h.insertElementByDeviceId(21, 5);
+        s.h.addEvent(makeEvent(15, 3, 20, ""));
+        EXPECT_EQ(takeTrap(s.h).enterprise, kEvent + ".50.13");
+        EXPECT_TRUE(s.h.nonRecoverableList().empty());
+        EXPECT_EQ(s.h.criticalList(), Ids({21}));
+        EXPECT_EQ(s.h.healthStatus(), 6);
+        EXPECT_TRUE(s.client.healthStores.empty());
+        EXPECT_EQ(s.h.queuedEvents(), 0u);
+        // ...until the last critical device recovers: all lists are empty, the health is ok.
+        s.h.addEvent(makeEvent(15, 3, 21, "", 2));
+        takeTrap(s.h);
+        expectHealthTrap(takeTrap(s.h), 3, "nonRecoverable to ok");
     }
+    // A non-critical device lowers a critical health.
+    Started s(5);
+    s.h.insertElementByDeviceId(30, 5);
+    s.h.insertElementByDeviceId(31, 4);
+    s.h.addEvent(makeEvent(12, 3, 30, "the processor's presence has been detected"));
+    EXPECT_EQ(takeTrap(s.h).enterprise, kEvent + ".40.7");
+    EXPECT_EQ(s.h.healthStatus(), 4);
+    EXPECT_EQ(s.client.healthStores, std::vector<int32_t>({4}));
+    expectHealthTrap(takeTrap(s.h), 4, "critical to nonCritical");
 }
 
 TEST_F(EventHandlerTest, OnlyDeviceGroupsThatCountMoveTheHealth) {
