@@ -1,5 +1,5 @@
 // Region hand-out, start-up completion, trap signalling and trap production.
-#include "fakeClient.h"
+#include "agentFixture.h"
 
 #include "agent/agentApi.h"
 #include "agent/agentState.h"
@@ -13,7 +13,7 @@ bool signalled(HANDLE event) {
     return WaitForSingleObject(event, 0) == WAIT_OBJECT_0;
 }
 
-TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATime) {
+TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATimeAndCloseReleasesEverything) {
     ASSERT_TRUE(start({}, true));
     EXPECT_EQ(arcsOf(m_region), P({100}));
     ASSERT_NE(m_event, nullptr);
@@ -37,11 +37,18 @@ TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATime) {
     EXPECT_FALSE(SnmpExtensionInitEx(&region));
     EXPECT_EQ(agentRegionCounter(), 14);
 
+    // Close releases the facade and closes the trace last.
     const std::string log = closeAndReadTrace();
-    EXPECT_TRUE(traced(log, "pNextSupportedRegion is 1.3.6.1.4.1.64999.2.10.3.5.200\n"));
-    EXPECT_TRUE(traced(log, "pNextSupportedRegion is 1.3.6.1.4.1.64999.2.10.3.5.700.10\n"));
-    EXPECT_TRUE(traced(log, "\n\n InitDone \n\n"));
+    EXPECT_TRUE(tracedAll(log, {"pNextSupportedRegion is 1.3.6.1.4.1.64999.2.10.3.5.200\n",
+                                "pNextSupportedRegion is 1.3.6.1.4.1.64999.2.10.3.5.700.10\n",
+                                "\n\n InitDone \n\n", "SNMP Extension Agent closing\n"}));
+    EXPECT_EQ(log.rfind("*********** End Log ****************\n") + 37, log.size());
     EXPECT_FALSE(IsInitDone());
+    EXPECT_EQ(script().releaseCount, 1);
+    EXPECT_EQ(agentTrapEvent(), nullptr);
+    // A trap asserted by a poller still running after close is only remembered.
+    EXPECT_EQ(AssertTrap(), 1);
+    EXPECT_TRUE(agentTrapsWaiting());
 }
 
 TEST_F(LifecycleTest, SubtreeBaseOidsAreCopiedForValidIndexesOnly) {
@@ -95,9 +102,8 @@ TEST_F(LifecycleTest, ATrapAssertedDuringStartUpWaitsForTheLastRegion) {
     EXPECT_EQ(AssertTrap(), 1);
     EXPECT_TRUE(signalled(m_event));
 
-    const std::string log = closeAndReadTrace();
-    EXPECT_TRUE(traced(log, "AssertTrap is called\n"));
-    EXPECT_TRUE(traced(log, "Traps are waiting...so call AssertTrap\n"));
+    EXPECT_TRUE(tracedAll(closeAndReadTrace(),
+                          {"AssertTrap is called\n", "Traps are waiting...so call AssertTrap\n"}));
 }
 
 // Counted afresh from each init: seven queries before a restart do not count.
@@ -118,84 +124,51 @@ TEST_F(LifecycleTest, EveryTenthQuerySignalsTheTrapEvent) {
     }
 }
 
-struct TrapCase {
-    const char* name;
-    Arcs eventOid;
-    uint32_t eventStatus;
-    int32_t trapToSend;
-    BOOL produced;
-    Arcs enterprise;
-    AsnInteger32 specific;
-};
-
-class Traps : public AgentTest, public ::testing::WithParamInterface<TrapCase> {};
-
-TEST_P(Traps, SplitTheEventOidIntoEnterpriseAndSpecificTrap) {
-    const TrapCase& c = GetParam();
-    ASSERT_TRUE(start({}));
-    finishRegions();
-    script().eventOid = c.eventOid;
-    script().eventStatus = c.eventStatus;
-    script().trapToSend = c.trapToSend;
-
-    AsnObjectIdentifier enterprise{0, nullptr};
-    AsnInteger32 generic = -1;
-    AsnInteger32 specific = -1;
-    AsnTimeticks stamp = 0xFFFFFFFFu;
-    SnmpVarBindList bindings{nullptr, 0};
-    EXPECT_EQ(SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &bindings), c.produced);
-    EXPECT_EQ(generic, SNMP_GENERICTRAP_ENTERSPECIFIC);
-    EXPECT_NE(stamp, 0xFFFFFFFFu);
-    if (c.produced) {
-        EXPECT_EQ(arcsOf(enterprise), c.enterprise);
-        EXPECT_EQ(specific, c.specific);
-        ASSERT_EQ(bindings.len, 2u);
-        EXPECT_EQ(arcsOf(bindings.list[0].name), P({1000, 10, 1}));
-    }
-    SnmpUtilOidFree(&enterprise);
-    SnmpUtilVarBindListFree(&bindings);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Events, Traps,
-    ::testing::Values(TrapCase{"TemperatureEvent", P({1000, 100, 21}), 0, 1, TRUE, P({1000, 100}), 21},
-                      TrapCase{"HealthEvent", P({1000, 1, 3}), 0, 1, TRUE, P({1000, 1}), 3},
-                      TrapCase{"LargeSpecificTrap", P({1000, 7, 4000000}), 0, 1, TRUE, P({1000, 7}), 4000000},
-                      TrapCase{"SingleArcIsLeftAsItIs", Arcs{21}, 0, 1, TRUE, Arcs{21}, 0},
-                      TrapCase{"TwoArcs", Arcs{1, 21}, 0, 1, TRUE, Arcs{1}, 21},
-                      TrapCase{"QueueEmpty", P({1000, 1, 3}), 0, 0, FALSE, Arcs{}, 0},
-                      TrapCase{"FacadeFails", P({1000, 1, 3}), CLIENT_ERROR_NOSUCHNAME, 1, FALSE, Arcs{}, 0}),
-    [](const ::testing::TestParamInfo<TrapCase>& info) { return std::string(info.param.name); });
-
-TEST_F(LifecycleTest, TrapsAreTraced) {
+// The event OID is split into enterprise and specific trap; the trap is traced.
+TEST_F(LifecycleTest, TrapsSplitTheEventOidIntoEnterpriseAndSpecificTrap) {
     ASSERT_TRUE(start({}, true));
-    script().eventOid = P({1000, 100, 21});
-    AsnObjectIdentifier enterprise{0, nullptr};
-    AsnInteger32 generic = 0;
-    AsnInteger32 specific = 0;
-    AsnTimeticks stamp = 0;
-    SnmpVarBindList bindings{nullptr, 0};
-    ASSERT_TRUE(SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &bindings));
-    SnmpUtilOidFree(&enterprise);
-    SnmpUtilVarBindListFree(&bindings);
-    const std::string log = closeAndReadTrace();
-    EXPECT_TRUE(traced(log, "There are #2 VarBinds in list\n"));
-    EXPECT_TRUE(traced(log, "   VarBind 0:1.3.6.1.4.1.64999.2.10.3.5.1000.10.1  value type:2\n"));
-    EXPECT_TRUE(traced(log, "   VarBind 1:1.3.6.1.4.1.64999.2.10.3.5.1000.10.2  value type:2\n"));
-}
-
-TEST_F(LifecycleTest, CloseReleasesTheFacadeAndTracesItsCall) {
-    ASSERT_TRUE(start({{temperatureProbeEntity, 2}}, true));
     finishRegions();
-    const std::string log = closeAndReadTrace();
-    EXPECT_EQ(script().releaseCount, 1);
-    EXPECT_TRUE(traced(log, "SNMP Extension Agent closing\n"));
-    // The trace is closed last.
-    EXPECT_EQ(log.rfind("*********** End Log ****************\n") + 37, log.size());
-    EXPECT_EQ(agentTrapEvent(), nullptr);
-    // A trap asserted by a poller still running after close is only remembered.
-    EXPECT_EQ(AssertTrap(), 1);
-    EXPECT_TRUE(agentTrapsWaiting());
+    const struct {
+        Arcs eventOid;
+        uint32_t eventStatus;
+        int32_t trapToSend;
+        Arcs enterprise; // empty: no trap
+        AsnInteger32 specific;
+    } rows[] = {
+        {P({1000, 100, 21}), 0, 1, P({1000, 100}), 21},
+        {P({1000, 1, 3}), 0, 1, P({1000, 1}), 3},
+        {P({1000, 7, 4000000}), 0, 1, P({1000, 7}), 4000000},
+        {Arcs{21}, 0, 1, Arcs{21}, 0}, // a single arc is left as it is
+        {Arcs{1, 21}, 0, 1, Arcs{1}, 21},
+        {P({1000, 1, 3}), 0, 0, Arcs{}, 0},                       // the queue is empty
+        {P({1000, 1, 3}), CLIENT_ERROR_NOSUCHNAME, 1, Arcs{}, 0}, // the facade fails
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(dotted(row.eventOid));
+        script().eventOid = row.eventOid;
+        script().eventStatus = row.eventStatus;
+        script().trapToSend = row.trapToSend;
+        AsnObjectIdentifier enterprise{0, nullptr};
+        AsnInteger32 generic = -1, specific = -1;
+        AsnTimeticks stamp = 0xFFFFFFFFu;
+        SnmpVarBindList bindings{nullptr, 0};
+        EXPECT_EQ(SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &bindings),
+                  row.enterprise.empty() ? FALSE : TRUE);
+        EXPECT_EQ(generic, SNMP_GENERICTRAP_ENTERSPECIFIC);
+        EXPECT_NE(stamp, 0xFFFFFFFFu);
+        if (!row.enterprise.empty()) {
+            EXPECT_EQ(arcsOf(enterprise), row.enterprise);
+            EXPECT_EQ(specific, row.specific);
+            ASSERT_EQ(bindings.len, 2u);
+            EXPECT_EQ(arcsOf(bindings.list[0].name), P({1000, 10, 1}));
+        }
+        SnmpUtilOidFree(&enterprise);
+        SnmpUtilVarBindListFree(&bindings);
+    }
+    EXPECT_TRUE(tracedAll(closeAndReadTrace(),
+                          {"There are #2 VarBinds in list\n",
+                           "   VarBind 0:1.3.6.1.4.1.64999.2.10.3.5.1000.10.1  value type:2\n",
+                           "   VarBind 1:1.3.6.1.4.1.64999.2.10.3.5.1000.10.2  value type:2\n"}));
 }
 
 TEST_F(LifecycleTest, MissingOutputsAreRefused) {

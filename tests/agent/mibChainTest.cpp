@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "fakeClient.h"
+#include "agentFixture.h"
 
 #include "agent/mibChain.h"
 #include "agent/mibHandlers.h"
@@ -34,16 +34,19 @@ std::vector<const MIB_VAR_TYPE*> chain() {
 
 using ChainTest = AgentTest;
 
-TEST_F(ChainTest, ThreeTemperatureProbesAreExpandedColumnByColumn) {
-    ASSERT_TRUE(start({{temperatureProbeEntity, 3}}));
+// Three temperature probes: the system group's ten scalars, then 15 columns x 3 probes;
+// everything else is empty. The index finds, from a starting row, the first row whose
+// full name is not below the one asked for: the row itself for an exact name, the next
+// row for a name just after one (the row's name with a 0 arc appended), nothing after
+// the last row. Start-up traces the expansion, the chain and the subtrees.
+TEST_F(ChainTest, ThreeTemperatureProbesAreExpandedIndexedAndTraced) {
+    ASSERT_TRUE(start({{temperatureProbeEntity, 3}}, true));
     std::vector<const MIB_VAR_TYPE*> rows = chain();
-    // The system group's ten scalars, then 15 columns x 3 probes; everything else is empty.
     ASSERT_EQ(rows.size(), 10u + 45u);
     for (UINT n = 1; n <= 10; ++n) {
         EXPECT_EQ(arcsOf(rows[n - 1]->Oid), (Arcs{n, 0}));
         EXPECT_EQ(rows[n - 1]->HMAttribute, n);
     }
-    ASSERT_EQ(OidSubTrees[12].pMibVar, rows[10]);
     size_t at = 10;
     for (UINT column = 1; column <= 15; ++column) {
         for (UINT instance = 1; instance <= 3; ++instance, ++at) {
@@ -53,21 +56,76 @@ TEST_F(ChainTest, ThreeTemperatureProbesAreExpandedColumnByColumn) {
             EXPECT_EQ(v->HMAttribute, 136 + column);
             EXPECT_EQ(v->HMEntity, 13u);
             EXPECT_EQ(v->SubTreeIndex, 12);
-            const bool writable = column >= 7 && column <= 12;
+            const bool writable = column >= 7 && column <= 12, text = column == 3 || column == 4;
             EXPECT_EQ(v->access, writable ? MIB_ACCESS_READWRITE : MIB_ACCESS_READ);
-            const bool text = column == 3 || column == 4;
             EXPECT_EQ(v->asnType, text ? ASN_OCTETSTRING : ASN_INTEGER);
             EXPECT_EQ(v->pMibFunc, column == 1 ? ProcessIndexFunc
                                    : text      ? ProcessStringFunc
                                                : ProcessIntegerFunc);
-            const bool live = column == 1 || (column >= 4 && column <= 12);
-            EXPECT_EQ(v->UseLiveData, live ? 1u : 0u);
+            EXPECT_EQ(v->UseLiveData, column == 1 || (column >= 4 && column <= 12) ? 1u : 0u);
         }
     }
     EXPECT_EQ(rows.back()->pMibNext, nullptr);
     // Only the system group and the temperature table keep variables.
     for (int i = 0; i < MIB_SUBTREE_COUNT; ++i)
         EXPECT_EQ(OidSubTrees[i].pMibVar, i == 0 ? rows[0] : i == 12 ? rows[10] : nullptr) << i;
+
+    MIB_VAR_TYPE* head = mibChainHead();
+    MIB_VAR_TYPE* found = nullptr;
+    AsnObjectIdentifier full{0, nullptr};
+    for (size_t i = 0; i < rows.size(); ++i) {
+        for (size_t k = 0; k < 2; ++k) {
+            Arcs copy = fullName(rows[i]);
+            if (k == 1)
+                copy.push_back(0);
+            AsnObjectIdentifier requested{static_cast<UINT>(copy.size()), copy.data()};
+            const MibSeekResult result = mibChainSeek(head, &requested, &found, &full);
+            if (i + k == rows.size()) {
+                EXPECT_EQ(result, MibSeekResult::End) << i;
+                continue;
+            }
+            ASSERT_EQ(result, MibSeekResult::Found) << i;
+            EXPECT_EQ(found, rows[i + k]) << i;
+            EXPECT_EQ(arcsOf(full), fullName(rows[i + k])) << i;
+        }
+    }
+    // A name before the whole view finds the first row; a row outside the chain is not indexed.
+    Arcs before = P({1});
+    AsnObjectIdentifier requested{static_cast<UINT>(before.size()), before.data()};
+    EXPECT_EQ(mibChainSeek(head, &requested, &found, &full), MibSeekResult::Found);
+    EXPECT_EQ(found, head);
+    MIB_VAR_TYPE outside{};
+    EXPECT_EQ(mibChainSeek(&outside, &requested, &found, &full), MibSeekResult::NotIndexed);
+
+    const std::string log = closeAndReadTrace();
+    EXPECT_TRUE(tracedAll(log, {"Last pMibVar. Hence pMibVar->pMibNext is set to NULL\n",
+                                "table size for sensor 13 is 3\n",
+                                "Constructed instance Oid:1.1.1:\n",
+                                "Constructed instance Oid:1.15.3:\n",
+                                "just added last one in table \n",
+                                "table size for sensor 14 is 0\n",
+                                "table size for sensor 3 is 0\n",
+                                "table size is 0 - so no items added\n",
+                                "Printing out entire MIB structure\n",
+                                "  Full Oid:1.3.6.1.4.1.64999.2.10.3.5.100.1.0         ",
+                                "   OID:1.0\n",
+                                "  Full Oid:1.3.6.1.4.1.64999.2.10.3.5.600.40.1.2.3         ",
+                                "   OID:1.2.3\n",
+                                "Printout out entire OidSubTree structure\n",
+                                "   OidSubTrees[0] Oid: 1.3.6.1.4.1.64999.2.10.3.5.100      ",
+                                " hmSubagentMib entry:1.0\n",
+                                "   OidSubTrees[12] Oid: 1.3.6.1.4.1.64999.2.10.3.5.600.40      ",
+                                " hmSubagentMib entry:1.1.1\n",
+                                "Null pMibVar pointer in OidSubTrees[13]\n",
+                                "Null pMibVar pointer in OidSubTrees[1]\n",
+                                "About to CreateEvent for traps\n",
+                                "Leaving 1 SNMPExtensionInit\n",
+                                "SNMP Extension Agent closing\n"}));
+    // Scalar groups are not reported as tables, the entry trace comes before the trace is
+    // open, and the removed column rows are not in the printed chain.
+    EXPECT_FALSE(traced(log, "table size for sensor 1 is"));
+    EXPECT_EQ(log.find("Inside snmpExtensionInit"), std::string::npos);
+    EXPECT_FALSE(traced(log, "  Full Oid:1.3.6.1.4.1.64999.2.10.3.5.600.40.1.2         "));
 }
 
 TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
@@ -111,82 +169,6 @@ TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
         ASSERT_NE(OidSubTrees[i].pMibVar, nullptr) << i;
         EXPECT_EQ(arcsOf(OidSubTrees[i].pMibVar->Oid), (Arcs{1, 1, 1})) << i;
     }
-}
-
-// The index finds, from a starting row, the first row whose full name is not below
-// the one asked for: the row itself for an exact name, the next row for a name just
-// after one (the row's name with a 0 arc appended), nothing after the last row.
-TEST_F(ChainTest, SeekFindsTheRowTheChainWalkStopsAt) {
-    ASSERT_TRUE(start({{temperatureProbeEntity, 3}}));
-    std::vector<const MIB_VAR_TYPE*> rows = chain();
-    ASSERT_EQ(rows.size(), 10u + 15u * 3); // the system group, then 15 columns x 3 probes
-    MIB_VAR_TYPE* head = mibChainHead();
-    for (size_t i = 0; i < rows.size(); ++i) {
-        Arcs exact = fullName(rows[i]);
-        Arcs after = exact;
-        after.push_back(0);
-        for (size_t k = 0; k < 2; ++k) {
-            Arcs copy = k == 0 ? exact : after;
-            AsnObjectIdentifier requested{static_cast<UINT>(copy.size()), copy.data()};
-            MIB_VAR_TYPE* found = nullptr;
-            AsnObjectIdentifier full{0, nullptr};
-            const MibSeekResult result = mibChainSeek(head, &requested, &found, &full);
-            const size_t expected = i + k;
-            if (expected == rows.size()) {
-                EXPECT_EQ(result, MibSeekResult::End) << i;
-                continue;
-            }
-            ASSERT_EQ(result, MibSeekResult::Found) << i;
-            EXPECT_EQ(found, rows[expected]) << i;
-            EXPECT_EQ(arcsOf(full), fullName(rows[expected])) << i;
-        }
-    }
-    // A name before the whole view finds the first row; a row outside the chain is not indexed.
-    Arcs before = P({1});
-    AsnObjectIdentifier requested{static_cast<UINT>(before.size()), before.data()};
-    MIB_VAR_TYPE* found = nullptr;
-    AsnObjectIdentifier full{0, nullptr};
-    EXPECT_EQ(mibChainSeek(head, &requested, &found, &full), MibSeekResult::Found);
-    EXPECT_EQ(found, head);
-    MIB_VAR_TYPE outside{};
-    EXPECT_EQ(mibChainSeek(&outside, &requested, &found, &full), MibSeekResult::NotIndexed);
-}
-
-TEST_F(ChainTest, StartUpTracesTheExpansionTheChainAndTheSubtrees) {
-    ASSERT_TRUE(start({{temperatureProbeEntity, 3}}, true));
-    const std::string log = closeAndReadTrace();
-    for (const char* line : {
-             "Last pMibVar. Hence pMibVar->pMibNext is set to NULL\n",
-             "table size for sensor 13 is 3\n",
-             "Constructed instance Oid:1.1.1:\n",
-             "Constructed instance Oid:1.15.3:\n",
-             "just added last one in table \n",
-             "table size for sensor 14 is 0\n",
-             "table size for sensor 3 is 0\n",
-             "table size is 0 - so no items added\n",
-             "Printing out entire MIB structure\n",
-             "  Full Oid:1.3.6.1.4.1.64999.2.10.3.5.100.1.0         ",
-             "   OID:1.0\n",
-             "  Full Oid:1.3.6.1.4.1.64999.2.10.3.5.600.40.1.2.3         ",
-             "   OID:1.2.3\n",
-             "Printout out entire OidSubTree structure\n",
-             "   OidSubTrees[0] Oid: 1.3.6.1.4.1.64999.2.10.3.5.100      ",
-             " hmSubagentMib entry:1.0\n",
-             "   OidSubTrees[12] Oid: 1.3.6.1.4.1.64999.2.10.3.5.600.40      ",
-             " hmSubagentMib entry:1.1.1\n",
-             "Null pMibVar pointer in OidSubTrees[13]\n",
-             "Null pMibVar pointer in OidSubTrees[1]\n",
-             "About to CreateEvent for traps\n",
-             "Leaving 1 SNMPExtensionInit\n",
-             "SNMP Extension Agent closing\n",
-         })
-        EXPECT_TRUE(traced(log, line)) << line;
-    // Scalar groups are not reported as tables, and the entry trace comes before the
-    // trace is open.
-    EXPECT_FALSE(traced(log, "table size for sensor 1 is"));
-    EXPECT_EQ(log.find("Inside snmpExtensionInit"), std::string::npos);
-    // The removed column rows are not in the printed chain.
-    EXPECT_FALSE(traced(log, "  Full Oid:1.3.6.1.4.1.64999.2.10.3.5.600.40.1.2         "));
 }
 
 TEST_F(ChainTest, CloseReleasesTheChainAndASecondInitRebuildsIt) {

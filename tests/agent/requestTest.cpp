@@ -1,9 +1,7 @@
 // GET, GETNEXT and SET-phase requests through SnmpExtensionQueryEx against a scripted
 // facade: which variable answers, which facade call it makes, the value and name the
 // binding carries back, the error status and index.
-#include <chrono>
-
-#include "fakeClient.h"
+#include "agentFixture.h"
 
 #include "agent/mibHandlers.h"
 #include "agent/mibTypes.h"
@@ -20,53 +18,13 @@ protected:
         AgentTest::SetUp();
         ASSERT_TRUE(start({{chassisInfoEntity, 1}, {voltageProbeEntity, 2}, {temperatureProbeEntity, 3}}));
     }
-    std::string lastCall() const {
-        if (script().calls.empty())
-            return "none";
-        const FakeScript::Call& c = script().calls.back();
-        return c.op + " e" + std::to_string(c.entity) + " a" + std::to_string(c.attribute) + " i" +
-               std::to_string(c.index);
-    }
+    std::string lastCall() const { return script().calls.empty() ? "none" : script().calls.back(); }
 };
 
-struct ReadCase {
-    const char* name;
-    UINT type;
-    Arcs requested;
-    AsnInteger32 status;
-    AsnInteger32 index; // -1: not written
-    Arcs answered;      // the binding's name afterwards
-    BYTE asnType;       // ASN_NULL: value untouched
-    int32_t number;
-    const char* text;
-    const char* call; // last facade call, "none" when there is none
-};
-
-class Reads : public RequestTest, public ::testing::WithParamInterface<ReadCase> {};
-
-TEST_P(Reads, AnswerTheRightVariable) {
-    const ReadCase& c = GetParam();
-    Bindings bindings({c.requested});
-    Answer a = query(c.type, bindings);
-    EXPECT_EQ(a.status, c.status);
-    EXPECT_EQ(a.index, c.index);
-    EXPECT_EQ(dotted(bindings.name(0)), dotted(c.answered));
-    ASSERT_EQ(bindings[0].value.asnType, c.asnType);
-    if (c.asnType == ASN_INTEGER) {
-        EXPECT_EQ(bindings[0].value.asnValue.number, c.number);
-    }
-    if (c.asnType == ASN_OCTETSTRING) {
-        EXPECT_EQ(bindings.text(0), c.text);
-        EXPECT_TRUE(bindings[0].value.asnValue.string.dynamic);
-    }
-    EXPECT_EQ(lastCall(), c.call);
-}
-
-constexpr UINT GET = SNMP_EXTENSION_GET;
-constexpr UINT NEXT = SNMP_EXTENSION_GET_NEXT;
-const BYTE I = ASN_INTEGER;
-const BYTE S = ASN_OCTETSTRING;
-const BYTE NUL = ASN_NULL;
+constexpr UINT GET = SNMP_EXTENSION_GET, NEXT = SNMP_EXTENSION_GET_NEXT, BULK = SNMP_EXTENSION_GET_BULK;
+constexpr UINT TEST = SNMP_EXTENSION_SET_TEST, COMMIT = SNMP_EXTENSION_SET_COMMIT;
+constexpr UINT UNDO = SNMP_EXTENSION_SET_UNDO, CLEANUP = SNMP_EXTENSION_SET_CLEANUP;
+const BYTE I = ASN_INTEGER, S = ASN_OCTETSTRING, NUL = ASN_NULL;
 const Arcs kEnterprise{1, 3, 6, 1, 4, 1, 64999};
 const UINT kMax = 0xFFFFFFFFu;
 
@@ -75,229 +33,215 @@ Arcs longName(Arcs prefix, size_t length, UINT fill) {
     return prefix;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Requests, Reads,
-    ::testing::Values(
-        // Scalars: integers are read at index 0, strings at index 1.
-        ReadCase{"GetSystemInteger", GET, P({100, 1, 0}), 0, -1, P({100, 1, 0}), I, 1000, "",
-                 "info e1 a1 i0"},
-        ReadCase{"GetSystemString", GET, P({100, 2, 0}), 0, -1, P({100, 2, 0}), S, 0, "sinfo:e1:a2:i1",
-                 "sinfo e1 a2 i1"},
-        ReadCase{"GetChassisLiveInteger", GET, P({200, 6, 0}), 0, -1, P({200, 6, 0}), I, 16000, "",
-                 "data e2 a16 i0"},
-        ReadCase{"GetChassisCachedInteger", GET, P({200, 7, 0}), 0, -1, P({200, 7, 0}), I, 17000, "",
-                 "info e2 a17 i0"},
-        // Tables: instance k is element k-1; the index column answers k without a call.
-        ReadCase{"GetIndexColumn", GET, P({600, 40, 1, 1, 3}), 0, -1, P({600, 40, 1, 1, 3}), I, 3, "",
-                 "none"},
-        ReadCase{"GetLiveReading", GET, P({600, 40, 1, 5, 2}), 0, -1, P({600, 40, 1, 5, 2}), I, 141001, "",
-                 "data e13 a141 i1"},
-        ReadCase{"GetCachedColumn", GET, P({400, 30, 1, 2, 1}), 0, -1, P({400, 30, 1, 2, 1}), I, 55000, "",
-                 "info e6 a55 i0"},
-        ReadCase{"GetLiveString", GET, P({600, 40, 1, 4, 1}), 0, -1, P({600, 40, 1, 4, 1}), S, 0,
-                 "sdata:e13:a140:i0", "sdata e13 a140 i0"},
-        ReadCase{"GetCachedString", GET, P({600, 40, 1, 3, 3}), 0, -1, P({600, 40, 1, 3, 3}), S, 0,
-                 "sinfo:e13:a139:i2", "sinfo e13 a139 i2"},
-        // Names that are not variables.
-        ReadCase{"GetColumnWithoutInstance", GET, P({600, 40, 1, 5}), 2, 1, P({600, 40, 1, 5}), NUL, 0, "",
-                 "none"},
-        ReadCase{"GetInstanceBeyondTable", GET, P({600, 40, 1, 5, 4}), 2, 1, P({600, 40, 1, 5, 4}), NUL, 0,
-                 "", "none"},
-        ReadCase{"GetEmptyTable", GET, P({700, 10, 1, 1, 1}), 2, 1, P({700, 10, 1, 1, 1}), NUL, 0, "",
-                 "none"},
-        ReadCase{"GetScalarWithoutZero", GET, P({100, 1}), 2, 1, P({100, 1}), NUL, 0, "", "none"},
-        ReadCase{"GetEmptyName", GET, Arcs{}, 2, 1, Arcs{}, NUL, 0, "", "none"},
-        // GETNEXT before, inside, between and after the subtrees.
-        ReadCase{"NextFromEnterprise", NEXT, kEnterprise, 0, -1, P({100, 1, 0}), I, 1000, "",
-                 "info e1 a1 i0"},
-        ReadCase{"NextFromEmptyName", NEXT, Arcs{}, 0, -1, P({100, 1, 0}), I, 1000, "", "info e1 a1 i0"},
-        ReadCase{"NextFromVariable", NEXT, P({100, 1, 0}), 0, -1, P({100, 2, 0}), S, 0, "sinfo:e1:a2:i1",
-                 "sinfo e1 a2 i1"},
-        ReadCase{"NextAcrossSubtrees", NEXT, P({100, 10, 0}), 0, -1, P({200, 1, 0}), I, 11000, "",
-                 "data e2 a11 i0"},
-        ReadCase{"NextOverEmptyTables", NEXT, P({200, 15, 0}), 0, -1, P({400, 30, 1, 1, 1}), I, 1, "",
-                 "none"},
-        ReadCase{"NextIntoEmptySubtree", NEXT, P({300}), 0, -1, P({400, 30, 1, 1, 1}), I, 1, "", "none"},
-        ReadCase{"NextFromColumnWithoutInstance", NEXT, P({600, 40, 1, 5}), 0, -1, P({600, 40, 1, 5, 1}), I,
-                 141000, "", "data e13 a141 i0"},
-        ReadCase{"NextWrapsToNextColumn", NEXT, P({400, 30, 1, 2, 2}), 0, -1, P({400, 30, 1, 3, 1}), S, 0,
-                 "sinfo:e6:a56:i0", "sinfo e6 a56 i0"},
-        ReadCase{"NextFromLastVariable", NEXT, P({600, 40, 1, 15, 3}), 0, -1, kEndOfView, NUL, 0, "", "none"},
-        ReadCase{"NextInEmptyLastSubtree", NEXT, P({700, 10}), 0, -1, kEndOfView, NUL, 0, "", "none"},
-        ReadCase{"NextFromEndOfView", NEXT, kEndOfView, 0, -1, kEndOfView, NUL, 0, "", "none"},
-        ReadCase{"NextFromBeforeEverything", NEXT, Arcs{1}, 0, -1, P({100, 1, 0}), I, 1000, "",
-                 "info e1 a1 i0"},
-        ReadCase{"NextFromAfterEverything", NEXT, Arcs{2}, 0, -1, kEndOfView, NUL, 0, "", "none"},
-        // Overlong names, the largest arcs and request types that are no reads.
-        ReadCase{"GetOf128Arcs", GET, longName(P({100, 1, 0}), 128, 0), 2, 1,
-                 longName(P({100, 1, 0}), 128, 0), NUL, 0, "", "none"},
-        ReadCase{"NextOf128Arcs", NEXT, longName(P({100, 1, 0}), 128, 0), 0, -1, P({100, 2, 0}), S, 0,
-                 "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
-        ReadCase{"NextOf128MaxArcs", NEXT, longName({}, 128, kMax), 0, -1, kEndOfView, NUL, 0, "", "none"},
-        ReadCase{"GetOfMaxArcs", GET, Arcs{kMax, kMax, kMax}, 2, 1, Arcs{kMax, kMax, kMax}, NUL, 0, "",
-                 "none"},
-        ReadCase{"NextOfMaxArcInSubtree", NEXT, P({100, kMax}), 0, -1, P({200, 1, 0}), I, 11000, "",
-                 "data e2 a11 i0"},
-        ReadCase{"NextOfMaxInstance", NEXT, P({600, 40, 1, 2, kMax}), 0, -1, P({600, 40, 1, 3, 1}), S, 0,
-                 "sinfo:e13:a139:i0", "sinfo e13 a139 i0"},
-        ReadCase{"GetBulkOnVariable", SNMP_EXTENSION_GET_BULK, P({100, 1, 0}), 5, 1, P({100, 1, 0}), NUL, 0,
-                 "", "none"},
-        ReadCase{"GetBulkOnMissingName", SNMP_EXTENSION_GET_BULK, P({100, 1}), 2, 1, P({100, 1}), NUL, 0, "",
-                 "none"},
-        ReadCase{"TypeZeroOnVariable", 0, P({600, 40, 1, 1, 1}), 5, 1, P({600, 40, 1, 1, 1}), NUL, 0, "",
-                 "none"},
-        ReadCase{"TypeZeroOnMissingName", 0, Arcs{}, 2, 1, Arcs{}, NUL, 0, "", "none"},
-        ReadCase{"UndoOnMissingName", SNMP_EXTENSION_SET_UNDO, P({100, 99}), 2, 1, P({100, 99}), NUL, 0, "",
-                 "none"},
-        ReadCase{"CleanupOnVariable", SNMP_EXTENSION_SET_CLEANUP, P({100, 2, 0}), 0, -1, P({100, 2, 0}), NUL,
-                 0, "", "none"}),
-    [](const ::testing::TestParamInfo<ReadCase>& info) { return std::string(info.param.name); });
-
-TEST_F(RequestTest, AFailingBindingStopsTheListAndNamesItsPosition) {
-    Bindings bindings({P({100, 1, 0}), P({600, 40, 1, 5}), P({100, 2, 0})});
-    Answer a = query(SNMP_EXTENSION_GET, bindings);
-    EXPECT_EQ(a.status, SNMP_ERRORSTATUS_NOSUCHNAME);
-    EXPECT_EQ(a.index, 2);
-    EXPECT_EQ(bindings[0].value.asnType, ASN_INTEGER);
-    EXPECT_EQ(bindings[2].value.asnType, ASN_NULL); // never reached
+// The value a binding carries: the integer in decimal, the text, or "" for none.
+std::string valueOf(Bindings& bindings, size_t n) {
+    if (bindings[n].value.asnType == ASN_INTEGER)
+        return std::to_string(bindings[n].value.asnValue.number);
+    if (bindings[n].value.asnType != ASN_OCTETSTRING)
+        return "";
+    EXPECT_TRUE(bindings[n].value.asnValue.string.dynamic);
+    return bindings.text(n);
 }
 
-TEST_F(RequestTest, AFailingFacadeReadIsGenErrOnGetAndEndOfViewOnGetNext) {
+TEST_F(RequestTest, ReadsAnswerTheRightVariable) {
+    const struct {
+        UINT type;
+        Arcs requested;
+        AsnInteger32 status; // the index is 1 with an error, not written without
+        Arcs answered;       // the binding's name afterwards; empty: as requested
+        BYTE asnType;
+        const char* value;
+        const char* call; // last facade call, "none" when there is none
+    } rows[] = {
+        // Scalars: integers are read at index 0, strings at index 1.
+        {GET, P({100, 1, 0}), 0, {}, I, "1000", "info e1 a1 i0"},
+        {GET, P({100, 2, 0}), 0, {}, S, "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
+        {GET, P({200, 6, 0}), 0, {}, I, "16000", "data e2 a16 i0"}, // live
+        {GET, P({200, 7, 0}), 0, {}, I, "17000", "info e2 a17 i0"}, // cached
+        // Tables: instance k is element k-1; the index column answers k without a call.
+        {GET, P({600, 40, 1, 1, 3}), 0, {}, I, "3", "none"},
+        {GET, P({600, 40, 1, 5, 2}), 0, {}, I, "141001", "data e13 a141 i1"},
+        {GET, P({400, 30, 1, 2, 1}), 0, {}, I, "55000", "info e6 a55 i0"},
+        {GET, P({600, 40, 1, 4, 1}), 0, {}, S, "sdata:e13:a140:i0", "sdata e13 a140 i0"},
+        {GET, P({600, 40, 1, 3, 3}), 0, {}, S, "sinfo:e13:a139:i2", "sinfo e13 a139 i2"},
+        // Names that are not variables: a column, an instance beyond the table, an empty
+        // table, a scalar without .0, no name.
+        {GET, P({600, 40, 1, 5}), 2, {}, NUL, "", "none"},
+        {GET, P({600, 40, 1, 5, 4}), 2, {}, NUL, "", "none"},
+        {GET, P({700, 10, 1, 1, 1}), 2, {}, NUL, "", "none"},
+        {GET, P({100, 1}), 2, {}, NUL, "", "none"},
+        {GET, Arcs{}, 2, {}, NUL, "", "none"},
+        // GETNEXT before, inside, between and after the subtrees.
+        {NEXT, kEnterprise, 0, P({100, 1, 0}), I, "1000", "info e1 a1 i0"},
+        {NEXT, Arcs{}, 0, P({100, 1, 0}), I, "1000", "info e1 a1 i0"},
+        {NEXT, P({100, 1, 0}), 0, P({100, 2, 0}), S, "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
+        {NEXT, P({100, 10, 0}), 0, P({200, 1, 0}), I, "11000", "data e2 a11 i0"},
+        {NEXT, P({200, 15, 0}), 0, P({400, 30, 1, 1, 1}), I, "1", "none"}, // over empty tables
+        {NEXT, P({300}), 0, P({400, 30, 1, 1, 1}), I, "1", "none"},
+        {NEXT, P({600, 40, 1, 5}), 0, P({600, 40, 1, 5, 1}), I, "141000", "data e13 a141 i0"},
+        {NEXT, P({400, 30, 1, 2, 2}), 0, P({400, 30, 1, 3, 1}), S, "sinfo:e6:a56:i0", "sinfo e6 a56 i0"},
+        {NEXT, P({600, 40, 1, 15, 3}), 0, kEndOfView, NUL, "", "none"},
+        {NEXT, P({700, 10}), 0, kEndOfView, NUL, "", "none"},
+        {NEXT, kEndOfView, 0, kEndOfView, NUL, "", "none"},
+        {NEXT, Arcs{1}, 0, P({100, 1, 0}), I, "1000", "info e1 a1 i0"},
+        {NEXT, Arcs{2}, 0, kEndOfView, NUL, "", "none"},
+        // Overlong names, the largest arcs and request types that are no reads.
+        {GET, longName(P({100, 1, 0}), 128, 0), 2, {}, NUL, "", "none"},
+        {NEXT, longName(P({100, 1, 0}), 128, 0), 0, P({100, 2, 0}), S, "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
+        {NEXT, longName({}, 128, kMax), 0, kEndOfView, NUL, "", "none"},
+        {GET, Arcs{kMax, kMax, kMax}, 2, {}, NUL, "", "none"},
+        {NEXT, P({100, kMax}), 0, P({200, 1, 0}), I, "11000", "data e2 a11 i0"},
+        {NEXT, P({600, 40, 1, 2, kMax}), 0, P({600, 40, 1, 3, 1}), S, "sinfo:e13:a139:i0",
+         "sinfo e13 a139 i0"},
+        {BULK, P({100, 1, 0}), 5, {}, NUL, "", "none"},
+        {BULK, P({100, 1}), 2, {}, NUL, "", "none"},
+        {0, P({600, 40, 1, 1, 1}), 5, {}, NUL, "", "none"},
+        {0, Arcs{}, 2, {}, NUL, "", "none"},
+        {UNDO, P({100, 99}), 2, {}, NUL, "", "none"},
+        {CLEANUP, P({100, 2, 0}), 0, {}, NUL, "", "none"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::to_string(row.type) + " " + dotted(row.requested));
+        script().calls.clear();
+        Bindings bindings({row.requested});
+        Answer a = query(row.type, bindings);
+        EXPECT_EQ(a.status, row.status);
+        EXPECT_EQ(a.index, row.status == 0 ? -1 : 1);
+        EXPECT_EQ(dotted(bindings.name(0)), dotted(row.answered.empty() ? row.requested : row.answered));
+        EXPECT_EQ(bindings[0].value.asnType, row.asnType);
+        EXPECT_EQ(valueOf(bindings, 0), row.value);
+        EXPECT_EQ(lastCall(), row.call);
+    }
+}
+
+TEST_F(RequestTest, ListsStopAtTheFirstFailingBindingAndNameItsPosition) {
+    Bindings all({P({100, 1, 0}), P({100, 2, 0}), P({600, 40, 1, 1, 2}), P({400, 30, 1, 4, 2})});
+    Answer a = query(GET, all);
+    EXPECT_EQ(a.status, 0);
+    EXPECT_EQ(a.index, -1);
+    EXPECT_EQ(valueOf(all, 1) + " " + valueOf(all, 2) + " " + valueOf(all, 3),
+              "sinfo:e1:a2:i1 2 sdata:e6:a57:i1");
+
+    Bindings missing({P({100, 1, 0}), P({600, 40, 1, 5}), P({100, 2, 0})});
+    a = query(GET, missing);
+    EXPECT_EQ(a.status, SNMP_ERRORSTATUS_NOSUCHNAME);
+    EXPECT_EQ(a.index, 2);
+    EXPECT_EQ(missing[0].value.asnType, ASN_INTEGER);
+    EXPECT_EQ(missing[2].value.asnType, ASN_NULL); // never reached
+    // A failing facade read is genErr on GET and the end of the view on GETNEXT.
     script().failingAttributes[141] = CLIENT_ERROR_NOELEMENT;
     Bindings get({P({100, 1, 0}), P({600, 40, 1, 5, 1})});
-    Answer a = query(SNMP_EXTENSION_GET, get);
+    a = query(GET, get);
     EXPECT_EQ(a.status, SNMP_ERRORSTATUS_GENERR);
     EXPECT_EQ(a.index, 2);
-
     Bindings next({P({600, 40, 1, 4, 3})});
-    a = query(SNMP_EXTENSION_GET_NEXT, next);
+    a = query(NEXT, next);
     EXPECT_EQ(a.status, SNMP_ERRORSTATUS_NOERROR);
     EXPECT_EQ(a.index, -1);
     EXPECT_EQ(next.name(0), kEndOfView);
-}
-
-TEST_F(RequestTest, AllBindingsServedLeavesTheErrorIndexAlone) {
-    Bindings bindings({P({100, 1, 0}), P({100, 2, 0}), P({600, 40, 1, 1, 2}), P({400, 30, 1, 4, 2})});
-    Answer a = query(SNMP_EXTENSION_GET, bindings);
-    EXPECT_EQ(a.status, 0);
+    // Empty or missing lists and a name with a length but no arcs.
+    Bindings empty({});
+    a = query(GET, empty);
+    EXPECT_EQ(a.status, -1);
     EXPECT_EQ(a.index, -1);
-    EXPECT_EQ(bindings.text(1), "sinfo:e1:a2:i1");
-    EXPECT_EQ(bindings[2].value.asnValue.number, 2);
-    EXPECT_EQ(bindings.text(3), "sdata:e6:a57:i1");
+    SnmpVarBindList broken{nullptr, 3};
+    AsnInteger32 status = -1, index = -1;
+    EXPECT_TRUE(SnmpExtensionQueryEx(GET, 0, &broken, nullptr, &status, &index));
+    EXPECT_TRUE(SnmpExtensionQueryEx(GET, 0, nullptr, nullptr, &status, &index));
+    EXPECT_EQ(status, -1);
+    EXPECT_EQ(index, -1);
+    SnmpVarBind binding{};
+    binding.name = AsnObjectIdentifier{4, nullptr};
+    binding.value.asnType = ASN_NULL;
+    SnmpVarBindList list{&binding, 1};
+    EXPECT_TRUE(SnmpExtensionQueryEx(GET, 0, &list, nullptr, &status, &index));
+    EXPECT_EQ(status, SNMP_ERRORSTATUS_NOSUCHNAME);
+    EXPECT_EQ(index, 1);
 }
 
-TEST_F(RequestTest, AStringVariableKeepsItsTextWhenTheFacadeHandsOutNone) {
+TEST_F(RequestTest, BindingsKeepOrReleaseTheirTexts) {
+    // A string variable keeps its text when the facade hands out none; one never read is empty.
     Bindings first({P({100, 6, 0})});
-    ASSERT_EQ(query(SNMP_EXTENSION_GET, first).status, 0);
-    EXPECT_EQ(first.text(0), "sinfo:e1:a6:i1");
-    script().nullTextAttributes[6] = true;
-    Bindings again({P({100, 6, 0})});
-    ASSERT_EQ(query(SNMP_EXTENSION_GET, again).status, 0);
+    ASSERT_EQ(query(GET, first).status, 0);
+    script().nullTextAttributes[6] = script().nullTextAttributes[7] = true;
+    Bindings again({P({100, 6, 0}), P({100, 7, 0})});
+    ASSERT_EQ(query(GET, again).status, 0);
     EXPECT_EQ(again.text(0), "sinfo:e1:a6:i1");
-    // A variable never read answers the empty text.
-    script().nullTextAttributes[7] = true;
-    Bindings never({P({100, 7, 0})});
-    ASSERT_EQ(query(SNMP_EXTENSION_GET, never).status, 0);
-    EXPECT_EQ(never.text(0), "");
-}
-
-TEST_F(RequestTest, AReusedBindingReleasesWhatItHeldBefore) {
-    // One binding walked over strings and integers, as a service reusing its list
-    // would; the leak check at exit catches a stream left behind.
+    EXPECT_EQ(again.text(1), "");
+    // One binding walked over strings and integers, as a service reusing its list would;
+    // the leak check at exit catches a stream left behind.
     Bindings walk({P({100, 1, 0})});
     walk.setString(0, "left over from the request");
     for (int n = 0; n < 12; ++n)
-        ASSERT_EQ(query(SNMP_EXTENSION_GET_NEXT, walk).status, 0);
+        ASSERT_EQ(query(NEXT, walk).status, 0);
     EXPECT_EQ(walk.name(0), P({200, 3, 0}));
-    EXPECT_EQ(walk[0].value.asnValue.number, 13000);
-
+    EXPECT_EQ(valueOf(walk, 0), "13000");
     Bindings wrongType({P({100, 8, 0}), P({100, 3, 0})});
     wrongType.setInteger(0, 99);
     wrongType.setString(1, "text on an integer");
-    ASSERT_EQ(query(SNMP_EXTENSION_GET, wrongType).status, 0);
-    EXPECT_EQ(wrongType.text(0), "sinfo:e1:a8:i1");
-    EXPECT_EQ(wrongType[1].value.asnType, ASN_INTEGER);
-    EXPECT_EQ(wrongType[1].value.asnValue.number, 3000);
+    ASSERT_EQ(query(GET, wrongType).status, 0);
+    EXPECT_EQ(valueOf(wrongType, 0) + " " + valueOf(wrongType, 1), "sinfo:e1:a8:i1 3000");
 }
 
-struct SetCase {
-    const char* name;
-    Arcs variable;
-    BYTE valueType;
-    bool setsEnabled;
-    UINT phase;
-    AsnInteger32 status;
-    const char* call; // last facade call
-};
-
-class Sets : public RequestTest, public ::testing::WithParamInterface<SetCase> {};
-
-TEST_P(Sets, AnswerByAccessConfigurationAndType) {
-    const SetCase& c = GetParam();
-    script().setsEnabled = c.setsEnabled;
-    Bindings bindings({c.variable});
-    if (c.valueType == ASN_INTEGER)
-        bindings.setInteger(0, 55);
-    else
-        bindings.setString(0, "55");
-    script().calls.clear();
-    Answer a = query(c.phase, bindings);
-    EXPECT_EQ(a.status, c.status);
-    EXPECT_EQ(a.index, c.status == 0 ? -1 : 1);
-    EXPECT_EQ(lastCall(), c.call);
-    EXPECT_EQ(bindings.name(0), c.variable);
+TEST_F(RequestTest, SetsAnswerByAccessConfigurationAndType) {
+    const Arcs kThreshold = P({600, 40, 1, 7, 1});
+    const struct {
+        Arcs variable;
+        BYTE valueType;
+        bool setsEnabled;
+        UINT phase;
+        AsnInteger32 status;
+        const char* call; // last facade call
+    } rows[] = {
+        {kThreshold, S, false, TEST, 4, "none"},
+        {kThreshold, S, true, TEST, 3, "none"},
+        {kThreshold, I, true, TEST, 0, "none"},
+        {kThreshold, I, false, COMMIT, 4, "none"},
+        {kThreshold, I, true, COMMIT, 0, "readback e13 a143 i0"},
+        {P({400, 30, 1, 12, 2}), I, true, COMMIT, 0, "readback e6 a65 i1"},
+        {kThreshold, I, true, UNDO, 0, "none"},
+        {kThreshold, S, false, CLEANUP, 0, "none"},
+        {P({600, 40, 1, 5, 1}), I, true, TEST, 4, "none"},
+        {P({100, 3, 0}), I, true, COMMIT, 4, "none"},
+        {P({100, 2, 0}), S, true, TEST, 4, "none"},
+        {P({600, 40, 1, 1, 1}), I, true, COMMIT, 4, "none"},
+        {P({600, 40, 1, 7}), I, true, TEST, 2, "none"},
+        {P({700, 10, 1, 1, 1}), I, true, TEST, 2, "none"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(dotted(row.variable) + " phase " + std::to_string(row.phase));
+        script().setsEnabled = row.setsEnabled;
+        Bindings bindings({row.variable});
+        if (row.valueType == ASN_INTEGER)
+            bindings.setInteger(0, 55);
+        else
+            bindings.setString(0, "55");
+        script().calls.clear();
+        Answer a = query(row.phase, bindings);
+        EXPECT_EQ(a.status, row.status);
+        EXPECT_EQ(a.index, row.status == 0 ? -1 : 1);
+        EXPECT_EQ(lastCall(), row.call);
+        EXPECT_EQ(bindings.name(0), row.variable);
+    }
 }
-
-constexpr UINT TEST = SNMP_EXTENSION_SET_TEST;
-constexpr UINT COMMIT = SNMP_EXTENSION_SET_COMMIT;
-constexpr UINT UNDO = SNMP_EXTENSION_SET_UNDO;
-constexpr UINT CLEANUP = SNMP_EXTENSION_SET_CLEANUP;
-const Arcs kThreshold = P({600, 40, 1, 7, 1});
-
-INSTANTIATE_TEST_SUITE_P(
-    Requests, Sets,
-    ::testing::Values(
-        SetCase{"ThresholdWrongTypeSetsDisabled", kThreshold, S, false, TEST, 4, "none"},
-        SetCase{"ThresholdWrongTypeSetsEnabled", kThreshold, S, true, TEST, 3, "none"},
-        SetCase{"ThresholdTestSetsEnabled", kThreshold, I, true, TEST, 0, "none"},
-        SetCase{"ThresholdCommitSetsDisabled", kThreshold, I, false, COMMIT, 4, "none"},
-        SetCase{"ThresholdCommitSetsEnabled", kThreshold, I, true, COMMIT, 0, "readback e13 a143 i0"},
-        SetCase{"VoltageThresholdCommit", P({400, 30, 1, 12, 2}), I, true, COMMIT, 0, "readback e6 a65 i1"},
-        SetCase{"ThresholdUndo", kThreshold, I, true, UNDO, 0, "none"},
-        SetCase{"ThresholdCleanup", kThreshold, S, false, CLEANUP, 0, "none"},
-        SetCase{"ReadOnlyInteger", P({600, 40, 1, 5, 1}), I, true, TEST, 4, "none"},
-        SetCase{"ReadOnlyScalarInteger", P({100, 3, 0}), I, true, COMMIT, 4, "none"},
-        SetCase{"ReadOnlyString", P({100, 2, 0}), S, true, TEST, 4, "none"},
-        SetCase{"IndexColumn", P({600, 40, 1, 1, 1}), I, true, COMMIT, 4, "none"},
-        SetCase{"ColumnWithoutInstance", P({600, 40, 1, 7}), I, true, TEST, 2, "none"},
-        SetCase{"EmptyTable", P({700, 10, 1, 1, 1}), I, true, TEST, 2, "none"}),
-    [](const ::testing::TestParamInfo<SetCase>& info) { return std::string(info.param.name); });
 
 TEST_F(RequestTest, ACommitReportsTheReadBackNotTheSet) {
     script().setsEnabled = true;
     script().tracePath = scratchPath("trace.log");
     openDebugLog(script().tracePath.c_str(), 10);
-    Bindings bindings({kThreshold});
+    Bindings bindings({P({600, 40, 1, 7, 1})});
     bindings.setInteger(0, 77);
-
     script().setStatus = CLIENT_ERROR_NOTSUPPORTED;
-    EXPECT_EQ(query(SNMP_EXTENSION_SET_COMMIT, bindings).status, 0);
+    EXPECT_EQ(query(COMMIT, bindings).status, 0);
     ASSERT_GE(script().calls.size(), 2u);
-    const FakeScript::Call& set = script().calls[script().calls.size() - 2];
-    EXPECT_EQ(set.op, "set");
-    EXPECT_EQ(set.value, 77);
-
+    EXPECT_EQ(script().calls[script().calls.size() - 2], "set e13 a143 i0 =77");
     script().setStatus = CLIENT_SUCCESS;
     script().readBackStatus = CLIENT_ERROR_NOELEMENT;
-    EXPECT_EQ(query(SNMP_EXTENSION_SET_COMMIT, bindings).status, SNMP_ERRORSTATUS_GENERR);
-
-    const std::string log = closeAndReadTrace();
-    EXPECT_TRUE(traced(log, "Calling SetFunc for SensorCode:13 MibVarCode:143 index:0 value:77\n"));
-    EXPECT_TRUE(traced(log, "After set status:4\n"));
-    EXPECT_TRUE(traced(log, "AFter set value is:143000\n"));
-    EXPECT_TRUE(traced(log, "After set status:0\n"));
-    EXPECT_TRUE(traced(log, "AFter set value is:77\n"));
-    EXPECT_TRUE(traced(log, "oops...didn't get CLIENT_SUCCESS\n"));
+    EXPECT_EQ(query(COMMIT, bindings).status, SNMP_ERRORSTATUS_GENERR);
+    EXPECT_TRUE(tracedAll(closeAndReadTrace(),
+                          {"Calling SetFunc for SensorCode:13 MibVarCode:143 index:0 value:77\n",
+                           "After set status:4\n", "AFter set value is:143000\n", "After set status:0\n",
+                           "AFter set value is:77\n", "oops...didn't get CLIENT_SUCCESS\n"}));
 }
 
 // The handlers on their own: index columns and strings refuse every SET phase,
@@ -333,73 +277,46 @@ TEST_F(RequestTest, ResolutionAndHandlersTraceTheirSteps) {
     openDebugLog(script().tracePath.c_str(), 10);
     script().failingAttributes[139] = CLIENT_ERROR_NOELEMENT;
     script().nullTextAttributes[10] = true;
-    Bindings next({kEnterprise});
-    query(SNMP_EXTENSION_GET_NEXT, next);
-    Bindings gets({P({600, 40, 1, 5, 2}), P({100, 2, 0}), P({100, 10, 0})});
-    query(SNMP_EXTENSION_GET, gets);
-    Bindings top({P({300, 10, 1, 1, 1})});
-    query(SNMP_EXTENSION_GET, top);
-    Bindings failing({P({600, 40, 1, 3, 1})});
-    query(SNMP_EXTENSION_GET, failing);
-    Bindings last({P({600, 40, 1, 15, 3})});
-    query(SNMP_EXTENSION_GET_NEXT, last);
-    Bindings set({P({100, 1, 0})});
-    set.setInteger(0, 1);
-    query(SNMP_EXTENSION_SET_TEST, set);
-
-    const std::string log = closeAndReadTrace();
-    for (const char* line : {
-             "Setting new varBind name to 1.3.6.1.4.1.64999.2.10.3.5.100.1.0\n",
-             "Printing MIB_VAR_TYPE \n",
-             "HMAttribute=141 \n",
-             "HMEntity=13 \n",
-             "SubTreeIndex=12 \n",
-             "asnType=2 \n",
-             "Oid=1.5.2 \n",
-             "UseLiveData=1 \n",
-             "Found varbind match\n",
-             "Calling GetFunc for SensorCode:13 MibVarCode:141 index:1\n",
-             "ProcessStringFunc Calling GetFunc for SensorCode:1 MibVarCode:2 index:1\n",
-             "string got assigned:sinfo:e1:a2:i1:\n",
-             "string got NULL\n",
-             "OOPS..didn't get CLIENT_SUCCESS\n",
-             "Leaving ProcessLeafNode status:0\n",
-             "Leaving ProcessLeafNode status:5\n",
-             "Starting search at the top\n",
-             "no such name found\n",
-             "we searched to the bottom of the mib\n",
-             "Leaving ProcessLeafNode status:2\n",
-             "no access\n",
-             "Leaving ProcessLeafNode status:4\n",
-         })
-        EXPECT_TRUE(traced(log, line)) << line;
-}
-
-TEST_F(RequestTest, EmptyOrMissingListsAreAnsweredWithoutTouchingTheOutputs) {
-    Bindings empty({});
-    Answer a = query(SNMP_EXTENSION_GET, empty);
-    EXPECT_EQ(a.status, -1);
-    EXPECT_EQ(a.index, -1);
-
-    SnmpVarBindList broken{nullptr, 3};
-    AsnInteger32 status = -1;
-    AsnInteger32 index = -1;
-    EXPECT_TRUE(SnmpExtensionQueryEx(SNMP_EXTENSION_GET, 0, &broken, nullptr, &status, &index));
-    EXPECT_TRUE(SnmpExtensionQueryEx(SNMP_EXTENSION_GET, 0, nullptr, nullptr, &status, &index));
-    EXPECT_EQ(status, -1);
-    EXPECT_EQ(index, -1);
-}
-
-TEST_F(RequestTest, ANameWithoutArcsButWithALengthIsNoSuchName) {
-    SnmpVarBind binding{};
-    binding.name = AsnObjectIdentifier{4, nullptr};
-    binding.value.asnType = ASN_NULL;
-    SnmpVarBindList list{&binding, 1};
-    AsnInteger32 status = -1;
-    AsnInteger32 index = -1;
-    EXPECT_TRUE(SnmpExtensionQueryEx(SNMP_EXTENSION_GET, 0, &list, nullptr, &status, &index));
-    EXPECT_EQ(status, SNMP_ERRORSTATUS_NOSUCHNAME);
-    EXPECT_EQ(index, 1);
+    const struct {
+        UINT type;
+        std::vector<Arcs> names;
+    } requests[] = {
+        {NEXT, {kEnterprise}},
+        {GET, {P({600, 40, 1, 5, 2}), P({100, 2, 0}), P({100, 10, 0})}},
+        {GET, {P({300, 10, 1, 1, 1})}},
+        {GET, {P({600, 40, 1, 3, 1})}},
+        {NEXT, {P({600, 40, 1, 15, 3})}},
+        {TEST, {P({100, 1, 0})}},
+    };
+    for (const auto& request : requests) {
+        Bindings bindings(request.names);
+        if (request.type == TEST)
+            bindings.setInteger(0, 1);
+        query(request.type, bindings);
+    }
+    EXPECT_TRUE(tracedAll(closeAndReadTrace(),
+                          {"Setting new varBind name to 1.3.6.1.4.1.64999.2.10.3.5.100.1.0\n",
+                           "Printing MIB_VAR_TYPE \n",
+                           "HMAttribute=141 \n",
+                           "HMEntity=13 \n",
+                           "SubTreeIndex=12 \n",
+                           "asnType=2 \n",
+                           "Oid=1.5.2 \n",
+                           "UseLiveData=1 \n",
+                           "Found varbind match\n",
+                           "Calling GetFunc for SensorCode:13 MibVarCode:141 index:1\n",
+                           "ProcessStringFunc Calling GetFunc for SensorCode:1 MibVarCode:2 index:1\n",
+                           "string got assigned:sinfo:e1:a2:i1:\n",
+                           "string got NULL\n",
+                           "OOPS..didn't get CLIENT_SUCCESS\n",
+                           "Leaving ProcessLeafNode status:0\n",
+                           "Leaving ProcessLeafNode status:5\n",
+                           "Starting search at the top\n",
+                           "no such name found\n",
+                           "we searched to the bottom of the mib\n",
+                           "Leaving ProcessLeafNode status:2\n",
+                           "no access\n",
+                           "Leaving ProcessLeafNode status:4\n"}));
 }
 
 TEST_F(RequestTest, AHundredThousandMixedRequestsKeepNoMemory) {
@@ -409,10 +326,12 @@ TEST_F(RequestTest, AHundredThousandMixedRequestsKeepNoMemory) {
     Bindings missing({P({600, 40, 1, 5, 9})});
     int wraps = 0;
     for (int n = 0; n < 100000; ++n) {
-        switch (n % 4) {
-        case 0:
-        case 1: {
-            ASSERT_EQ(query(SNMP_EXTENSION_GET_NEXT, walk).status, 0);
+        if (n % 4 == 2) {
+            ASSERT_EQ(query(GET, gets).status, 0);
+        } else if (n % 4 == 3) {
+            ASSERT_EQ(query(GET, missing).status, SNMP_ERRORSTATUS_NOSUCHNAME);
+        } else {
+            ASSERT_EQ(query(NEXT, walk).status, 0);
             if (walk.name(0) == kEndOfView) {
                 ++wraps;
                 Arcs start = kEnterprise;
@@ -420,13 +339,6 @@ TEST_F(RequestTest, AHundredThousandMixedRequestsKeepNoMemory) {
                 SnmpUtilOidFree(&walk[0].name);
                 SnmpUtilOidCpy(&walk[0].name, &oid);
             }
-            break;
-        }
-        case 2:
-            ASSERT_EQ(query(SNMP_EXTENSION_GET, gets).status, 0);
-            break;
-        default:
-            ASSERT_EQ(query(SNMP_EXTENSION_GET, missing).status, SNMP_ERRORSTATUS_NOSUCHNAME);
         }
     }
     // 50,000 steps over a view of 10 + 15 + 30 + 45 variables and its end.

@@ -9,7 +9,7 @@
 
 namespace {
 
-TEST(CString, EmptyTextHoldsNoBuffer) {
+TEST(CString, EmptyTextHoldsNoBufferAndNarrowTextIsWidened) {
     const CString none;
     const CString fromNull(static_cast<const char*>(nullptr));
     const CString fromEmpty("");
@@ -19,30 +19,22 @@ TEST(CString, EmptyTextHoldsNoBuffer) {
         EXPECT_EQ(s->GetLength(), 0u);
         EXPECT_TRUE(s->IsEmpty());
     }
-}
-
-TEST(CString, NarrowTextIsWidenedByteByByteZeroExtended) {
+    // Narrow text is widened byte by byte, zero-extended.
     const char narrow[] = {'T', 'e', 'm', 'p', '\xB0', 'C', '\xFF', '\0'};
     const CString s(narrow);
     ASSERT_EQ(s.GetLength(), 7u);
-    const char16_t expected[] = {u'T', u'e', u'm', u'p', 0x00B0, u'C', 0x00FF, 0};
-    for (size_t i = 0; i < 8; ++i) {
-        EXPECT_EQ(s.GetBuffer()[i], expected[i]) << i;
-    }
+    EXPECT_EQ(std::u16string(s.GetBuffer(), 8), std::u16string(u"Temp\u00B0C\u00FF", 8));
     EXPECT_TRUE(s.Equals(narrow));
     EXPECT_FALSE(s.Equals("Temp"));
     EXPECT_FALSE(CString("READING_UNAVAILABLE").Equals("READING_UNAVAILABLe"));
 }
 
-TEST(CString, NarrowingKeepsTheLowByteOfEachCharacter) {
+TEST(CString, NarrowingKeepsTheLowByteOfEachCharacterWithinItsBounds) {
     const char16_t wide[] = {u'A', 0x0142, 0x20AC, u'z', 0};
-    const CString s(wide);
     char out[8];
-    EXPECT_EQ(s.Narrow(out, sizeof(out), 100), 4u);
+    EXPECT_EQ(CString(wide).Narrow(out, sizeof(out), 100), 4u);
     EXPECT_EQ(std::string(out), std::string("A\x42\xACz"));
-}
-
-TEST(CString, NarrowingIsBoundedByCountAndBuffer) {
+    // Bounded by the count and by the buffer.
     const CString s(std::string(300, 'd').c_str());
     char big[1024];
     EXPECT_EQ(s.Narrow(big, sizeof(big), 128), 128u);
@@ -54,16 +46,12 @@ TEST(CString, NarrowingIsBoundedByCountAndBuffer) {
     EXPECT_EQ(s.Narrow(one, sizeof(one), 128), 0u);
     EXPECT_EQ(one[0], '\0');
     EXPECT_EQ(s.Narrow(nullptr, 5, 5), 0u);
-}
-
-TEST(CString, LogNarrowingTakesAtMost127Characters) {
+    // For the trace: at most 127 characters.
     char buffer[CString::kLogBufferSize];
-    const CString longText(std::string(200, 'n').c_str());
-    EXPECT_EQ(std::string(longText.NarrowForLog(buffer)), std::string(127, 'n'));
-    const CString shortText("Fan 1");
-    EXPECT_STREQ(shortText.NarrowForLog(buffer), "Fan 1");
-    const CString empty;
-    EXPECT_STREQ(empty.NarrowForLog(buffer), "");
+    EXPECT_EQ(std::string(CString(std::string(200, 'n').c_str()).NarrowForLog(buffer)),
+              std::string(127, 'n'));
+    EXPECT_STREQ(CString("Fan 1").NarrowForLog(buffer), "Fan 1");
+    EXPECT_STREQ(CString().NarrowForLog(buffer), "");
 }
 
 TEST(CString, CopiesAreDeepAndMovesTransferOwnership) {

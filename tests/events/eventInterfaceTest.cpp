@@ -1,8 +1,4 @@
 // The event interface and the clones that turn decoded events into queued records.
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <string>
 
 #include "agent/agentApi.h"
 #include "core/hmClientApi.h"
@@ -18,8 +14,6 @@ protected:
     // The sink the front end installs at start-up.
     void SetUp() override { setEventSink({&addEvent, &AssertTrap, &IsInitDone}); }
 
-    std::string trace() { return m_trace.text(); }
-
     CEventWrapper wrapper(int32_t deviceId, const char* description, const char* status) {
         CEventWrapper w;
         w.SetAsserted(true);
@@ -30,6 +24,8 @@ protected:
         w.setSensorType("Temperature");
         return w;
     }
+
+    std::string trace() { return m_trace.text(); }
 
     ScopedTrace m_trace;
     FakeClient client;
@@ -55,25 +51,23 @@ TEST_F(EventCloneTest, ClonesFindTheDeviceRowInTheirOwnTables) {
         int32_t device;
         int32_t instance;
         const char* name;
-    } rows[] = {
-        {2, 5, 0, ""},
-        {3, 5, 0, ""},
-        {9, 5, 0, ""},
-        {11, 5, 0, ""},
-        {4, 5, 12, "row of entity 11"},
-        {4, 6, 4, "Fan Redundancy"},
-        {5, 5, 11, "row of entity 10"},
-        {5, 6, 4, "Fan Redundancy"},
-        {8, 5, 10, "row of entity 9"},
-        {10, 5, 6, "row of entity 5"},
-        {12, 5, 4, "row of entity 3"},
-        {14, 5, 14, "row of entity 13"},
-        {14, 6, 0, ""},
-        {14, 7, 9, ""},
-        {15, 5, 7, "row of entity 6"},
-        {15, 6, 2, "VBAT status"},
-        {19, 5, 15, "row of entity 14"},
-    };
+    } rows[] = {{2, 5, 0, ""},
+                {3, 5, 0, ""},
+                {9, 5, 0, ""},
+                {11, 5, 0, ""},
+                {4, 5, 12, "row of entity 11"},
+                {4, 6, 4, "Fan Redundancy"},
+                {5, 5, 11, "row of entity 10"},
+                {5, 6, 4, "Fan Redundancy"},
+                {8, 5, 10, "row of entity 9"},
+                {10, 5, 6, "row of entity 5"},
+                {12, 5, 4, "row of entity 3"},
+                {14, 5, 14, "row of entity 13"},
+                {14, 6, 0, ""},
+                {14, 7, 9, ""},
+                {15, 5, 7, "row of entity 6"},
+                {15, 6, 2, "VBAT status"},
+                {19, 5, 15, "row of entity 14"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.type) + "/" + std::to_string(row.device));
         client.added.clear();

@@ -2,6 +2,7 @@
 // and the status and description rules of threshold events.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstring>
 #include <string>
 
@@ -10,26 +11,15 @@
 
 namespace {
 
-struct Fields {
-    uint16_t recordId;
-    uint8_t recordType;
-    int64_t timeStamp;
-    uint16_t generator;
-    uint8_t revision, sensorType, sensorNumber, dirType, data1, data2, data3;
-};
+// Record ID, record type, time stamp, generator, revision, sensor type and number,
+// event direction and type, event data 1 to 3.
+using Fields = std::array<int64_t, 11>;
 
-void expectFields(const SelRecord& r, const Fields& f) {
-    EXPECT_EQ(static_cast<int64_t>(r.usRecordID), static_cast<int64_t>(f.recordId));
-    EXPECT_EQ(static_cast<int64_t>(r.ucRecordType), static_cast<int64_t>(f.recordType));
-    EXPECT_EQ(static_cast<int64_t>(r.llTimeStamp), static_cast<int64_t>(f.timeStamp));
-    EXPECT_EQ(static_cast<int64_t>(r.usGeneratorID), static_cast<int64_t>(f.generator));
-    EXPECT_EQ(static_cast<int64_t>(r.ucEvMRevision), static_cast<int64_t>(f.revision));
-    EXPECT_EQ(static_cast<int64_t>(r.ucSensorType), static_cast<int64_t>(f.sensorType));
-    EXPECT_EQ(static_cast<int64_t>(r.ucSensorNumber), static_cast<int64_t>(f.sensorNumber));
-    EXPECT_EQ(static_cast<int64_t>(r.ucEventDirType), static_cast<int64_t>(f.dirType));
-    EXPECT_EQ(static_cast<int64_t>(r.ucEventData1), static_cast<int64_t>(f.data1));
-    EXPECT_EQ(static_cast<int64_t>(r.ucEventData2), static_cast<int64_t>(f.data2));
-    EXPECT_EQ(static_cast<int64_t>(r.ucEventData3), static_cast<int64_t>(f.data3));
+Fields fieldsOf(const SelRecord& r) {
+    return {r.usRecordID,     r.ucRecordType,   static_cast<int64_t>(r.llTimeStamp),
+            r.usGeneratorID,  r.ucEvMRevision,  r.ucSensorType,
+            r.ucSensorNumber, r.ucEventDirType, r.ucEventData1,
+            r.ucEventData2,   r.ucEventData3};
 }
 
 // Sixteen meaningful tokens followed by 24 more.
@@ -69,9 +59,9 @@ TEST(SelDecode, RawTextBecomesTheRecordFields) {
         std::strcpy(record.stDescription, "kept");
         int32_t last = kSelLastEntry;
         decodeSelEntry(row.text.c_str(), record, last);
-        expectFields(record, row.fields);
+        EXPECT_EQ(fieldsOf(record), row.fields);
         EXPECT_STREQ(record.stDescription, "kept");
-        EXPECT_EQ(last, row.fields.recordId);
+        EXPECT_EQ(last, row.fields[0]);
     }
 }
 

@@ -15,6 +15,7 @@
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
+#include "support/files.h"
 #include "support/oids.h"
 
 struct Binding {
@@ -28,10 +29,8 @@ struct Trap {
     std::string enterprise;
     AsnInteger32 specific;
     std::vector<Binding> bindings;
-    // The event OID: the enterprise with the specific number as its last arc.
-    std::string eventOid;
-    // What processEvent returned and set, for traps taken from the event handler.
-    uint32_t status = 0;
+    std::string eventOid; // the enterprise with the specific number as its last arc
+    uint32_t status = 0;  // what processEvent returned and set, for the event handler's traps
     int32_t flag = 0;
 };
 
@@ -41,44 +40,34 @@ inline Trap takeBuilt(AsnObjectIdentifier& enterprise, AsnInteger32 specific, Sn
     for (UINT i = 0; i < list.len; ++i) {
         const SnmpVarBind& vb = list.list[i];
         Binding b{dotted(vb.name), vb.value.asnType, "", 0};
-        if (vb.value.asnType == ASN_OCTETSTRING) {
+        if (vb.value.asnType == ASN_OCTETSTRING)
             b.text.assign(reinterpret_cast<const char*>(vb.value.asnValue.string.stream),
                           vb.value.asnValue.string.length);
-        } else {
+        else
             b.number = vb.value.asnValue.number;
-        }
         trap.bindings.push_back(b);
     }
-    if (list.list != nullptr) {
+    if (list.list != nullptr)
         SnmpUtilVarBindListFree(&list);
-    }
-    if (enterprise.ids != nullptr) {
+    if (enterprise.ids != nullptr)
         SnmpUtilOidFree(&enterprise);
-    }
     return trap;
 }
 
-// One call of SnmpExtensionTrap; false when it produced no trap.
-inline bool takeTrap(Trap& trap) {
-    AsnObjectIdentifier enterprise = {0, nullptr};
-    AsnInteger32 generic = -1, specific = -1;
-    AsnTimeticks stamp = 0;
-    SnmpVarBindList list = {nullptr, 0};
-    const BOOL produced = SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list);
-    trap = takeBuilt(enterprise, specific, list);
-    if (!produced) {
-        return false;
-    }
-    EXPECT_EQ(generic, 6);
-    trap.eventOid = trap.enterprise + "." + std::to_string(specific);
-    return true;
-}
-
-// Every trap the agent has queued, as the SNMP service collects them.
+// Every trap the agent has queued, as the SNMP service collects them with SnmpExtensionTrap.
 inline std::vector<Trap> collectTraps() {
     std::vector<Trap> traps;
-    Trap trap;
-    while (traps.size() < 100000 && takeTrap(trap)) {
+    while (traps.size() < 100000) {
+        AsnObjectIdentifier enterprise = {0, nullptr};
+        AsnInteger32 generic = -1, specific = -1;
+        AsnTimeticks stamp = 0;
+        SnmpVarBindList list = {nullptr, 0};
+        const BOOL produced = SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list);
+        Trap trap = takeBuilt(enterprise, specific, list);
+        if (!produced)
+            break;
+        EXPECT_EQ(generic, 6);
+        trap.eventOid = trap.enterprise + "." + std::to_string(specific);
         traps.push_back(trap);
     }
     return traps;
@@ -96,27 +85,27 @@ struct TrapShape {
     int32_t deviceId;
 };
 
+inline void expectBinding(const Binding& b, const std::string& name, BYTE type) {
+    EXPECT_EQ(b.name, name);
+    EXPECT_EQ(b.type, type);
+}
+
 inline void expectTrap(const Trap& trap, const TrapShape& s) {
     EXPECT_EQ(trap.eventOid, kP + ".1000." + s.family + "." + std::to_string(s.specific));
     ASSERT_EQ(trap.bindings.size(), s.table == nullptr ? 2u : 4u);
-    EXPECT_EQ(trap.bindings[0].name, kP + ".1000.10.1");
-    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
+    expectBinding(trap.bindings[0], kP + ".1000.10.1", ASN_OCTETSTRING);
     EXPECT_EQ(trap.bindings[0].text, s.description);
-    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
     EXPECT_EQ(trap.bindings[1].number, s.severity);
     if (s.table == nullptr) {
-        EXPECT_EQ(trap.bindings[1].name, kP + ".1000.10.2");
+        expectBinding(trap.bindings[1], kP + ".1000.10.2", ASN_INTEGER);
         return;
     }
     const bool fixed = s.table[0] == '\0';
-    const std::string column = kP + "." + s.table + ".1.";
-    const std::string instance = "." + std::to_string(s.instance);
-    EXPECT_EQ(trap.bindings[1].name, fixed ? kP + ".1000.10.2" : column + "5" + instance);
-    EXPECT_EQ(trap.bindings[2].name, fixed ? kP + ".1000.10.3" : column + "3" + instance);
-    EXPECT_EQ(trap.bindings[2].type, ASN_OCTETSTRING);
+    const std::string column = kP + "." + s.table + ".1.", instance = "." + std::to_string(s.instance);
+    expectBinding(trap.bindings[1], fixed ? kP + ".1000.10.2" : column + "5" + instance, ASN_INTEGER);
+    expectBinding(trap.bindings[2], fixed ? kP + ".1000.10.3" : column + "3" + instance, ASN_OCTETSTRING);
     EXPECT_EQ(trap.bindings[2].text, s.deviceDesc);
-    EXPECT_EQ(trap.bindings[3].name, fixed ? kP + ".1000.10.4" : column + "2" + instance);
-    EXPECT_EQ(trap.bindings[3].type, ASN_INTEGER);
+    expectBinding(trap.bindings[3], fixed ? kP + ".1000.10.4" : column + "2" + instance, ASN_INTEGER);
     EXPECT_EQ(trap.bindings[3].number, s.deviceId);
 }
 
@@ -124,30 +113,25 @@ inline void expectTrap(const Trap& trap, const TrapShape& s) {
 inline void expectHealthTrap(const Trap& trap, int32_t health, const char* change) {
     EXPECT_EQ(trap.eventOid, kP + ".1000.20." + std::to_string(health));
     ASSERT_EQ(trap.bindings.size(), 2u);
-    EXPECT_EQ(trap.bindings[0].name, kP + ".1000.10.1");
-    EXPECT_EQ(trap.bindings[0].type, ASN_OCTETSTRING);
+    expectBinding(trap.bindings[0], kP + ".1000.10.1", ASN_OCTETSTRING);
     if (change != nullptr) {
         EXPECT_EQ(trap.bindings[0].text, std::string("System health was changed from ") + change + ".");
     }
-    EXPECT_EQ(trap.bindings[1].name, kP + ".100.1.0");
-    EXPECT_EQ(trap.bindings[1].type, ASN_INTEGER);
+    expectBinding(trap.bindings[1], kP + ".100.1.0", ASN_INTEGER);
     EXPECT_EQ(trap.bindings[1].number, health);
 }
 
-// A scratch file opened as the agent's trace (unless told otherwise) for the life of
-// the object.
+// A scratch file opened as the agent's trace (unless told otherwise) for the life of the object.
 class ScopedTrace {
 public:
     explicit ScopedTrace(bool open = true) {
         char path[] = "/tmp/hm-events-trace-XXXXXX";
         const int fd = mkstemp(path);
-        if (fd >= 0) {
+        if (fd >= 0)
             close(fd);
-        }
         m_path = path;
-        if (open) {
+        if (open)
             openDebugLog(m_path.c_str(), 1);
-        }
     }
     ~ScopedTrace() {
         closeDebugLog();
@@ -172,9 +156,15 @@ inline void recordRetrySleep(DWORD ms) {
 
 // The poller thread started with the agent waits here for ever: the tests poll.
 inline void parkPoller(DWORD) {
-    for (;;) {
+    for (;;)
         std::this_thread::sleep_for(std::chrono::hours(1));
-    }
+}
+
+inline size_t occurrences(const std::string& text, const std::string& piece) {
+    size_t n = 0;
+    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
+        ++n;
+    return n;
 }
 
 #endif

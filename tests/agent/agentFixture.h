@@ -1,7 +1,7 @@
-// A scripted client facade installed through the facade's test seam, and the test
-// fixture that starts the agent against it.
-#ifndef HM_TESTS_AGENT_FAKECLIENT_H
-#define HM_TESTS_AGENT_FAKECLIENT_H
+// A scripted client facade (the shared fake, answering from a script) installed through
+// the facade's test seam, and the test fixture that starts the agent against it.
+#ifndef HM_TESTS_AGENT_AGENTFIXTURE_H
+#define HM_TESTS_AGENT_AGENTFIXTURE_H
 
 #include "agentTestSupport.h"
 
@@ -19,25 +19,13 @@ struct FakeScript {
     uint32_t initStatus = CLIENT_SUCCESS;
     bool setsEnabled = false;
     std::string tracePath; // opened by init, as the configuration's debugenabled does
-    // Getter failures and null texts, by attribute code.
-    std::map<uint32_t, uint32_t> failingAttributes;
-    std::map<uint32_t, bool> nullTextAttributes;
-    uint32_t setStatus = CLIENT_SUCCESS;
-    uint32_t readBackStatus = CLIENT_SUCCESS;
-    // Trap production.
-    uint32_t eventStatus = CLIENT_SUCCESS;
+    std::map<uint32_t, uint32_t> failingAttributes; // getter failures by attribute code
+    std::map<uint32_t, bool> nullTextAttributes;    // texts handed out as null
+    uint32_t setStatus = CLIENT_SUCCESS, readBackStatus = CLIENT_SUCCESS, eventStatus = CLIENT_SUCCESS;
     int32_t trapToSend = 1;
     Arcs eventOid;
-
-    struct Call {
-        std::string op;
-        uint32_t entity;
-        uint32_t attribute;
-        uint32_t index;
-        int32_t value;
-    };
     bool record = true;
-    std::vector<Call> calls;
+    std::vector<std::string> calls;                           // "op eENTITY aATTRIBUTE iINDEX"
     std::map<std::pair<uint32_t, uint32_t>, int32_t> written; // (attribute, index) -> value
     int releaseCount = 0;
 };
@@ -47,12 +35,8 @@ inline FakeScript& script() {
     return s;
 }
 
-// Integer values are attribute * 1000 + index, so a test can tell which row was read.
-inline int32_t fakeInt(uint32_t attribute, uint32_t index) {
-    return static_cast<int32_t>(attribute * 1000 + index);
-}
-
-// The shared fake facade, scripted: answers and records of its own.
+// Integer values are attribute * 1000 + index, so a test can tell which row was read;
+// texts are "op:eENTITY:aATTRIBUTE:iINDEX".
 class ScriptedClient : public ::FakeClient {
 public:
     uint32_t init() override {
@@ -62,21 +46,24 @@ public:
     }
     void releaseTables() override { ++script().releaseCount; }
     uint32_t getIntInfo(uint32_t e, uint32_t a, uint32_t i, int32_t* v) override {
-        return readInt("info", e, a, i, v);
+        return read("info", e, a, i, v);
     }
     uint32_t getIntData(uint32_t e, uint32_t a, uint32_t i, int32_t* v) override {
-        if (script().record && !script().calls.empty() && script().calls.back().op == "set")
-            return readBack(e, a, i, v);
-        return readInt("data", e, a, i, v);
+        if (script().calls.empty() || script().calls.back().rfind("set ", 0) != 0)
+            return read("data", e, a, i, v);
+        note("readback", e, a, i);
+        auto it = script().written.find({a, i});
+        *v = it == script().written.end() ? static_cast<int32_t>(a * 1000 + i) : it->second;
+        return script().readBackStatus;
     }
     uint32_t getStrInfo(uint32_t e, uint32_t a, uint32_t i, char** v) override {
-        return readStr("sinfo", e, a, i, v);
+        return text("sinfo", e, a, i, v);
     }
     uint32_t getStrData(uint32_t e, uint32_t a, uint32_t i, char** v) override {
-        return readStr("sdata", e, a, i, v);
+        return text("sdata", e, a, i, v);
     }
     uint32_t setIntData(uint32_t e, uint32_t a, uint32_t i, int32_t v) override {
-        note("set", e, a, i, v);
+        note("set", e, a, i, " =" + std::to_string(v));
         if (script().setStatus == CLIENT_SUCCESS)
             script().written[{a, i}] = v;
         return script().setStatus;
@@ -103,57 +90,43 @@ public:
         }
         return CLIENT_SUCCESS;
     }
-    // Events from the running poller thread are dropped, not recorded.
-    void addEvent(eventData) override {}
+    void addEvent(eventData) override {} // events from the running poller thread are dropped
     void setHealthstatus(int32_t) override {}
     bool isDebugEnabled() override { return false; }
     bool isSetsEnabled() override { return script().setsEnabled; }
 
 private:
-    static void note(const char* op, uint32_t e, uint32_t a, uint32_t i, int32_t v) {
+    static void note(const char* op, uint32_t e, uint32_t a, uint32_t i, const std::string& more = "") {
         if (script().record)
-            script().calls.push_back({op, e, a, i, v});
+            script().calls.push_back(std::string(op) + " e" + std::to_string(e) + " a" + std::to_string(a) +
+                                     " i" + std::to_string(i) + more);
     }
-    static uint32_t failure(uint32_t a) {
-        auto it = script().failingAttributes.find(a);
-        return it == script().failingAttributes.end() ? CLIENT_SUCCESS : it->second;
-    }
-    static uint32_t readInt(const char* op, uint32_t e, uint32_t a, uint32_t i, int32_t* v) {
-        note(op, e, a, i, 0);
-        if (uint32_t status = failure(a))
-            return status;
-        *v = fakeInt(a, i);
+    static uint32_t read(const char* op, uint32_t e, uint32_t a, uint32_t i, int32_t* v) {
+        note(op, e, a, i);
+        auto failing = script().failingAttributes.find(a);
+        if (failing != script().failingAttributes.end())
+            return failing->second;
+        *v = static_cast<int32_t>(a * 1000 + i);
         return CLIENT_SUCCESS;
     }
-    static uint32_t readBack(uint32_t e, uint32_t a, uint32_t i, int32_t* v) {
-        note("readback", e, a, i, 0);
-        auto it = script().written.find({a, i});
-        *v = it == script().written.end() ? fakeInt(a, i) : it->second;
-        return script().readBackStatus;
-    }
-    static uint32_t readStr(const char* op, uint32_t e, uint32_t a, uint32_t i, char** v) {
-        note(op, e, a, i, 0);
-        if (uint32_t status = failure(a))
+    static uint32_t text(const char* op, uint32_t e, uint32_t a, uint32_t i, char** v) {
+        int32_t unused = 0;
+        if (uint32_t status = read(op, e, a, i, &unused))
             return status;
         if (script().nullTextAttributes.count(a))
             return CLIENT_SUCCESS;
-        char* text = static_cast<char*>(calloc(1, 128));
-        snprintf(text, 128, "%s:e%u:a%u:i%u", op, e, a, i);
-        *v = text;
+        *v = static_cast<char*>(calloc(1, 128));
+        snprintf(*v, 128, "%s:e%u:a%u:i%u", op, e, a, i);
         return CLIENT_SUCCESS;
     }
 };
-
-inline subagentBase* makeFakeClient() {
-    return new ScriptedClient();
-}
 
 // Runs the entry points against the scripted facade.
 class AgentTest : public ::testing::Test {
 protected:
     void SetUp() override {
         script() = FakeScript{};
-        setClientFactory(makeFakeClient);
+        setClientFactory([]() -> subagentBase* { return new ScriptedClient(); });
     }
     void TearDown() override {
         if (m_started)
@@ -194,6 +167,14 @@ protected:
         SnmpExtensionClose();
         m_started = false;
         return readFile(script().tracePath);
+    }
+    // True when every message is in the trace.
+    static ::testing::AssertionResult tracedAll(const std::string& log,
+                                                const std::vector<std::string>& messages) {
+        for (const std::string& message : messages)
+            if (!traced(log, message))
+                return ::testing::AssertionFailure() << "not traced: " << message;
+        return ::testing::AssertionSuccess();
     }
 
     bool m_started = false;
