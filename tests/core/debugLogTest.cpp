@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
-#include "coreTestSupport.h"
+#include "support/files.h"
 
 namespace {
 
 using hmtest::readFile;
-using hmtest::ScratchDir;
+using ScratchDir = hmtest::TempDir;
 using hmtest::withoutPrefixes;
 
 const char kNewLog[] = "*********** New Log ****************\n";

@@ -6,11 +6,11 @@
 #include <gtest/gtest.h>
 
 #include "core/debugLog.h"
-#include "coreTestSupport.h"
+#include "support/files.h"
 
 namespace {
 
-using hmtest::ScratchDir;
+using ScratchDir = hmtest::TempDir;
 
 // Reads `content` as the configuration file (trace closed) and returns the group.
 struct ReadConfig {
