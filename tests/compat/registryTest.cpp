@@ -19,8 +19,7 @@ const std::string kSection = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchS
 // One query: the status, type and size it gives back and the bytes it wrote.
 struct Query {
     LONG rc;
-    DWORD type;
-    DWORD size;
+    DWORD type, size;
     std::string bytes;
 };
 

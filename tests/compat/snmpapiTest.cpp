@@ -38,8 +38,7 @@ int sign(int v) {
 
 TEST(SnmpUtilOid, Compare) {
     struct Case {
-        std::vector<UINT> a;
-        std::vector<UINT> b;
+        std::vector<UINT> a, b;
         int cmp;  // SnmpUtilOidCmp sign
         UINT n;   // SnmpUtilOidNCmp limit
         int ncmp; // SnmpUtilOidNCmp sign

@@ -174,7 +174,9 @@ DWORD WINAPI waitForGate(LPVOID arg) {
     return 0;
 }
 
-TEST(Threads, HandleIsSignalledWhenTheThreadEnds) {
+// A thread's handle is signalled when it ends and stays so; closing the handle of a running
+// thread detaches it, and that thread still runs to its end.
+TEST(Threads, HandleIsSignalledAtTheEndAndClosingDetaches) {
     Gate gate;
     DWORD id = 0;
     HANDLE t = CreateThread(nullptr, 0, waitForGate, &gate, 0, &id);
@@ -182,23 +184,20 @@ TEST(Threads, HandleIsSignalledWhenTheThreadEnds) {
     EXPECT_EQ(WaitForSingleObject(t, 100), WAIT_TIMEOUT); // still running
     ASSERT_TRUE(SetEvent(gate.go));
     EXPECT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_OBJECT_0); // stays signalled
+    EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_OBJECT_0);
     EXPECT_EQ(id, gate.tid.load());
     EXPECT_NE(id, GetCurrentThreadId());
     EXPECT_EQ(GetCurrentThreadId(), static_cast<DWORD>(::syscall(SYS_gettid)));
     EXPECT_TRUE(CloseHandle(t));
-}
 
-TEST(Threads, ClosingARunningThreadDetachesIt) {
-    Gate gate;
-    HANDLE t = CreateThread(nullptr, 0, waitForGate, &gate, 0, nullptr);
-    ASSERT_NE(t, nullptr);
+    ASSERT_TRUE(ResetEvent(gate.go) && ResetEvent(gate.done));
+    ASSERT_NE(t = CreateThread(nullptr, 0, waitForGate, &gate, 0, nullptr), nullptr);
     EXPECT_TRUE(CloseHandle(t));
     SetLastError(0);
     EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_FAILED);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     ASSERT_TRUE(SetEvent(gate.go));
-    EXPECT_EQ(WaitForSingleObject(gate.done, 5000), WAIT_OBJECT_0); // the detached thread runs to its end
+    EXPECT_EQ(WaitForSingleObject(gate.done, 5000), WAIT_OBJECT_0);
 }
 
 TEST(Handles, BadAndClosedHandlesFailCleanly) {

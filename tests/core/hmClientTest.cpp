@@ -27,19 +27,12 @@ uint32_t put(int32_t* to, int32_t value) {
 }
 
 // A group whose answers are fixed by the test; records the seeding calls it receives.
-class FakeGroup : public BaseAccessor {
-public:
+struct FakeGroup : BaseAccessor {
     FakeGroup(uint32_t entity, int maxStatus, std::vector<uint32_t>* seeded)
         : m_entity(entity), m_maxStatus(maxStatus), m_seeded(seeded) {}
-    int32_t code(int attr, int index) const {
-        return static_cast<int32_t>(m_entity * 1000000 + attr * 1000 + index);
-    }
-    uint32_t getIntInfo(int attr, int index, int32_t* value) override {
-        return put(value, code(attr, index));
-    }
-    uint32_t getIntData(int attr, int index, int32_t* value) override {
-        return put(value, -code(attr, index));
-    }
+    int32_t code(int a, int i) const { return static_cast<int32_t>(m_entity * 1000000 + a * 1000 + i); }
+    uint32_t getIntInfo(int a, int i, int32_t* v) override { return put(v, code(a, i)); }
+    uint32_t getIntData(int a, int i, int32_t* v) override { return put(v, -code(a, i)); }
     uint32_t getStrInfo(int, int, char** value) override { return copyOutText(m_name.c_str(), value); }
     uint32_t getStrData(int, int, char**) override { return 77; }
     uint32_t setIntData(int, int, int32_t value) override { return static_cast<uint32_t>(value); }
@@ -55,8 +48,6 @@ public:
     void* getRow(int) override { return nullptr; }
     uint32_t allocTable(int) override { return CLIENT_SUCCESS; }
     uint32_t init() override { return CLIENT_SUCCESS; }
-
-private:
     uint32_t m_entity;
     int m_maxStatus;
     std::vector<uint32_t>* m_seeded;
