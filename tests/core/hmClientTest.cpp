@@ -88,7 +88,11 @@ protected:
     std::string trace = dir / "trace.log";
 };
 
+// A second start-up replaces the first client; the trace of the second shows every group
+// started in order and the health lists seeded.
 TEST_F(HmClientTest, StartUpRunsTheGroupsInOrderAndSeedsTheHealthLists) {
+    writeRegistry(kDataDir + "/quiet.conf");
+    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
     writeRegistry(kDataDir + "/hmsubagent.conf");
     testing::internal::CaptureStdout();
     ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
@@ -107,21 +111,14 @@ TEST_F(HmClientTest, StartUpRunsTheGroupsInOrderAndSeedsTheHealthLists) {
     ASSERT_NE(nullptr, gSubagent);
     EXPECT_NE(nullptr, gSubagent->getEventHandler());
     EXPECT_STREQ(trace.c_str(), static_cast<hmClient*>(gSubagent)->logFilePath());
-}
-
-TEST_F(HmClientTest, SystemGroupThroughTheFacade) {
-    writeRegistry(kDataDir + "/quiet.conf");
-    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
-    writeRegistry(kDataDir + "/hmsubagent.conf");
-    ASSERT_EQ(CLIENT_SUCCESS, initHMClient()); // a second start-up replaces the first client
     // Entity 1 reaches the system group (whose attributes its own tests cover).
     int32_t value = 0;
-    char* text = nullptr;
+    char* sysText = nullptr;
     EXPECT_EQ(CLIENT_SUCCESS, getIntInfo(systemManagementEntity, 3, 0, &value));
     EXPECT_EQ(42, value);
-    EXPECT_EQ(CLIENT_SUCCESS, getStrInfo(systemManagementEntity, 9, 1, &text));
-    EXPECT_STREQ("0815", text);
-    free(text);
+    EXPECT_EQ(CLIENT_SUCCESS, getStrInfo(systemManagementEntity, 9, 1, &sysText));
+    EXPECT_STREQ("0815", sysText);
+    free(sysText);
     EXPECT_TRUE(isTrapsEnabled());
     EXPECT_FALSE(isSetsEnabled());
     EXPECT_TRUE(gSubagent->isDebugEnabled());
@@ -129,30 +126,6 @@ TEST_F(HmClientTest, SystemGroupThroughTheFacade) {
     EXPECT_EQ(2, getHealthstatus());
     setHealthstatus(5);
     EXPECT_EQ(5, getHealthstatus());
-}
-
-// On a server without sensors or inventory every table is empty: each answers with its own
-// no-row code and is left out of the MIB. The chassis group is a scalar group and keeps its one row.
-TEST_F(HmClientTest, EmptyTablesAnswerTheirNoRowCode) {
-    writeRegistry(kDataDir + "/quiet.conf");
-    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
-    EXPECT_EQ(1u, getTableSize(2));
-    const uint32_t tables[][3] = {{3, 27, 22},   {4, 44, 23},   {5, 50, 24},   {6, 55, 25},
-                                  {7, 70, 26},   {8, 76, 2},    {9, 89, 2},    {10, 110, 29},
-                                  {11, 117, 30}, {12, 132, 31}, {13, 138, 32}, {14, 153, 34}};
-    for (const auto& t : tables) { // entity, attribute, no-row code
-        SCOPED_TRACE(t[0]);
-        int32_t value = 0;
-        char* text = reinterpret_cast<char*>(&value);
-        EXPECT_EQ(0u, getTableSize(t[0]));
-        EXPECT_EQ(0u, getTableStatus(t[0]));
-        EXPECT_EQ(0u, findElementById(t[0], 1));
-        EXPECT_EQ(nullptr, getElementName(t[0], 0));
-        EXPECT_EQ(t[2], getIntInfo(t[0], t[1], 0, &value));
-        EXPECT_EQ(-1, value);
-        EXPECT_EQ(t[2], getStrInfo(t[0], t[1] + 1, 0, &text));
-        EXPECT_EQ(nullptr, text);
-    }
 }
 
 // An entity without a group, every call before start-up and after the tables are released
@@ -170,7 +143,7 @@ void expectNoGroup(uint32_t entity) {
     EXPECT_EQ(nullptr, text) << entity;
 }
 
-TEST_F(HmClientTest, EntitiesWithoutAGroupAnswer8) {
+TEST_F(HmClientTest, EntitiesWithoutAGroupAnswer8AndEmptyTablesTheirNoRowCode) {
     ASSERT_EQ(nullptr, gSubagent);
     expectNoGroup(1);
     expectNoGroup(3);
@@ -187,6 +160,25 @@ TEST_F(HmClientTest, EntitiesWithoutAGroupAnswer8) {
     ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
     expectNoGroup(0);
     expectNoGroup(15);
+    // On a server without sensors or inventory every table is empty: each answers with its own
+    // no-row code and is left out of the MIB. The chassis group is a scalar group and keeps its one row.
+    EXPECT_EQ(1u, getTableSize(2));
+    const uint32_t tables[][3] = {{3, 27, 22},   {4, 44, 23},   {5, 50, 24},   {6, 55, 25},
+                                  {7, 70, 26},   {8, 76, 2},    {9, 89, 2},    {10, 110, 29},
+                                  {11, 117, 30}, {12, 132, 31}, {13, 138, 32}, {14, 153, 34}};
+    for (const auto& t : tables) { // entity, attribute, no-row code
+        SCOPED_TRACE(t[0]);
+        int32_t value = 0;
+        char* text = reinterpret_cast<char*>(&value);
+        EXPECT_EQ(0u, getTableSize(t[0]));
+        EXPECT_EQ(0u, getTableStatus(t[0]));
+        EXPECT_EQ(0u, findElementById(t[0], 1));
+        EXPECT_EQ(nullptr, getElementName(t[0], 0));
+        EXPECT_EQ(t[2], getIntInfo(t[0], t[1], 0, &value));
+        EXPECT_EQ(-1, value);
+        EXPECT_EQ(t[2], getStrInfo(t[0], t[1] + 1, 0, &text));
+        EXPECT_EQ(nullptr, text);
+    }
     releaseTables();
     releaseTables();
     EXPECT_EQ(8u, getTableSize(systemManagementEntity));
