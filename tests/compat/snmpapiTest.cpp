@@ -57,13 +57,12 @@ TEST(SnmpUtilOid, Compare) {
         {{4294967295u}, {0}, 1, 1, 1}, // arcs are unsigned
     };
     for (const Case& c : cases) {
-        Oid a(c.a);
-        Oid b(c.b);
-        EXPECT_EQ(sign(SnmpUtilOidCmp(&a.oid, &b.oid)), c.cmp)
-            << SnmpUtilOidToA(&a.oid) << " vs " << c.b.size();
+        Oid a(c.a), b(c.b);
+        SCOPED_TRACE(testing::Message()
+                     << SnmpUtilOidToA(&a.oid) << " vs " << SnmpUtilOidToA(&b.oid) << " n=" << c.n);
+        EXPECT_EQ(sign(SnmpUtilOidCmp(&a.oid, &b.oid)), c.cmp);
         EXPECT_EQ(sign(SnmpUtilOidCmp(&b.oid, &a.oid)), -c.cmp);
-        EXPECT_EQ(sign(SnmpUtilOidNCmp(&a.oid, &b.oid, c.n)), c.ncmp)
-            << SnmpUtilOidToA(&a.oid) << " n=" << c.n;
+        EXPECT_EQ(sign(SnmpUtilOidNCmp(&a.oid, &b.oid, c.n)), c.ncmp);
     }
 }
 
