@@ -24,21 +24,10 @@ protected:
     hmtest::TempDir dir;
 };
 
-TEST_F(DebugLogTest, LinesCarryTimeAndThreadPrefix) {
-    std::string path = dir / "trace.log";
-    openDebugLog(path.c_str(), 10);
-    debugLog("value %d and %s\n", 42, "text");
-    debugLog("no line end");
-    debugLog(" then the rest\n");
-    closeDebugLog();
-    const std::regex prefix(R"(\d\d:\d\d:\d\d: \()" + std::to_string(GetCurrentThreadId()) + R"(\) )");
-    EXPECT_EQ(std::string(kNewLog) + "@value 42 and text\n@no line end@ then the rest\n" + kEndLog,
-              std::regex_replace(readFile(path), prefix, "@"));
-}
-
-// Each run appends to its file; opening another file ends the first log; nothing is
-// written while the log is closed, and a second close writes no second banner.
-TEST_F(DebugLogTest, ReopeningEndsTheFirstLogAndEachRunAppends) {
+// Each line carries the time and the thread as its prefix. Each run appends to its file;
+// opening another file ends the first log; nothing is written while the log is closed, and
+// a second close writes no second banner.
+TEST_F(DebugLogTest, PrefixedLinesAppendedBetweenBanners) {
     std::string first = dir / "first.log", second = dir / "second.log";
     hmtest::writeFile(first, "earlier run\n");
     testing::internal::CaptureStdout();
@@ -46,14 +35,18 @@ TEST_F(DebugLogTest, ReopeningEndsTheFirstLogAndEachRunAppends) {
     openDebugLog(first.c_str(), 10);
     debugLog("in first\n");
     openDebugLog(second.c_str(), 10);
-    debugLog("in second\n");
+    debugLog("value %d and %s\n", 42, "text");
+    debugLog("no line end");
+    debugLog(" then the rest\n");
     closeDebugLog();
     debugLog("dropped after close\n");
     closeDebugLog();
     EXPECT_EQ("", testing::internal::GetCapturedStdout());
     EXPECT_EQ(std::string("earlier run\n") + kNewLog + "in first\n" + kEndLog,
               withoutPrefixes(readFile(first)));
-    EXPECT_EQ(std::string(kNewLog) + "in second\n" + kEndLog, withoutPrefixes(readFile(second)));
+    const std::regex prefix(R"(\d\d:\d\d:\d\d: \()" + std::to_string(GetCurrentThreadId()) + R"(\) )");
+    EXPECT_EQ(std::string(kNewLog) + "@value 42 and text\n@no line end@ then the rest\n" + kEndLog,
+              std::regex_replace(readFile(second), prefix, "@"));
 }
 
 // An unopenable path sends everything to standard output, as does no path (without the
