@@ -5,15 +5,31 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <vector>
 
 namespace {
 
 bool fdReadable(int fd) {
     pollfd p{fd, POLLIN, 0};
     return ::poll(&p, 1, 0) == 1 && (p.revents & POLLIN) != 0;
+}
+
+// Runs `count` threads of `proc` on `arg`, calls `meanwhile`, and waits for them all to end.
+void runThreads(
+    LPTHREAD_START_ROUTINE proc, void* arg, int count, const std::function<void()>& meanwhile = [] {}) {
+    std::vector<HANDLE> threads(count);
+    for (HANDLE& t : threads)
+        ASSERT_NE(t = CreateThread(nullptr, 0, proc, arg, 0, nullptr), nullptr);
+    meanwhile();
+    for (HANDLE t : threads) {
+        EXPECT_EQ(WaitForSingleObject(t, 30000), WAIT_OBJECT_0);
+        EXPECT_TRUE(CloseHandle(t));
+    }
 }
 
 struct WaitArgs {
@@ -37,15 +53,10 @@ TEST(Events, SetWakesOneWaiterOrAll) {
         WaitArgs args;
         args.handle = CreateEventA(nullptr, manual, FALSE, nullptr);
         ASSERT_NE(args.handle, nullptr);
-        HANDLE threads[3];
-        for (HANDLE& t : threads)
-            ASSERT_NE(t = CreateThread(nullptr, 0, waitThenCount, &args, 0, nullptr), nullptr);
-        Sleep(100); // all are waiting
-        ASSERT_TRUE(SetEvent(args.handle));
-        for (HANDLE t : threads) {
-            EXPECT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-            EXPECT_TRUE(CloseHandle(t));
-        }
+        runThreads(waitThenCount, &args, 3, [&] {
+            Sleep(100); // all are waiting
+            EXPECT_TRUE(SetEvent(args.handle));
+        });
         EXPECT_EQ(args.woken.load(), manual ? 3 : 1);
         EXPECT_EQ(WaitForSingleObject(args.handle, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
         EXPECT_TRUE(CloseHandle(args.handle));
@@ -97,13 +108,7 @@ DWORD WINAPI incrementUnderMutex(LPVOID arg) {
 TEST(Mutexes, ExcludeEachOther) {
     CounterArgs args{CreateMutexA(nullptr, FALSE, nullptr), 0};
     ASSERT_NE(args.mutex, nullptr);
-    HANDLE threads[4];
-    for (HANDLE& t : threads)
-        ASSERT_NE(t = CreateThread(nullptr, 0, incrementUnderMutex, &args, 0, nullptr), nullptr);
-    for (HANDLE t : threads) {
-        EXPECT_EQ(WaitForSingleObject(t, 30000), WAIT_OBJECT_0);
-        EXPECT_TRUE(CloseHandle(t));
-    }
+    runThreads(incrementUnderMutex, &args, 4);
     EXPECT_EQ(args.counter, 8000);
     EXPECT_TRUE(CloseHandle(args.mutex));
 }
@@ -134,10 +139,8 @@ TEST(Mutexes, OwnershipRecursionAndAbandonment) {
     EXPECT_EQ(WaitForSingleObject(probe.mutex, 0), WAIT_OBJECT_0); // recursion count 2
     EXPECT_TRUE(ReleaseMutex(probe.mutex));
     SetLastError(1234); // the last error is per thread
-    HANDLE t = CreateThread(nullptr, 0, probeForeignMutex, &probe, 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
+    runThreads(probeForeignMutex, &probe, 1);
     EXPECT_EQ(GetLastError(), 1234u);
-    EXPECT_TRUE(CloseHandle(t));
     EXPECT_EQ(probe.releaseOk, static_cast<DWORD>(FALSE));
     EXPECT_EQ(probe.releaseError, static_cast<DWORD>(ERROR_NOT_OWNER));
     EXPECT_EQ(probe.waitResult, WAIT_TIMEOUT);
@@ -146,9 +149,7 @@ TEST(Mutexes, OwnershipRecursionAndAbandonment) {
     EXPECT_FALSE(ReleaseMutex(probe.mutex)); // released as often as acquired
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_OWNER));
 
-    t = CreateThread(nullptr, 0, takeAndExit, probe.mutex, 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-    EXPECT_TRUE(CloseHandle(t));
+    runThreads(takeAndExit, probe.mutex, 1);
     EXPECT_EQ(WaitForSingleObject(probe.mutex, 5000), WAIT_ABANDONED);
     EXPECT_TRUE(ReleaseMutex(probe.mutex)); // owned now
     EXPECT_EQ(WaitForSingleObject(probe.mutex, 0), WAIT_OBJECT_0);
