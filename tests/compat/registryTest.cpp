@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -14,6 +13,28 @@
 namespace {
 
 const char* const kParams = "SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters";
+const std::string kHeader = "Windows Registry Editor Version 5.00\n\n";
+const std::string kSection = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
+
+// One query: the status, type and size it gives back and the bytes it wrote.
+struct Query {
+    LONG rc;
+    DWORD type, size;
+    std::string bytes;
+};
+
+// Queries `name` with a buffer of `room` bytes (none when 0); checks nothing is written past it.
+Query query(HKEY key, const char* name, DWORD room = 64) {
+    char buf[64];
+    std::memset(buf, 'x', sizeof buf);
+    Query q{0, REG_NONE, room, ""};
+    q.rc = RegQueryValueExA(key, name, nullptr, &q.type, room ? reinterpret_cast<LPBYTE>(buf) : nullptr,
+                            &q.size);
+    EXPECT_EQ(std::string(buf + room, sizeof buf - room), std::string(sizeof buf - room, 'x')) << name;
+    if (q.rc == ERROR_SUCCESS && room != 0)
+        q.bytes.assign(buf, q.size);
+    return q;
+}
 
 class RegistryTest : public ::testing::Test {
 protected:
@@ -23,48 +44,21 @@ protected:
     }
     void TearDown() override { unsetenv(HM_COMPAT_REGISTRY_ENV); }
     void writeFile(const std::string& bytes) { hmtest::writeFile(path_, bytes); }
-    // Opens the parameters key and reads one string value.
-    LONG readString(const char* name, std::string& out) {
+    // Opens the parameters key and reads one value; "" when it cannot.
+    std::string read(const char* name) {
         HKEY key = nullptr;
-        LONG rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key);
-        if (rc != ERROR_SUCCESS) {
-            return rc;
-        }
-        char buf[128];
-        DWORD size = sizeof buf;
-        DWORD type = REG_NONE;
-        rc = RegQueryValueExA(key, name, nullptr, &type, reinterpret_cast<LPBYTE>(buf), &size);
-        if (rc == ERROR_SUCCESS) {
-            EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
-            EXPECT_GE(size, 1u);
-            EXPECT_EQ(buf[size - 1], '\0');
-            out.assign(buf, size - 1);
-        }
+        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key) != ERROR_SUCCESS)
+            return "<no key>";
+        Query q = query(key, name);
         EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-        return rc;
+        return q.rc == ERROR_SUCCESS ? q.bytes : "<" + std::to_string(q.rc) + ">";
     }
 
     hmtest::TempDir dir_{"hmcompat-reg-"};
     std::string path_ = dir_ / "registry.reg";
 };
 
-const std::string kHeader = "Windows Registry Editor Version 5.00\n\n";
-const std::string kSection = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
-
-TEST_F(RegistryTest, MissingFileAndMissingKeyAreNotFoundAndLeaveTheResultAlone) {
-    HKEY sentinel = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234));
-    HKEY key = sentinel;
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(key, sentinel);
-
-    writeFile(kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n\"ConfigFile\"=\"x\"\n");
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(key, sentinel);
-    // The same key under another hive is a different key.
-    writeFile(kHeader + "[HKEY_CURRENT_USER\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n");
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(key, sentinel);
-}
+const std::string kNotFound = "<" + std::to_string(ERROR_FILE_NOT_FOUND) + ">";
 
 TEST_F(RegistryTest, BadArgumentsAndHandles) {
     writeFile(kHeader + kSection + "\"A\"=\"1\"\n");
@@ -79,8 +73,7 @@ TEST_F(RegistryTest, BadArgumentsAndHandles) {
     ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
     BYTE buf[8];
     EXPECT_EQ(RegQueryValueExA(key, "A", nullptr, nullptr, buf, nullptr), ERROR_INVALID_PARAMETER);
-    DWORD reserved = 0;
-    DWORD size = sizeof buf;
+    DWORD reserved = 0, size = sizeof buf;
     EXPECT_EQ(RegQueryValueExA(key, "A", &reserved, nullptr, buf, &size), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
     // A closed key is no longer a valid handle.
@@ -88,87 +81,45 @@ TEST_F(RegistryTest, BadArgumentsAndHandles) {
     EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
 }
 
+// Key and value names are case-insensitive; a key's parents exist; the file is read when a key is opened.
 TEST_F(RegistryTest, ValuesSizesAndTypes) {
-    writeFile(kHeader + kSection + "\"ConfigFile\"=\"C:\\\\hm\\\\hm.cfg\"\n\"Quoted\"=\"say \\\"hi\\\"\"\n" +
+    writeFile(kHeader + "[hkey_local_machine\\software\\ARVENI\\fleetwatchsnmp\\PARAMETERS]\n" +
+              "\"ConfigFile\"=\"C:\\\\hm\\\\hm.cfg\"\n\"Quoted\"=\"say \\\"hi\\\"\"\n" +
               "\"Empty\"=\"\"\n\"Interval\"=dword:0000000a\n\"Short\"=dword:FfFf\n");
-    HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_QUERY_VALUE, &key), ERROR_SUCCESS);
-
-    // Size query: "C:\hm\hm.cfg" is 12 characters plus the NUL.
-    DWORD type = REG_NONE;
-    DWORD size = 0;
-    EXPECT_EQ(RegQueryValueExA(key, "ConfigFile", nullptr, &type, nullptr, &size), ERROR_SUCCESS);
-    EXPECT_EQ(type, static_cast<DWORD>(REG_SZ));
-    EXPECT_EQ(size, 13u);
-
-    // Too small a buffer: ERROR_MORE_DATA, the needed size, and no write past the buffer.
-    char small[8];
-    std::memset(small, 'x', sizeof small);
-    size = 4;
-    EXPECT_EQ(RegQueryValueExA(key, "ConfigFile", nullptr, nullptr, reinterpret_cast<LPBYTE>(small), &size),
-              ERROR_MORE_DATA);
-    EXPECT_EQ(size, 13u);
-    EXPECT_EQ(std::string(small + 4, 4), "xxxx");
-
-    char buf[64];
-    size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "configfile", nullptr, nullptr, reinterpret_cast<LPBYTE>(buf), &size),
-              ERROR_SUCCESS);
-    EXPECT_EQ(size, 13u);
-    EXPECT_STREQ(buf, "C:\\hm\\hm.cfg");
-
-    size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "QUOTED", nullptr, nullptr, reinterpret_cast<LPBYTE>(buf), &size),
-              ERROR_SUCCESS);
-    EXPECT_STREQ(buf, "say \"hi\"");
-    size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "Empty", nullptr, nullptr, reinterpret_cast<LPBYTE>(buf), &size),
-              ERROR_SUCCESS);
-    EXPECT_EQ(size, 1u);
-    EXPECT_EQ(buf[0], '\0');
-
-    DWORD value = 0;
-    size = sizeof value;
-    type = REG_NONE;
-    EXPECT_EQ(RegQueryValueExA(key, "interval", nullptr, &type, reinterpret_cast<LPBYTE>(&value), &size),
-              ERROR_SUCCESS);
-    EXPECT_EQ(type, static_cast<DWORD>(REG_DWORD));
-    EXPECT_EQ(size, 4u);
-    EXPECT_EQ(value, 10u);
-    size = sizeof value;
-    EXPECT_EQ(RegQueryValueExA(key, "Short", nullptr, nullptr, reinterpret_cast<LPBYTE>(&value), &size),
-              ERROR_SUCCESS);
-    EXPECT_EQ(value, 0xFFFFu);
-
-    // Type only.
-    type = REG_NONE;
+    HKEY key = nullptr, parent = nullptr;
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Arveni", 0, KEY_READ, &parent), ERROR_SUCCESS);
+    ASSERT_EQ(RegOpenKeyExA(parent, "FleetwatchSNMP\\Parameters", 0, KEY_QUERY_VALUE, &key), ERROR_SUCCESS);
+    EXPECT_EQ(RegCloseKey(parent), ERROR_SUCCESS);
+    writeFile(kHeader + kSection + "\"ConfigFile\"=\"second\"\n");
+    const struct {
+        const char* name;
+        DWORD room;
+        LONG rc;
+        DWORD type, size;
+        std::string bytes;
+    } cases[] = {
+        {"ConfigFile", 0, ERROR_SUCCESS, REG_SZ, 13, ""}, // size query: 12 characters and the NUL
+        {"ConfigFile", 4, ERROR_MORE_DATA, REG_SZ, 13, ""},
+        {"configfile", 64, ERROR_SUCCESS, REG_SZ, 13, std::string("C:\\hm\\hm.cfg", 13)},
+        {"QUOTED", 64, ERROR_SUCCESS, REG_SZ, 9, std::string("say \"hi\"", 9)},
+        {"Empty", 64, ERROR_SUCCESS, REG_SZ, 1, std::string(1, '\0')},
+        {"interval", 4, ERROR_SUCCESS, REG_DWORD, 4, std::string("\x0a\0\0\0", 4)},
+        {"Short", 64, ERROR_SUCCESS, REG_DWORD, 4, std::string("\xff\xff\0\0", 4)},
+        {"LogFile", 64, ERROR_FILE_NOT_FOUND, REG_NONE, 64, ""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(c.name) + " in " + std::to_string(c.room));
+        Query q = query(key, c.name, c.room);
+        EXPECT_EQ(q.rc, c.rc);
+        EXPECT_EQ(q.type, c.type);
+        EXPECT_EQ(q.size, c.size);
+        EXPECT_EQ(q.bytes, c.bytes);
+    }
+    DWORD type = REG_NONE; // type only
     EXPECT_EQ(RegQueryValueExA(key, "Interval", nullptr, &type, nullptr, nullptr), ERROR_SUCCESS);
     EXPECT_EQ(type, static_cast<DWORD>(REG_DWORD));
-
-    size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "LogFile", nullptr, nullptr, reinterpret_cast<LPBYTE>(buf), &size),
-              ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-}
-
-TEST_F(RegistryTest, KeyNamesAreCaseInsensitiveAndParentsExist) {
-    writeFile(kHeader +
-              "[hkey_local_machine\\software\\ARVENI\\fleetwatchsnmp\\PARAMETERS]\n\"LogFile\"=\"/l\"\n");
-    std::string text;
-    EXPECT_EQ(readString("LogFile", text), ERROR_SUCCESS);
-    EXPECT_EQ(text, "/l");
-
-    HKEY parent = nullptr;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Arveni", 0, KEY_READ, &parent), ERROR_SUCCESS);
-    HKEY child = nullptr;
-    EXPECT_EQ(RegOpenKeyExA(parent, "FleetwatchSNMP\\Parameters", 0, KEY_READ, &child), ERROR_SUCCESS);
-    char buf[8];
-    DWORD size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(child, "LOGFILE", nullptr, nullptr, reinterpret_cast<LPBYTE>(buf), &size),
-              ERROR_SUCCESS);
-    EXPECT_STREQ(buf, "/l");
-    EXPECT_EQ(RegCloseKey(child), ERROR_SUCCESS);
-    EXPECT_EQ(RegCloseKey(parent), ERROR_SUCCESS);
+    EXPECT_EQ(read("CONFIGFILE"), std::string("second", 7));
 }
 
 TEST_F(RegistryTest, BomCrlfCommentsAndRepeatedSections) {
@@ -178,10 +129,8 @@ TEST_F(RegistryTest, BomCrlfCommentsAndRepeatedSections) {
               "\"ConfigFile\"=\"other\"\r\n" +
               "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n" +
               "\"CONFIGFILE\"=\"new\"\r\n\"LogFile\"=-\r\n");
-    std::string text;
-    EXPECT_EQ(readString("ConfigFile", text), ERROR_SUCCESS);
-    EXPECT_EQ(text, "new");
-    EXPECT_EQ(readString("LogFile", text), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(read("ConfigFile"), std::string("new", 4));
+    EXPECT_EQ(read("LogFile"), kNotFound);
 }
 
 TEST_F(RegistryTest, MalformedLinesAreSkipped) {
@@ -190,53 +139,40 @@ TEST_F(RegistryTest, MalformedLinesAreSkipped) {
               "\"Trailing\"=\"a\" b\n" + "\"Binary\"=hex:01,02,\\\n  03,04\n" +
               std::string("\"Nul\"=\"a\0b\"\n", 12) + "\"LogFile\"=\"/var/log/hm.log\"\n" +
               "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken\n" + "\"ConfigFile\"=\"after broken section\"\n");
-    std::string text;
     for (const char* name :
-         {"Unterminated", "BadEscape", "BadDword", "LongDword", "NoEquals", "Trailing", "Binary", "Nul"}) {
-        EXPECT_EQ(readString(name, text), ERROR_FILE_NOT_FOUND) << name;
-    }
-    EXPECT_EQ(readString("LogFile", text), ERROR_SUCCESS);
-    EXPECT_EQ(text, "/var/log/hm.log");
+         {"Unterminated", "BadEscape", "BadDword", "LongDword", "NoEquals", "Trailing", "Binary", "Nul"})
+        EXPECT_EQ(read(name), kNotFound) << name;
+    EXPECT_EQ(read("LogFile"), std::string("/var/log/hm.log", 16));
     // Values after a section header without "]" belong to no key.
-    EXPECT_EQ(readString("ConfigFile", text), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(read("ConfigFile"), kNotFound);
 }
 
-TEST_F(RegistryTest, FilesThatAreNotRegistryFilesCannotBeOpened) {
-    HKEY key = nullptr;
-    const std::string bodies[] = {
-        "",                                                 // empty
-        kSection + "\"ConfigFile\"=\"x\"\n",                // no header
-        "REGEDIT4\n" + kSection,                            // older format
-        "Windows Registry Editor Version 5.0\n" + kSection, // wrong header
-        std::string("\xFF\xFEW\0i\0", 6) + kSection,        // UTF-16
-        kHeader + kSection + std::string(1024 * 1024, ';'), // over 1 MiB
+// A missing file or key is not found, a file that is not a registry file a bad database;
+// either way the result is left alone.
+TEST_F(RegistryTest, FilesAndKeysThatCannotBeOpened) {
+    const HKEY sentinel = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234));
+    HKEY key = sentinel;
+    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND); // no file
+    const std::pair<std::string, LONG> cases[] = {
+        {kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n\"ConfigFile\"=\"x\"\n", ERROR_FILE_NOT_FOUND},
+        // The same key under another hive is a different key.
+        {kHeader + "[HKEY_CURRENT_USER\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n",
+         ERROR_FILE_NOT_FOUND},
+        {"", ERROR_BADDB},                                                 // empty
+        {kSection + "\"ConfigFile\"=\"x\"\n", ERROR_BADDB},                // no header
+        {"REGEDIT4\n" + kSection, ERROR_BADDB},                            // older format
+        {"Windows Registry Editor Version 5.0\n" + kSection, ERROR_BADDB}, // wrong header
+        {std::string("\xFF\xFEW\0i\0", 6) + kSection, ERROR_BADDB},        // UTF-16
+        {kHeader + kSection + std::string(1024 * 1024, ';'), ERROR_BADDB}, // over 1 MiB
     };
-    for (const std::string& body : bodies) {
+    for (const auto& [body, rc] : cases) {
         writeFile(body);
-        EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_BADDB)
-            << body.substr(0, 40);
+        EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), rc) << body.substr(0, 60);
     }
+    EXPECT_EQ(key, sentinel);
     // A long line just under the limit is read, and the key after it found.
     writeFile(kHeader + "; " + std::string(1000 * 1000, 'x') + "\n" + kSection + "\"LogFile\"=\"ok\"\n");
-    std::string text;
-    EXPECT_EQ(readString("LogFile", text), ERROR_SUCCESS);
-    EXPECT_EQ(text, "ok");
-}
-
-TEST_F(RegistryTest, FileIsReadAtOpenTime) {
-    writeFile(kHeader + kSection + "\"ConfigFile\"=\"first\"\n");
-    HKEY key = nullptr;
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
-    writeFile(kHeader + kSection + "\"ConfigFile\"=\"second\"\n");
-    char buf[16];
-    DWORD size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "ConfigFile", nullptr, nullptr, reinterpret_cast<LPBYTE>(buf), &size),
-              ERROR_SUCCESS);
-    EXPECT_STREQ(buf, "first");
-    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-    std::string text;
-    EXPECT_EQ(readString("ConfigFile", text), ERROR_SUCCESS);
-    EXPECT_EQ(text, "second");
+    EXPECT_EQ(read("LogFile"), std::string("ok", 3));
 }
 
 // The registry file's permissions: a file that group or others may write to, or
@@ -244,100 +180,69 @@ TEST_F(RegistryTest, FileIsReadAtOpenTime) {
 // Windows refuses a key whose security denies reading (ERROR_ACCESS_DENIED),
 // with one message on standard error. The checks read the file's mode and owner,
 // so they hold when the tests run as root too.
-const char kText[] = "Windows Registry Editor Version 5.00\r\n\r\n"
-                     "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                     "\"ConfigFile\"=\"/etc/hmsubagent/hmsubagent.conf\"\r\n";
-
 class RegistryPermissionTest : public RegistryTest {
 protected:
     void SetUp() override {
         RegistryTest::SetUp();
-        writeFile(kText);
+        writeFile("Windows Registry Editor Version 5.00\r\n\r\n"
+                  "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
+                  "\"ConfigFile\"=\"/etc/hmsubagent/hmsubagent.conf\"\r\n");
     }
-    // Opens the parameters key; returns the status and what was printed on stderr.
-    LONG open(std::string& printed) {
+    // Gives the file `mode`, opens the parameters key; returns the status and what was printed on stderr.
+    LONG open(std::string& printed, mode_t mode) {
+        EXPECT_EQ(chmod(path_.c_str(), mode), 0);
         HKEY key = nullptr;
         testing::internal::CaptureStderr();
         const LONG rc = RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key);
         printed = testing::internal::GetCapturedStderr();
-        if (rc == ERROR_SUCCESS) {
-            EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-        }
+        EXPECT_EQ(rc == ERROR_SUCCESS ? RegCloseKey(key) : ERROR_SUCCESS, ERROR_SUCCESS);
         return rc;
     }
     std::string refusal(const std::string& problem) const {
         return "hmcompat: registry file " + path_ + " refused: " + problem + "\n";
     }
+    std::string writable(const char* mode) const {
+        return refusal(std::string("group or others may write to it (mode ") + mode +
+                       "); allow writing to its owner only (chmod go-w)");
+    }
 };
 
+// A refusal is said once: opened again and again, the same refusal stays silent until the
+// file is fixed; another refusal is said again.
 TEST_F(RegistryPermissionTest, ModesWritableByGroupOrOthersAreRefused) {
-    struct Case {
+    const struct {
         mode_t mode;
-        LONG expected;
-        const char* message;
-    };
-    const Case cases[] = {
-        {0600, ERROR_SUCCESS, ""},
-        {0400, ERROR_SUCCESS, ""},
-        {0640, ERROR_SUCCESS, ""},
-        {0644, ERROR_SUCCESS, ""},
-        {0755, ERROR_SUCCESS, ""},
-        {0602, ERROR_ACCESS_DENIED,
-         "group or others may write to it (mode 0602); allow writing to its owner only (chmod go-w)"},
-        {0620, ERROR_ACCESS_DENIED,
-         "group or others may write to it (mode 0620); allow writing to its owner only (chmod go-w)"},
-        {0664, ERROR_ACCESS_DENIED,
-         "group or others may write to it (mode 0664); allow writing to its owner only (chmod go-w)"},
-        {0666, ERROR_ACCESS_DENIED,
-         "group or others may write to it (mode 0666); allow writing to its owner only (chmod go-w)"},
-        {0646, ERROR_ACCESS_DENIED,
-         "group or others may write to it (mode 0646); allow writing to its owner only (chmod go-w)"},
-    };
-    for (const Case& c : cases) {
+        const char* refused; // the mode as the message writes it
+        bool said;
+    } cases[] = {{0600, nullptr, false}, {0400, nullptr, false}, {0640, nullptr, false},
+                 {0644, nullptr, false}, {0755, nullptr, false}, {0602, "0602", true},
+                 {0620, "0620", true},   {0664, "0664", true},   {0666, "0666", true},
+                 {0666, "0666", false},  {0666, "0666", false},  {0644, nullptr, false},
+                 {0666, "0666", true},   {0646, "0646", true}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << std::oct << c.mode);
-        ASSERT_EQ(chmod(path_.c_str(), c.mode), 0);
         std::string printed;
-        EXPECT_EQ(open(printed), c.expected);
-        EXPECT_EQ(printed, c.expected == ERROR_SUCCESS ? "" : refusal(c.message));
+        EXPECT_EQ(open(printed, c.mode), c.refused ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
+        EXPECT_EQ(printed, c.said ? writable(c.refused) : "");
     }
-}
-
-TEST_F(RegistryPermissionTest, RefusalIsSaidOnceUntilTheFileIsFixed) {
-    const std::string message =
-        refusal("group or others may write to it (mode 0666); allow writing to its owner only (chmod go-w)");
-    ASSERT_EQ(chmod(path_.c_str(), 0666), 0);
-    std::string printed;
-    EXPECT_EQ(open(printed), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(printed, message);
-    // The agent opens the key again and again: the same refusal stays silent,
-    // and a query of the hive itself is refused the same way.
-    EXPECT_EQ(open(printed), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(printed, "");
+    // A query of the hive itself is refused the same way.
     DWORD size = 0;
     EXPECT_EQ(RegQueryValueExA(HKEY_LOCAL_MACHINE, "x", nullptr, nullptr, nullptr, &size),
               ERROR_ACCESS_DENIED);
-    // Fixed, then broken again: said again.
-    ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
-    EXPECT_EQ(open(printed), ERROR_SUCCESS);
-    ASSERT_EQ(chmod(path_.c_str(), 0666), 0);
-    EXPECT_EQ(open(printed), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(printed, message);
 }
 
 TEST_F(RegistryPermissionTest, OwnerMustBeRootOrTheRunningUser) {
-    ASSERT_EQ(chmod(path_.c_str(), 0644), 0);
     std::string printed;
-    EXPECT_EQ(open(printed), ERROR_SUCCESS) << "owned by the running user";
-    if (geteuid() != 0) {
+    EXPECT_EQ(open(printed, 0644), ERROR_SUCCESS) << "owned by the running user";
+    if (geteuid() != 0)
         GTEST_SKIP() << "giving the file to another user needs root";
-    }
     ASSERT_EQ(chown(path_.c_str(), 4242, 4242), 0);
-    EXPECT_EQ(open(printed), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(open(printed, 0644), ERROR_ACCESS_DENIED);
     EXPECT_EQ(printed,
               refusal("it belongs to uid 4242, neither root nor the user the agent runs as (uid 0)"));
     // Group ownership does not matter, only who may write.
     ASSERT_EQ(chown(path_.c_str(), 0, 4242), 0);
-    EXPECT_EQ(open(printed), ERROR_SUCCESS);
+    EXPECT_EQ(open(printed, 0644), ERROR_SUCCESS);
     EXPECT_EQ(printed, "");
 }
 

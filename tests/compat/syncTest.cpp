@@ -5,9 +5,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <poll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+
+#include <vector>
 
 namespace {
 
@@ -16,83 +19,60 @@ bool fdReadable(int fd) {
     return ::poll(&p, 1, 0) == 1 && (p.revents & POLLIN) != 0;
 }
 
+// Runs `count` threads of `proc` on `arg`, calls `meanwhile`, and waits for them all to end.
+void runThreads(
+    LPTHREAD_START_ROUTINE proc, void* arg, int count, const std::function<void()>& meanwhile = [] {}) {
+    std::vector<HANDLE> threads(count);
+    for (HANDLE& t : threads)
+        ASSERT_NE(t = CreateThread(nullptr, 0, proc, arg, 0, nullptr), nullptr);
+    meanwhile();
+    for (HANDLE t : threads) {
+        EXPECT_EQ(WaitForSingleObject(t, 30000), WAIT_OBJECT_0);
+        EXPECT_TRUE(CloseHandle(t));
+    }
+}
+
 struct WaitArgs {
     HANDLE handle;
-    DWORD timeoutMs;
-    std::atomic<int>* woken;
+    std::atomic<int> woken{0};
 };
 
 DWORD WINAPI waitThenCount(LPVOID arg) {
     auto* a = static_cast<WaitArgs*>(arg);
-    DWORD rc = WaitForSingleObject(a->handle, a->timeoutMs);
-    if (rc == WAIT_OBJECT_0) {
-        a->woken->fetch_add(1);
-    }
+    DWORD rc = WaitForSingleObject(a->handle, 1500);
+    if (rc == WAIT_OBJECT_0)
+        a->woken.fetch_add(1);
     return rc;
 }
 
-TEST(Events, AutoResetWakesExactlyOneWaiterAndResets) {
-    HANDLE ev = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    ASSERT_NE(ev, nullptr);
-    std::atomic<int> woken{0};
-    WaitArgs args{ev, 1500, &woken};
-    HANDLE t1 = CreateThread(nullptr, 0, waitThenCount, &args, 0, nullptr);
-    HANDLE t2 = CreateThread(nullptr, 0, waitThenCount, &args, 0, nullptr);
-    ASSERT_NE(t1, nullptr);
-    ASSERT_NE(t2, nullptr);
-    Sleep(100); // both are waiting
-    ASSERT_TRUE(SetEvent(ev));
-    // One waiter takes the event; the other times out.
-    EXPECT_EQ(WaitForSingleObject(t1, 5000), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(t2, 5000), WAIT_OBJECT_0);
-    EXPECT_EQ(woken.load(), 1);
-    EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_TIMEOUT); // reset by the wake-up
-    EXPECT_TRUE(CloseHandle(t1));
-    EXPECT_TRUE(CloseHandle(t2));
-    EXPECT_TRUE(CloseHandle(ev));
-}
-
-TEST(Events, ManualResetWakesAllAndStaysSignalled) {
-    HANDLE ev = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    std::atomic<int> woken{0};
-    WaitArgs args{ev, INFINITE, &woken};
-    HANDLE threads[3];
-    for (HANDLE& t : threads) {
-        t = CreateThread(nullptr, 0, waitThenCount, &args, 0, nullptr);
-        ASSERT_NE(t, nullptr);
+// An auto-reset event wakes exactly one of its waiters and resets; a manual-reset one wakes
+// them all and stays signalled.
+TEST(Events, SetWakesOneWaiterOrAll) {
+    for (BOOL manual : {FALSE, TRUE}) {
+        SCOPED_TRACE(manual);
+        WaitArgs args;
+        args.handle = CreateEventA(nullptr, manual, FALSE, nullptr);
+        ASSERT_NE(args.handle, nullptr);
+        runThreads(waitThenCount, &args, 3, [&] {
+            Sleep(100); // all are waiting
+            EXPECT_TRUE(SetEvent(args.handle));
+        });
+        EXPECT_EQ(args.woken.load(), manual ? 3 : 1);
+        EXPECT_EQ(WaitForSingleObject(args.handle, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+        EXPECT_TRUE(CloseHandle(args.handle));
     }
-    Sleep(50);
-    ASSERT_TRUE(SetEvent(ev));
-    for (HANDLE t : threads) {
-        EXPECT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-        EXPECT_TRUE(CloseHandle(t));
-    }
-    EXPECT_EQ(woken.load(), 3);
-    EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_OBJECT_0);
-    EXPECT_TRUE(ResetEvent(ev));
-    EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(CloseHandle(ev));
-}
-
-TEST(Events, WaitTimesOut) {
-    HANDLE ev = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(WaitForSingleObject(ev, 150), WAIT_TIMEOUT);
-    auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(elapsed, std::chrono::milliseconds(150));
-    EXPECT_LT(elapsed, std::chrono::milliseconds(3000));
-    EXPECT_TRUE(CloseHandle(ev));
 }
 
 TEST(Events, DescriptorIsReadableExactlyWhileSignalled) {
     for (BOOL manual : {FALSE, TRUE}) {
+        SCOPED_TRACE(manual);
         HANDLE ev = CreateEventA(nullptr, manual, TRUE, nullptr);
         int fd = HmCompatEventFd(ev);
         ASSERT_GE(fd, 0);
-        EXPECT_TRUE(fdReadable(fd)) << "initially signalled, manual=" << manual;
+        EXPECT_TRUE(fdReadable(fd)); // initially signalled
         EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_OBJECT_0);
-        EXPECT_EQ(fdReadable(fd), manual != FALSE) << "after a wait, manual=" << manual;
+        EXPECT_EQ(fdReadable(fd), manual != FALSE);
+        EXPECT_EQ(WaitForSingleObject(ev, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
         EXPECT_TRUE(ResetEvent(ev));
         EXPECT_FALSE(fdReadable(fd));
         EXPECT_TRUE(SetEvent(ev));
@@ -100,11 +80,11 @@ TEST(Events, DescriptorIsReadableExactlyWhileSignalled) {
         EXPECT_TRUE(fdReadable(fd));
         EXPECT_TRUE(ResetEvent(ev));
         EXPECT_FALSE(fdReadable(fd));
-        EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_TIMEOUT);
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(WaitForSingleObject(ev, 150), WAIT_TIMEOUT);
+        EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(150)); // it did wait
         EXPECT_TRUE(CloseHandle(ev));
     }
-    int notAnEvent = 0;
-    EXPECT_EQ(HmCompatEventFd(&notAnEvent), -1);
 }
 
 struct CounterArgs {
@@ -115,14 +95,12 @@ struct CounterArgs {
 DWORD WINAPI incrementUnderMutex(LPVOID arg) {
     auto* a = static_cast<CounterArgs*>(arg);
     for (int i = 0; i < 2000; ++i) {
-        if (WaitForSingleObject(a->mutex, INFINITE) != WAIT_OBJECT_0) {
+        if (WaitForSingleObject(a->mutex, INFINITE) != WAIT_OBJECT_0)
             return 1;
-        }
         int v = a->counter;
         a->counter = v + 1;
-        if (!ReleaseMutex(a->mutex)) {
+        if (!ReleaseMutex(a->mutex))
             return 2;
-        }
     }
     return 0;
 }
@@ -130,36 +108,14 @@ DWORD WINAPI incrementUnderMutex(LPVOID arg) {
 TEST(Mutexes, ExcludeEachOther) {
     CounterArgs args{CreateMutexA(nullptr, FALSE, nullptr), 0};
     ASSERT_NE(args.mutex, nullptr);
-    HANDLE threads[4];
-    for (HANDLE& t : threads) {
-        t = CreateThread(nullptr, 0, incrementUnderMutex, &args, 0, nullptr);
-        ASSERT_NE(t, nullptr);
-    }
-    for (HANDLE t : threads) {
-        EXPECT_EQ(WaitForSingleObject(t, 30000), WAIT_OBJECT_0);
-        EXPECT_TRUE(CloseHandle(t));
-    }
+    runThreads(incrementUnderMutex, &args, 4);
     EXPECT_EQ(args.counter, 8000);
     EXPECT_TRUE(CloseHandle(args.mutex));
 }
 
-TEST(Mutexes, RecursiveOwnership) {
-    HANDLE m = CreateMutexA(nullptr, TRUE, nullptr); // owned from the start
-    ASSERT_NE(m, nullptr);
-    EXPECT_EQ(WaitForSingleObject(m, 0), WAIT_OBJECT_0); // recursion count 2
-    EXPECT_TRUE(ReleaseMutex(m));
-    EXPECT_TRUE(ReleaseMutex(m));
-    SetLastError(0);
-    EXPECT_FALSE(ReleaseMutex(m)); // released as often as acquired
-    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_OWNER));
-    EXPECT_TRUE(CloseHandle(m));
-}
-
 struct OwnerProbe {
     HANDLE mutex;
-    DWORD releaseOk = 99;
-    DWORD releaseError = 0;
-    DWORD waitResult = 0;
+    DWORD releaseOk = 99, releaseError = 0, waitResult = 0;
 };
 
 DWORD WINAPI probeForeignMutex(LPVOID arg) {
@@ -175,21 +131,25 @@ DWORD WINAPI takeAndExit(LPVOID arg) {
     return WaitForSingleObject(static_cast<HANDLE>(arg), 0);
 }
 
-TEST(Mutexes, ForeignThreadSeesItOwnedAndAbandonmentIsReported) {
+// Ownership is recursive and per thread; a thread that ends while owning the mutex abandons it.
+TEST(Mutexes, OwnershipRecursionAndAbandonment) {
     OwnerProbe probe;
-    probe.mutex = CreateMutexA(nullptr, TRUE, nullptr);
-    HANDLE t = CreateThread(nullptr, 0, probeForeignMutex, &probe, 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-    EXPECT_TRUE(CloseHandle(t));
+    probe.mutex = CreateMutexA(nullptr, TRUE, nullptr); // owned from the start
+    ASSERT_NE(probe.mutex, nullptr);
+    EXPECT_EQ(WaitForSingleObject(probe.mutex, 0), WAIT_OBJECT_0); // recursion count 2
+    EXPECT_TRUE(ReleaseMutex(probe.mutex));
+    SetLastError(1234); // the last error is per thread
+    runThreads(probeForeignMutex, &probe, 1);
+    EXPECT_EQ(GetLastError(), 1234u);
     EXPECT_EQ(probe.releaseOk, static_cast<DWORD>(FALSE));
     EXPECT_EQ(probe.releaseError, static_cast<DWORD>(ERROR_NOT_OWNER));
     EXPECT_EQ(probe.waitResult, WAIT_TIMEOUT);
     EXPECT_TRUE(ReleaseMutex(probe.mutex));
+    SetLastError(0);
+    EXPECT_FALSE(ReleaseMutex(probe.mutex)); // released as often as acquired
+    EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_NOT_OWNER));
 
-    // A thread that ends while owning the mutex abandons it.
-    t = CreateThread(nullptr, 0, takeAndExit, probe.mutex, 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-    EXPECT_TRUE(CloseHandle(t));
+    runThreads(takeAndExit, probe.mutex, 1);
     EXPECT_EQ(WaitForSingleObject(probe.mutex, 5000), WAIT_ABANDONED);
     EXPECT_TRUE(ReleaseMutex(probe.mutex)); // owned now
     EXPECT_EQ(WaitForSingleObject(probe.mutex, 0), WAIT_OBJECT_0);
@@ -198,59 +158,52 @@ TEST(Mutexes, ForeignThreadSeesItOwnedAndAbandonmentIsReported) {
 }
 
 struct Gate {
-    HANDLE go;
-    HANDLE done = nullptr;
+    HANDLE go = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    HANDLE done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     std::atomic<DWORD> tid{0};
+    ~Gate() {
+        CloseHandle(go);
+        CloseHandle(done);
+    }
 };
 
 DWORD WINAPI waitForGate(LPVOID arg) {
     auto* g = static_cast<Gate*>(arg);
     g->tid = GetCurrentThreadId();
     WaitForSingleObject(g->go, INFINITE);
-    if (g->done != nullptr) {
-        SetEvent(g->done);
-    }
+    SetEvent(g->done);
     return 0;
 }
 
-TEST(Threads, HandleIsSignalledWhenTheThreadEnds) {
+// A thread's handle is signalled when it ends and stays so; closing the handle of a running
+// thread detaches it, and that thread still runs to its end.
+TEST(Threads, HandleIsSignalledAtTheEndAndClosingDetaches) {
     Gate gate;
-    gate.go = CreateEventA(nullptr, TRUE, FALSE, nullptr);
     DWORD id = 0;
     HANDLE t = CreateThread(nullptr, 0, waitForGate, &gate, 0, &id);
     ASSERT_NE(t, nullptr);
     EXPECT_EQ(WaitForSingleObject(t, 100), WAIT_TIMEOUT); // still running
     ASSERT_TRUE(SetEvent(gate.go));
     EXPECT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_OBJECT_0); // stays signalled
+    EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_OBJECT_0);
     EXPECT_EQ(id, gate.tid.load());
     EXPECT_NE(id, GetCurrentThreadId());
     EXPECT_EQ(GetCurrentThreadId(), static_cast<DWORD>(::syscall(SYS_gettid)));
     EXPECT_TRUE(CloseHandle(t));
-    EXPECT_TRUE(CloseHandle(gate.go));
-}
 
-TEST(Threads, ClosingARunningThreadDetachesIt) {
-    Gate gate;
-    gate.go = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    gate.done = CreateEventA(nullptr, TRUE, FALSE, nullptr);
-    HANDLE t = CreateThread(nullptr, 0, waitForGate, &gate, 0, nullptr);
-    ASSERT_NE(t, nullptr);
+    ASSERT_TRUE(ResetEvent(gate.go) && ResetEvent(gate.done));
+    ASSERT_NE(t = CreateThread(nullptr, 0, waitForGate, &gate, 0, nullptr), nullptr);
     EXPECT_TRUE(CloseHandle(t));
     SetLastError(0);
     EXPECT_EQ(WaitForSingleObject(t, 0), WAIT_FAILED);
     EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     ASSERT_TRUE(SetEvent(gate.go));
-    // The detached thread still runs to its end.
     EXPECT_EQ(WaitForSingleObject(gate.done, 5000), WAIT_OBJECT_0);
-    EXPECT_TRUE(CloseHandle(gate.go));
-    EXPECT_TRUE(CloseHandle(gate.done));
 }
 
 TEST(Handles, BadAndClosedHandlesFailCleanly) {
     int local = 0;
-    HANDLE bogus[] = {nullptr, INVALID_HANDLE_VALUE, &local};
-    for (HANDLE h : bogus) {
+    for (HANDLE h : {HANDLE(nullptr), INVALID_HANDLE_VALUE, HANDLE(&local)}) {
         SetLastError(0);
         EXPECT_EQ(WaitForSingleObject(h, 0), WAIT_FAILED);
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_HANDLE));
@@ -258,6 +211,7 @@ TEST(Handles, BadAndClosedHandlesFailCleanly) {
         EXPECT_FALSE(ResetEvent(h));
         EXPECT_FALSE(ReleaseMutex(h));
         EXPECT_FALSE(CloseHandle(h));
+        EXPECT_EQ(HmCompatEventFd(h), -1);
     }
     // The wrong kind of object.
     HANDLE m = CreateMutexA(nullptr, FALSE, nullptr);
@@ -271,20 +225,6 @@ TEST(Handles, BadAndClosedHandlesFailCleanly) {
     EXPECT_FALSE(ReleaseMutex(ev));
     EXPECT_TRUE(CloseHandle(ev));
     EXPECT_EQ(WaitForSingleObject(ev, 0), WAIT_FAILED);
-}
-
-TEST(LastError, IsPerThread) {
-    SetLastError(1234);
-    HANDLE t = CreateThread(
-        nullptr, 0,
-        [](LPVOID) -> DWORD {
-            SetLastError(77);
-            return 0;
-        },
-        nullptr, 0, nullptr);
-    ASSERT_EQ(WaitForSingleObject(t, 5000), WAIT_OBJECT_0);
-    EXPECT_EQ(GetLastError(), 1234u);
-    EXPECT_TRUE(CloseHandle(t));
 }
 
 } // namespace
