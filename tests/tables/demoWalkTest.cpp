@@ -17,7 +17,7 @@ protected:
     void SetUp() override {
         InventoryTest::SetUp();
         setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
-        servePlatform(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"), "demo");
+        serveModel(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
         ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
     }
     void TearDown() override {

@@ -24,19 +24,16 @@ inline std::string dataFile(const std::string& name) {
     return std::string(HM_TEST_DATA_DIR) + "/inventory/" + name;
 }
 
-inline void servePlatform(kelvarn::PlatformModel model, const std::string& name) {
-    auto source = std::make_shared<kelvarn::SimulatedSource>(name, std::move(model));
-    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(source));
-}
+using sensortest::serveModel;
 
 // Serves tests/data/inventory/<name>.
 inline void servePlatformFile(const std::string& name) {
-    servePlatform(kelvarn::loadPlatformFile(dataFile(name)), name);
+    serveModel(kelvarn::loadPlatformFile(dataFile(name)));
 }
 
 // Serves platform text given by the test.
 inline void servePlatformText(const std::string& text) {
-    servePlatform(kelvarn::parsePlatform(text, "test platform"), "test platform");
+    serveModel(kelvarn::parsePlatform(text, "test platform"));
 }
 
 // Answers from a script: a failure for every path in `failing` (or for every path when
