@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "inventoryTestSupport.h"
-#include "platform/smbiosInventory.h"
 #include "tables/MemoryArray.h"
 #include "tables/MemoryDevice.h"
 #include "tables/chassisInfo.h"
@@ -76,7 +75,7 @@ void expectEmpty(BaseAccessor& table, const TableCase& c) {
 
 class MissingDataTest : public InventoryTest {};
 
-TEST_F(MissingDataTest, UnreachableServiceLeavesEveryGroupEmptyAndFailsTheLoad) {
+TEST_F(MissingDataTest, UnreachableServiceLeavesEveryGroupEmpty) {
     kelvarn::setProcessResponder(std::make_shared<FailingResponder>());
     for (const TableCase& c : kTables) {
         std::unique_ptr<BaseAccessor> table(c.make());
@@ -84,7 +83,6 @@ TEST_F(MissingDataTest, UnreachableServiceLeavesEveryGroupEmptyAndFailsTheLoad) 
     }
     chassisInfo chassis;
     expectEmpty(chassis, {"chassisInfo", nullptr, 32, 17, 22, true, false});
-    EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, loadSmbiosInventory());
 }
 
 TEST_F(MissingDataTest, BarePlatformHasNoRowsButAChassis) {
@@ -93,7 +91,6 @@ TEST_F(MissingDataTest, BarePlatformHasNoRowsButAChassis) {
         std::unique_ptr<BaseAccessor> table(c.make());
         expectEmpty(*table, c);
     }
-    EXPECT_EQ(CLIENT_SUCCESS, loadSmbiosInventory());
     // The service describes a default chassis: rack mount, safe, no FRU texts.
     chassisInfo chassis;
     ASSERT_EQ(CLIENT_SUCCESS, chassis.init());
