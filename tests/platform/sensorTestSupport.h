@@ -23,19 +23,31 @@
 
 namespace sensortest {
 
-// Answers from a script: one result map per path, or a failure to throw; any
-// other path gets an empty result. Records every path asked, in order.
+inline RStatus failure(int operation, uint16_t code, const char* message) {
+    RStatus s;
+    s.Operation = operation;
+    s.Code = code;
+    s.Message = message;
+    return s;
+}
+
+// Answers from a script: one result map per path, or a failure to throw (for every path
+// when `failAll`, as an unreachable service); any other path gets an empty result.
+// Records every path asked, in order.
 class ScriptedResponder : public kelvarn::Responder {
 public:
     std::map<std::string, QueryResult> answers;
     std::map<std::string, std::vector<RStatus>> failures;
     std::vector<std::string> calls;
     std::vector<int> flags; // the flags in force at each call
+    bool failAll = false;
 
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
                 uint8_t flagsInForce, kelvarn::ResultMap& out) override {
         calls.push_back(path);
         flags.push_back(flagsInForce);
+        if (failAll)
+            throw ResultStatus(std::vector<RStatus>{failure(1, 1086, "data source unavailable")});
         auto f = failures.find(path);
         if (f != failures.end())
             throw ResultStatus(f->second);
@@ -54,14 +66,6 @@ public:
         return n;
     }
 };
-
-inline RStatus failure(int operation, uint16_t code, const char* message) {
-    RStatus s;
-    s.Operation = operation;
-    s.Code = code;
-    s.Message = message;
-    return s;
-}
 
 // A CString as narrow text.
 inline std::string narrow(const CString& s) {

@@ -76,7 +76,7 @@ void expectEmpty(BaseAccessor& table, const TableCase& c) {
 class MissingDataTest : public InventoryTest {};
 
 TEST_F(MissingDataTest, UnreachableServiceLeavesEveryGroupEmpty) {
-    kelvarn::setProcessResponder(std::make_shared<FailingResponder>());
+    useScript()->failAll = true;
     for (const TableCase& c : kTables) {
         std::unique_ptr<BaseAccessor> table(c.make());
         expectEmpty(*table, c);
@@ -132,11 +132,9 @@ TEST_F(MissingDataTest, ChassisWithoutFruKeepsItsSmbiosFacts) {
 }
 
 TEST_F(MissingDataTest, ArrayThatCannotBeReadIsPublishedAsUnknown) {
-    auto failing = std::make_shared<FailingResponder>();
-    failing->failAll = false;
-    failing->values["/SMBIOS/MemoryArray/TotalNoOfArray"] = "1";
-    failing->failing = {"/SMBIOS/MemoryArray[0]"};
-    kelvarn::setProcessResponder(failing);
+    auto script = useScript();
+    script->value("/SMBIOS/MemoryArray/TotalNoOfArray", "1");
+    script->failures["/SMBIOS/MemoryArray[0]"] = {sensortest::failure(1, 1086, "data source unavailable")};
     MemoryArray arrays;
     ASSERT_EQ(CLIENT_SUCCESS, arrays.init());
     ASSERT_EQ(1, arrays.getCount());

@@ -36,26 +36,6 @@ inline void servePlatformText(const std::string& text) {
     serveModel(kelvarn::parsePlatform(text, "test platform"));
 }
 
-// Answers from a script: a failure for every path in `failing` (or for every path when
-// `failAll`), the single value of `values` keyed by the path, or an empty answer.
-class FailingResponder : public kelvarn::Responder {
-public:
-    bool failAll = true;
-    std::vector<std::string> failing;
-    std::map<std::string, std::string> values;
-
-    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
-                uint8_t, kelvarn::ResultMap& out) override {
-        bool fail = failAll;
-        for (const std::string& f : failing)
-            fail = fail || f == path;
-        if (fail)
-            throw ResultStatus(std::vector<RStatus>{sensortest::failure(1, 1086, "data source unavailable")});
-        if (values.count(path) != 0)
-            out[path] = sensortest::ScriptedResponder::node({values[path]});
-    }
-};
-
 // A fresh trace file per test; the query source is dropped after each test.
 using InventoryTest = sensortest::TracedTest;
 
