@@ -1,6 +1,6 @@
 // The temperature, voltage and fan tables through the built agent library, loaded
-// and driven as the SNMP service drives it: start-up against a platform file (or
-// the demo server), then a GETNEXT walk of each table's subtree.
+// and driven as the SNMP service drives it: start-up against a platform file, then a
+// GETNEXT walk of each table's subtree.
 #include <dlfcn.h>
 
 #include <cstdlib>
@@ -167,47 +167,6 @@ TEST_F(SensorTablesEndToEnd, WalkPublishesTheValuesOfThePlatformFile) {
     const std::string log = readFile(m_log);
     EXPECT_TRUE(traced(log, "\n\n After VoltageProbe Healthstatus is 5:"));
     EXPECT_EQ(seededInsertions(log), 3u);
-}
-
-// The built-in demo server (no service configuration), from service/data/demo-platform.json.
-TEST_F(SensorTablesEndToEnd, DemoServerRowsMatchTheDemoPlatform) {
-    if (access("/etc/kelvarn/kelvarn.conf", F_OK) == 0)
-        GTEST_SKIP() << "a system-wide service configuration replaces the demo server";
-    unsetenv("KELVARN_CONFIG");
-    kelvarn::setProcessResponder(nullptr);
-    start();
-
-    // Each table's ids in walk order: "P1V1 PCH" (25) and "FAN6 Rear" (53), non-linear, are dropped.
-    const Rows temperatures = rowsOf(walk(kTemperature), {2, 3, 5, 6, 8, 11}),
-               voltages = rowsOf(walk(kVoltage), {2, 3, 5, 6, 8, 11}),
-               fans = rowsOf(walk(kFans), {2, 3, 5, 6, 8, 11});
-    auto ids = [](const Rows& rows) {
-        std::string out;
-        for (const auto& row : rows)
-            out += row[0] + " ";
-        return out;
-    };
-    EXPECT_EQ(ids(temperatures), "1 2 3 4 5 6 7 8 9 10 ");
-    EXPECT_EQ(ids(voltages), "16 17 18 19 20 21 22 23 24 26 27 ");
-    EXPECT_EQ(ids(fans), "48 49 50 51 52 56 57 ");
-    // Columns id, description, status, reading, upper and lower critical of the rows with a rule
-    // of their own: tenths of a degree ("PCH Temp" counts 0.5 degree per raw step), millivolts,
-    // RPM (75 per raw step); the compact records of a table's sensor type are rows without
-    // reading or thresholds.
-    EXPECT_EQ((Rows{temperatures[0], temperatures[3], temperatures[6], voltages[4], voltages[9], voltages[10],
-                    fans[3], fans[6]}),
-              (Rows{{"1", "Inlet Temp", "3", "240", "420", "30"},
-                    {"4", "CPU2 Temp", "4", "870", "900", A},
-                    {"7", "PCH Temp", "3", "550", "950", A},
-                    {"20", "P12V", "4", "11214", "13230", "10773"},
-                    {"26", "PSU1 Vin", "3", "230000", "270000", "170000"},
-                    {"27", "VRM Status", "2", "0", A, A},
-                    {"51", "FAN4", "4", "1350", A, "975"},
-                    {"57", "FAN6 Presence", "2", "0", A, A}}));
-    EXPECT_GE(getInteger(kHealth), 4);
-    m_close();
-    // CPU2 Temp, P12V, VRM Status, FAN4, Fan Redundancy and FAN6 Presence are not "ok".
-    EXPECT_GE(seededInsertions(readFile(m_log)), 6u);
 }
 
 } // namespace
