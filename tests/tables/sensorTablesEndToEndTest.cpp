@@ -65,20 +65,6 @@ protected:
         kelvarn::setProcessResponder(nullptr);
     }
 
-    // The query service serves the platform file tests/data/sensors/<name>.
-    void usePlatform(const std::string& name) {
-        writeFile(m_tmp / "kelvarn.conf",
-                  "source = simulated\nplatform = " HM_TEST_DATA_DIR "/sensors/" + name + "\n");
-        setenv("KELVARN_CONFIG", (m_tmp / "kelvarn.conf").c_str(), 1);
-        kelvarn::setProcessResponder(nullptr); // forget any source opened before
-    }
-
-    void start() {
-        HANDLE event = nullptr;
-        AsnObjectIdentifier region{0, nullptr};
-        ASSERT_TRUE(m_init(0, &event, &region));
-    }
-
     // Walks subtree `root` with GETNEXT and returns what it holds, by (column, instance).
     Table walk(const Arcs& root) {
         Table t;
@@ -140,8 +126,12 @@ const Arcs kHealth = P({100, 1, 0});
 //   voltages in millivolts (M x raw x 10^-3 V), judged on all six, "P1V1 Curve" dropped (non-linear);
 //   fans in RPM (M x raw), resolution published x 10.
 TEST_F(SensorTablesEndToEnd, WalkPublishesTheValuesOfThePlatformFile) {
-    usePlatform("endtoend.json");
-    start();
+    writeFile(m_tmp / "kelvarn.conf",
+              "source = simulated\nplatform = " HM_TEST_DATA_DIR "/sensors/endtoend.json\n");
+    setenv("KELVARN_CONFIG", (m_tmp / "kelvarn.conf").c_str(), 1);
+    HANDLE event = nullptr;
+    AsnObjectIdentifier region{0, nullptr};
+    ASSERT_TRUE(m_init(0, &event, &region));
     // Every cell of the 15 columns, and nothing else.
     auto whole = [this](const Arcs& root) {
         const Table t = walk(root);
