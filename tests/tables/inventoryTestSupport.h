@@ -7,14 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "kelvarn/Platform.h"
-#include "kelvarn/PlatformFile.h"
-#include "kelvarn/Responder.h"
 #include "tables/BaseAccessor.h"
 #include "tests/platform/sensorTestSupport.h"
 
