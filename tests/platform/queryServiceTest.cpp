@@ -6,8 +6,6 @@
 #include <cstring>
 #include <string>
 
-#include "kelvarn/Platform.h"
-#include "kelvarn/PlatformFile.h"
 #include "platform/queryService.h"
 #include "sensorTestSupport.h"
 
@@ -97,30 +95,6 @@ TEST_F(QueryServiceTest, DumpPrintsEveryEntryInKeyOrder) {
                        "\tNodeType = 1\n"
                        "\t\tValue[0] = x\n"
                        "\t\tValue[1] = y\n");
-}
-
-// The inventory counters against the service's own demo server.
-TEST_F(QueryServiceTest, CountsTheDemoServersInventory) {
-    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(std::make_shared<kelvarn::SimulatedSource>(
-        "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"))));
-    struct Case {
-        const char* path;
-        uint32_t expected;
-    } cases[] = {{"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", 2},
-                 {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", 2},
-                 {"/SMBIOS/MemoryArray/TotalNoOfArray", 2},
-                 {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", 6},
-                 {"/SMBIOS/MemoryArray[0]/TotalNoOfDevicePresent", 4},
-                 {"/SMBIOS/MemoryArray[7]/NumMemoryDevices", 77}}; // no such array: left as it was
-    for (const Case& c : cases) {
-        uint32_t out = 77;
-        ExeIntegerQuery(c.path, &out);
-        EXPECT_EQ(out, c.expected) << c.path;
-    }
-    const std::string t = trace();
-    const std::string failed = "\n Query Failed is /SMBIOS/MemoryArray[7]/NumMemoryDevices:Operation: 1"
-                               "on :/SMBIOS/MemoryArray[7]/NumMemoryDevices failed. 1083 code \n error is: ";
-    EXPECT_NE(t.find(failed), std::string::npos) << t;
 }
 
 // A path longer than the buffer is cut; the length it needs is returned.

@@ -32,11 +32,12 @@ std::string sdrText(const std::map<int, int>& bytes, int count = 48) {
     return text;
 }
 
-// Owner 0x20, LUN byte 0x21, sensor 0x30 (48), type 1, and raw thresholds
-// UNR 100, UC 90, UNC 80, LNR 2, LC 5, LNC 10 in bytes 37 to 42.
+// Owner 0x20, LUN byte 0x21, sensor 0x30 (48), entity 3 instance 2, type 1, event/reading type 3,
+// settable thresholds 0x10, unit 4, linearization 0x70 (read, not applied here), and raw
+// thresholds UNR 100, UC 90, UNC 80, LNR 2, LC 5, LNC 10 in bytes 37 to 42.
 std::map<int, int> probeBytes() {
     return {{4, 0x01},  {6, 0x20},  {7, 0x21},  {8, 0x30},  {9, 0x03},  {10, 0x02},
-            {13, 0x01}, {14, 0x01}, {20, 0x10}, {22, 0x01}, {24, 0x00}, {37, 100},
+            {13, 0x01}, {14, 0x03}, {20, 0x10}, {22, 0x04}, {24, 0x70}, {37, 100},
             {38, 90},   {39, 80},   {40, 2},    {41, 5},    {42, 10}};
 }
 
@@ -126,6 +127,10 @@ TEST_F(SdrDiscoveryTest, QueriesNineValuesNameAndReadingInOrder) {
     const CSensorInfo& info = db.GetAt(0)->m_SensorInfo;
     const CSensorData& data = db.GetAt(0)->m_SensorData;
     EXPECT_EQ(info.SensorKey, 0x01302021u);
+    EXPECT_EQ(
+        (std::vector<int32_t>{info.nEntityID, info.nEntityInstance, info.nSensorType, info.nEventReadingType,
+                              info.nThresholdMask, info.nBaseUnit, info.nLinearization}),
+        (std::vector<int32_t>{3, 2, 1, 3, 0x10, 4, 0x70}));
     // LC, LNC, UC, UNC, LNR, UNR, accuracy, tolerance, resolution, reading.
     EXPECT_EQ(
         (std::vector<int32_t>{data.nLowerCritical, data.nLowerNonCritical, data.nUpperCritical,
@@ -261,51 +266,6 @@ TEST_F(SdrDiscoveryTest, DatabaseGrowsByOneRecordPerSensorInScanOrder) {
     EXPECT_EQ(db.GetCount(), 9);
     EXPECT_EQ(db.GetAt(0)->m_SensorInfo.nSensorNumber, 2);
     EXPECT_EQ(db.GetAt(9), nullptr);
-}
-
-// Against a platform file: the service's own conversions and keys.
-TEST_F(SdrDiscoveryTest, PlatformFileDecodesEveryRecordOfTheScannedType) {
-    sensortest::usePlatformFile("discovery.json");
-    GetSDRData(1, &db, 10);
-    ASSERT_EQ(db.GetCount(), 3);
-
-    // Per sensor: number, owner, LUN, entity id and instance, base unit, event/reading type,
-    // settable-threshold mask, reading, UNR, UC, UNC, LNC, LC, LNR, tolerance, resolution, accuracy.
-    const struct {
-        const char* name;
-        std::vector<int32_t> values;
-        uint32_t key;
-        const char* text;
-    } expected[] = {
-        // Probe A: m 1; thresholds raw 90, 80, 5; reading 45; all x10.
-        {"Probe A", {48, 32, 33, 3, 2, 1, 1, 0x10, 450, A, 900, 800, A, 50, A, 2, 1, 100}, 0x01302021u, "45"},
-        // Probe B: 0.5 per count; UNR 200 -> 100, UC 180 -> 90, LNC 21 -> 10.5; reading 81 -> 40.5.
-        {"Probe B",
-         {49, 32, 0, 7, 1, 1, 1, 0x31, 405, 1000, 900, A, 105, A, A, 1, 5, 0},
-         0x00312000u,
-         "40.5"},
-        // A compact discrete record, decoded with the full layout all the same: byte 20 is the
-        // high byte of its reading mask (0x7FFF).
-        {"Temp Status",
-         {51, 32, 0, 7, 4, 0, 3, 0x7F, 0, A, A, A, A, A, A, A, A, A},
-         0x00332000u,
-         "State Asserted"}};
-    for (int i = 0; i < 3; ++i) {
-        const CSensorInfo& info = db.GetAt(i)->m_SensorInfo;
-        const CSensorData& d = db.GetAt(i)->m_SensorData;
-        SCOPED_TRACE(expected[i].name);
-        EXPECT_EQ(narrow(info.stName), expected[i].name);
-        EXPECT_EQ(info.nSensorType, 1);
-        EXPECT_EQ(info.SensorKey, expected[i].key);
-        EXPECT_EQ(narrow(d.stReadingText), expected[i].text);
-        EXPECT_EQ(
-            (std::vector<int32_t>{info.nSensorNumber, info.nOwnerID, info.nLUN, info.nEntityID,
-                                  info.nEntityInstance, info.nBaseUnit, info.nEventReadingType,
-                                  info.nThresholdMask, d.nReading, d.nUpperNonRecoverable, d.nUpperCritical,
-                                  d.nUpperNonCritical, d.nLowerNonCritical, d.nLowerCritical,
-                                  d.nLowerNonRecoverable, info.nTolerance, info.nResolution, info.nAccuracy}),
-            expected[i].values);
-    }
 }
 
 } // namespace

@@ -9,7 +9,6 @@
 #include <fstream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -24,19 +23,31 @@
 
 namespace sensortest {
 
-// Answers from a script: one result map per path, or a failure to throw; any
-// other path gets an empty result. Records every path asked, in order.
+inline RStatus failure(int operation, uint16_t code, const char* message) {
+    RStatus s;
+    s.Operation = operation;
+    s.Code = code;
+    s.Message = message;
+    return s;
+}
+
+// Answers from a script: one result map per path, or a failure to throw (for every path
+// when `failAll`, as an unreachable service); any other path gets an empty result.
+// Records every path asked, in order.
 class ScriptedResponder : public kelvarn::Responder {
 public:
     std::map<std::string, QueryResult> answers;
     std::map<std::string, std::vector<RStatus>> failures;
     std::vector<std::string> calls;
     std::vector<int> flags; // the flags in force at each call
+    bool failAll = false;
 
     void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
                 uint8_t flagsInForce, kelvarn::ResultMap& out) override {
         calls.push_back(path);
         flags.push_back(flagsInForce);
+        if (failAll)
+            throw ResultStatus(std::vector<RStatus>{failure(1, 1086, "data source unavailable")});
         auto f = failures.find(path);
         if (f != failures.end())
             throw ResultStatus(f->second);
@@ -56,14 +67,6 @@ public:
     }
 };
 
-inline RStatus failure(int operation, uint16_t code, const char* message) {
-    RStatus s;
-    s.Operation = operation;
-    s.Code = code;
-    s.Message = message;
-    return s;
-}
-
 // A CString as narrow text.
 inline std::string narrow(const CString& s) {
     char buffer[CString::kLogBufferSize];
@@ -78,47 +81,16 @@ inline kelvarn::PlatformModel loadModel(const std::string& name) {
     return kelvarn::loadPlatformFile(dataFile(name));
 }
 
-// A source serving a platform model that a test can replace while it runs.
-class MutableSource : public kelvarn::Source {
-public:
-    explicit MutableSource(kelvarn::PlatformModel model) : m_model(std::move(model)) {}
-    std::string describe() const override { return "test platform"; }
-    std::vector<kelvarn::Bytes> sdrRepository() override {
-        std::lock_guard<std::mutex> guard(m_lock);
-        return m_model.sdr;
-    }
-    bool sensorReading(const kelvarn::SensorAddress& address, kelvarn::SensorReading& out) override {
-        std::lock_guard<std::mutex> guard(m_lock);
-        auto it = m_model.readings.find(address);
-        if (it == m_model.readings.end())
-            return false;
-        out = it->second;
-        return true;
-    }
-    std::vector<kelvarn::SelEntry> selEntries() override {
-        std::lock_guard<std::mutex> guard(m_lock);
-        return m_model.sel;
-    }
-    kelvarn::Inventory inventory() override {
-        std::lock_guard<std::mutex> guard(m_lock);
-        return m_model.inventory;
-    }
-    void replace(kelvarn::PlatformModel model) {
-        std::lock_guard<std::mutex> guard(m_lock);
-        m_model = std::move(model);
-    }
+// Serves `model` as the process's query source (the tables query it live: serving another
+// model changes what they read).
+inline void serveModel(kelvarn::PlatformModel model) {
+    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(
+        std::make_shared<kelvarn::SimulatedSource>("test platform", std::move(model))));
+}
 
-private:
-    std::mutex m_lock;
-    kelvarn::PlatformModel m_model;
-};
-
-// Serves the platform file tests/data/sensors/<name> as the process's query source;
-// the source returned can be given another model while a test runs.
-inline std::shared_ptr<MutableSource> usePlatformFile(const std::string& name) {
-    auto source = std::make_shared<MutableSource>(loadModel(name));
-    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(source));
-    return source;
+// Serves the platform file tests/data/sensors/<name>.
+inline void usePlatformFile(const std::string& name) {
+    serveModel(loadModel(name));
 }
 
 // Changes the raw reading of sensor `number` (owner 0x20, LUN 0) in `model`.

@@ -1,13 +1,12 @@
 // The agent's temperature, voltage and fan tables over a BMC simulator
 // (OpenIPMI's ipmi_sim) read through the IPMI source: the built agent library
-// driven through its entry points, values checked against ipmitool.
+// driven through its entry points.
 #include <dlfcn.h>
 
 #include <cstdlib>
 #include <map>
 #include <string>
 #include <thread>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -23,7 +22,6 @@ namespace {
 
 using hmtest::haveProgram;
 using hmtest::IpmiSimGuard;
-using hmtest::sensorList;
 
 using hmtest::Arcs;
 using hmtest::Bindings;
@@ -40,15 +38,6 @@ template <class F> F entry(const char* name) {
 
 // (column, instance) -> value text of one table.
 using Table = std::map<std::pair<UINT, UINT>, std::string>;
-
-// A value as the tables publish it: the number times the table's multiplier,
-// taken in single precision and truncated; "na" is the absent value.
-std::string scaled(const std::string& ipmitoolValue, float multiplier) {
-    if (ipmitoolValue == "na")
-        return "2147483647";
-    return std::to_string(
-        static_cast<int32_t>(static_cast<float>(std::atof(ipmitoolValue.c_str())) * multiplier));
-}
 
 // Column `column` of the table's first row.
 std::string cell(const Table& t, UINT column) {
@@ -120,30 +109,23 @@ protected:
     PFNSNMPEXTENSIONTRAP m_trap = nullptr;
 };
 
-TEST_F(AgentOverIpmiSim, SensorTablesEqualIpmitoolAndKeepAnsweringWhileTheBmcIsAway) {
+TEST_F(AgentOverIpmiSim, SensorTablesOverTheBmcKeepAnsweringWhileItIsAway) {
     HANDLE event = nullptr;
     AsnObjectIdentifier region{0, nullptr};
     ASSERT_TRUE(m_init(0, &event, &region));
-    const auto rows = sensorList(m_sim.ipmitool("sensor list"));
-    ASSERT_EQ(rows.size(), 5u);
-    struct Expect {
-        Arcs table;
-        const char* sensor;
-        float multiplier;
-    };
-    // Temperatures in tenths of a degree, voltages in millivolts, fans in RPM;
+    // Temperatures in tenths of a degree, voltages in millivolts, fans in RPM, from bmc.emu (the
+    // BMC's values as the service reads them are checked against ipmitool in ipmiSimTest);
     // column 3 the name, 6 the reading, 8 the upper and 11 the lower critical threshold.
-    const Expect expected[] = {
-        {P({600, 40}), "CPU Temp", 10.0f}, {P({400, 30}), "12V", 1000.0f}, {P({600, 20}), "FAN1", 1.0f}};
-    for (const Expect& e : expected) {
-        SCOPED_TRACE(e.sensor);
+    const std::pair<Arcs, std::vector<std::string>> expected[] = {
+        {P({600, 40}), {"CPU Temp", "450", "900", "50"}},
+        {P({400, 30}), {"12V", "12000", "12900", "11100"}},
+        {P({600, 20}), {"FAN1", "5000", "2147483647", "1000"}}};
+    for (const auto& e : expected) {
+        SCOPED_TRACE(e.second[0]);
         int errors = 0;
-        Table t = walk(e.table, errors);
+        Table t = walk(e.first, errors);
         EXPECT_EQ(errors, 0);
-        const auto& row = rows.at(e.sensor);
-        EXPECT_EQ(std::make_tuple(cell(t, 3), cell(t, 6), cell(t, 8), cell(t, 11)),
-                  std::make_tuple(std::string(e.sensor), scaled(row[0], e.multiplier),
-                                  scaled(row[7], e.multiplier), scaled(row[4], e.multiplier)));
+        EXPECT_EQ((std::vector<std::string>{cell(t, 3), cell(t, 6), cell(t, 8), cell(t, 11)}), e.second);
     }
     // The BMC goes away: every walk still answers, with the last values.
     m_sim.stop();

@@ -123,11 +123,13 @@ TEST(BaseContainerTest, RowsIdsDescriptionsAndMaxStatusInBothLayouts) {
     EXPECT_EQ(nullptr, empty.getDescription(0));
 }
 
-// Rows that are not "ok" go to the health lists; nothing to seed leaves them empty.
+// Rows that are not "ok" go to the health lists; nothing to seed leaves them empty. A row of
+// unknown status is offered too: the handler keeps no list for it and answers 9.
 TEST(BaseContainerTest, SeedHealth) {
     eventHandler handler;
     ASSERT_EQ(0u, handler.init());
     EXPECT_EQ(0u, SensorTable({{10, 3, ""}, {11, 3, ""}}).seedHealth(&handler));
+    EXPECT_EQ(9u, SensorTable({{10, 2, ""}}).seedHealth(&handler));
     EXPECT_EQ(0u, SensorTable({}).seedHealth(&handler));
     EXPECT_EQ(0u, SensorTable({{10, 5, ""}}).seedHealth(nullptr));
     EXPECT_TRUE(handler.nonCriticalList().empty());

@@ -17,7 +17,7 @@ protected:
     void SetUp() override {
         InventoryTest::SetUp();
         setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
-        servePlatform(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"), "demo");
+        serveModel(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
         ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
     }
     void TearDown() override {
@@ -68,7 +68,9 @@ TEST_F(DemoWalkTest, EveryGroupHasRowsAndTheirColumns) {
 
 TEST(SmbiosStartUp, UnreachableServiceStopsStartUp) {
     setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
-    kelvarn::setProcessResponder(std::make_shared<FailingResponder>());
+    auto script = std::make_shared<sensortest::ScriptedResponder>();
+    script->failAll = true;
+    kelvarn::setProcessResponder(script);
     EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, initHMClient());
     destroyHMClient();
     kelvarn::setProcessResponder(nullptr);

@@ -7,14 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "kelvarn/Platform.h"
-#include "kelvarn/PlatformFile.h"
-#include "kelvarn/Responder.h"
 #include "tables/BaseAccessor.h"
 #include "tests/platform/sensorTestSupport.h"
 
@@ -24,40 +19,17 @@ inline std::string dataFile(const std::string& name) {
     return std::string(HM_TEST_DATA_DIR) + "/inventory/" + name;
 }
 
-inline void servePlatform(kelvarn::PlatformModel model, const std::string& name) {
-    auto source = std::make_shared<kelvarn::SimulatedSource>(name, std::move(model));
-    kelvarn::setProcessResponder(kelvarn::makePlatformResponder(source));
-}
+using sensortest::serveModel;
 
 // Serves tests/data/inventory/<name>.
 inline void servePlatformFile(const std::string& name) {
-    servePlatform(kelvarn::loadPlatformFile(dataFile(name)), name);
+    serveModel(kelvarn::loadPlatformFile(dataFile(name)));
 }
 
 // Serves platform text given by the test.
 inline void servePlatformText(const std::string& text) {
-    servePlatform(kelvarn::parsePlatform(text, "test platform"), "test platform");
+    serveModel(kelvarn::parsePlatform(text, "test platform"));
 }
-
-// Answers from a script: a failure for every path in `failing` (or for every path when
-// `failAll`), the single value of `values` keyed by the path, or an empty answer.
-class FailingResponder : public kelvarn::Responder {
-public:
-    bool failAll = true;
-    std::vector<std::string> failing;
-    std::map<std::string, std::string> values;
-
-    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>&, const kelvarn::Parameters&,
-                uint8_t, kelvarn::ResultMap& out) override {
-        bool fail = failAll;
-        for (const std::string& f : failing)
-            fail = fail || f == path;
-        if (fail)
-            throw ResultStatus(std::vector<RStatus>{sensortest::failure(1, 1086, "data source unavailable")});
-        if (values.count(path) != 0)
-            out[path] = sensortest::ScriptedResponder::node({values[path]});
-    }
-};
 
 // A fresh trace file per test; the query source is dropped after each test.
 using InventoryTest = sensortest::TracedTest;

@@ -1,6 +1,6 @@
 // The temperature, voltage and fan tables through the built agent library, loaded
-// and driven as the SNMP service drives it: start-up against a platform file (or
-// the demo server), then a GETNEXT walk of each table's subtree.
+// and driven as the SNMP service drives it: start-up against a platform file, then a
+// GETNEXT walk of each table's subtree.
 #include <dlfcn.h>
 
 #include <cstdlib>
@@ -65,20 +65,6 @@ protected:
         kelvarn::setProcessResponder(nullptr);
     }
 
-    // The query service serves the platform file tests/data/sensors/<name>.
-    void usePlatform(const std::string& name) {
-        writeFile(m_tmp / "kelvarn.conf",
-                  "source = simulated\nplatform = " HM_TEST_DATA_DIR "/sensors/" + name + "\n");
-        setenv("KELVARN_CONFIG", (m_tmp / "kelvarn.conf").c_str(), 1);
-        kelvarn::setProcessResponder(nullptr); // forget any source opened before
-    }
-
-    void start() {
-        HANDLE event = nullptr;
-        AsnObjectIdentifier region{0, nullptr};
-        ASSERT_TRUE(m_init(0, &event, &region));
-    }
-
     // Walks subtree `root` with GETNEXT and returns what it holds, by (column, instance).
     Table walk(const Arcs& root) {
         Table t;
@@ -140,8 +126,12 @@ const Arcs kHealth = P({100, 1, 0});
 //   voltages in millivolts (M x raw x 10^-3 V), judged on all six, "P1V1 Curve" dropped (non-linear);
 //   fans in RPM (M x raw), resolution published x 10.
 TEST_F(SensorTablesEndToEnd, WalkPublishesTheValuesOfThePlatformFile) {
-    usePlatform("endtoend.json");
-    start();
+    writeFile(m_tmp / "kelvarn.conf",
+              "source = simulated\nplatform = " HM_TEST_DATA_DIR "/sensors/endtoend.json\n");
+    setenv("KELVARN_CONFIG", (m_tmp / "kelvarn.conf").c_str(), 1);
+    HANDLE event = nullptr;
+    AsnObjectIdentifier region{0, nullptr};
+    ASSERT_TRUE(m_init(0, &event, &region));
     // Every cell of the 15 columns, and nothing else.
     auto whole = [this](const Arcs& root) {
         const Table t = walk(root);
@@ -167,55 +157,6 @@ TEST_F(SensorTablesEndToEnd, WalkPublishesTheValuesOfThePlatformFile) {
     const std::string log = readFile(m_log);
     EXPECT_TRUE(traced(log, "\n\n After VoltageProbe Healthstatus is 5:"));
     EXPECT_EQ(seededInsertions(log), 3u);
-}
-
-// The built-in demo server (no service configuration), from service/data/demo-platform.json.
-// Columns checked: id, description, status, reading, upper critical, lower critical.
-TEST_F(SensorTablesEndToEnd, DemoServerRowsMatchTheDemoPlatform) {
-    if (access("/etc/kelvarn/kelvarn.conf", F_OK) == 0)
-        GTEST_SKIP() << "a system-wide service configuration replaces the demo server";
-    unsetenv("KELVARN_CONFIG");
-    kelvarn::setProcessResponder(nullptr);
-    start();
-
-    const std::vector<UINT> columns = {2, 3, 5, 6, 8, 11};
-    // Tenths of a degree; "PCH Temp" counts 0.5 degree per raw step.
-    EXPECT_EQ(rowsOf(walk(kTemperature), columns), (Rows{{"1", "Inlet Temp", "3", "240", "420", "30"},
-                                                         {"2", "Exhaust Temp", "3", "380", "700", A},
-                                                         {"3", "CPU1 Temp", "3", "520", "900", A},
-                                                         {"4", "CPU2 Temp", "4", "870", "900", A},
-                                                         {"5", "DIMM Zone1 Temp", "3", "410", "850", A},
-                                                         {"6", "DIMM Zone2 Temp", "3", "430", "850", A},
-                                                         {"7", "PCH Temp", "3", "550", "950", A},
-                                                         {"8", "PSU1 Temp", "3", "360", "650", A},
-                                                         {"9", "PSU2 Temp", "3", "370", "650", A},
-                                                         {"10", "Riser Temp", "3", "450", "750", A}}));
-    // Millivolts; "P1V1 PCH" is non-linear and dropped; the compact "VRM Status" record
-    // of the same sensor type is a row without reading or thresholds.
-    EXPECT_EQ(rowsOf(walk(kVoltage), columns), (Rows{{"16", "CPU1 Vcore", "3", "1200", "1400", "1000"},
-                                                     {"17", "CPU2 Vcore", "3", "1216", "1400", "1000"},
-                                                     {"18", "P3V3", "3", "3294", "3618", "2934"},
-                                                     {"19", "P5V", "3", "4992", "5746", "4238"},
-                                                     {"20", "P12V", "4", "11214", "13230", "10773"},
-                                                     {"21", "P1V5 DIMM", "3", "1504", "1704", "1304"},
-                                                     {"22", "P1V8 AUX", "3", "1800", "2070", "1530"},
-                                                     {"23", "P3V3 STBY", "3", "3312", "3618", "2934"},
-                                                     {"24", "VBAT", "3", "3040", A, "2496"},
-                                                     {"26", "PSU1 Vin", "3", "230000", "270000", "170000"},
-                                                     {"27", "VRM Status", "2", "0", A, A}}));
-    // RPM, 75 per raw step; "FAN6 Rear" is non-linear and dropped; the compact redundancy
-    // and presence records are rows without thresholds.
-    EXPECT_EQ(rowsOf(walk(kFans), columns), (Rows{{"48", "FAN1", "3", "6000", A, "975"},
-                                                  {"49", "FAN2", "3", "6150", A, "975"},
-                                                  {"50", "FAN3", "3", "5925", A, "975"},
-                                                  {"51", "FAN4", "4", "1350", A, "975"},
-                                                  {"52", "FAN5", "3", "6075", A, "975"},
-                                                  {"56", "Fan Redundancy", "2", "0", A, A},
-                                                  {"57", "FAN6 Presence", "2", "0", A, A}}));
-    EXPECT_GE(getInteger(kHealth), 4);
-    m_close();
-    // CPU2 Temp, P12V, VRM Status, FAN4, Fan Redundancy and FAN6 Presence are not "ok".
-    EXPECT_GE(seededInsertions(readFile(m_log)), 6u);
 }
 
 } // namespace

@@ -168,22 +168,22 @@ TEST_F(SensorTablesTest, VoltageProbeKeepsLinearSensorsInMillivolts) {
 // A reading that changes after start-up: the temperature status name keeps the reading found
 // at start-up, the voltage status name is read live; the rows keep their start-up status.
 TEST_F(SensorTablesTest, StatusNamesAfterTheReadingChanged) {
-    auto source = sensortest::usePlatformFile("temperature.json");
+    sensortest::usePlatformFile("temperature.json");
     temperatureProbe t;
     ASSERT_EQ(t.init(), CLIENT_SUCCESS);
     kelvarn::PlatformModel model = sensortest::loadModel("temperature.json");
     sensortest::setRawReading(model, 1, 95); // CPU Temp rises to 95 degrees
-    source->replace(model);
+    sensortest::serveModel(model);
     expectRow(t, 0,
               {IL(kTemperature.reading, 950), IL(kTemperature.status, 5), SL(kTemperature.statusName, "ok")});
     EXPECT_EQ(static_cast<TemperatureInfo*>(t.getRow(0))->status, 3);
 
-    source = sensortest::usePlatformFile("voltage.json");
+    sensortest::usePlatformFile("voltage.json");
     voltageProbe v;
     ASSERT_EQ(v.init(), CLIENT_SUCCESS);
     model = sensortest::loadModel("voltage.json");
     sensortest::setRawReading(model, 20, 113); // 11.3 V: below the lower non-critical 11.4 V
-    source->replace(model);
+    sensortest::serveModel(model);
     expectRow(v, 0, {SL(kVoltage.statusName, "nonCritical")});
     EXPECT_EQ(static_cast<VoltageInfo*>(v.getRow(0))->status, 3);
 }
