@@ -152,7 +152,6 @@ TEST_P(Traps, SplitTheEventOidIntoEnterpriseAndSpecificTrap) {
         ASSERT_EQ(bindings.len, 2u);
         EXPECT_EQ(arcsOf(bindings.list[0].name), P({1000, 10, 1}));
     }
-    SnmpUtilOidFree(&enterprise);
     SnmpUtilVarBindListFree(&bindings);
 }
 
@@ -176,7 +175,6 @@ TEST_F(LifecycleTest, TrapsAreTraced) {
     AsnTimeticks stamp = 0;
     SnmpVarBindList bindings{nullptr, 0};
     ASSERT_TRUE(SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &bindings));
-    SnmpUtilOidFree(&enterprise);
     SnmpUtilVarBindListFree(&bindings);
     const std::string log = closeAndReadTrace();
     EXPECT_TRUE(traced(log, "There are #2 VarBinds in list\n"));

@@ -65,7 +65,9 @@ inline bool takeTrap(Trap& trap) {
     AsnTimeticks stamp = 0;
     SnmpVarBindList list = {nullptr, 0};
     const BOOL produced = SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list);
-    trap = takeBuilt(enterprise, specific, list);
+    AsnObjectIdentifier copy = {0, nullptr}; // the enterprise OID stays the agent's
+    SnmpUtilOidCpy(&copy, &enterprise);
+    trap = takeBuilt(copy, specific, list);
     if (!produced) {
         return false;
     }

@@ -222,7 +222,6 @@ TEST_F(AgentOverIpmiSim, SelEntryAddedOnTheBmcBecomesATrap) {
                 EXPECT_EQ(::dotted(hmtest::arcsOf(list.list[3].name)), ::dotted(P({600, 40, 1, 2, 1})));
             }
             SnmpUtilVarBindListFree(&list);
-            SnmpUtilOidFree(&ent);
         }
         if (!found)
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
