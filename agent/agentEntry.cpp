@@ -25,6 +25,15 @@ std::atomic<HANDLE> gPollerThread{nullptr};
 
 // Touched by the service's thread only.
 int32_t gRegionCounter = 1;
+// SnmpExtensionInit succeeded. The Windows SNMP service never calls SnmpExtensionInitEx
+// after a failed SnmpExtensionInit (it does not load the agent); net-snmp's winExtDLL
+// does: after a failed start no further region is handed out and no poller starts.
+bool gStarted = false;
+// The enterprise OID of the last trap handed out. The Windows SNMP service never frees
+// the enterprise OID SnmpExtensionTrap returns (Microsoft's SnmpExtensionTrap reference:
+// "The SNMP service does not free the memory for this variable"), nor does net-snmp's
+// winExtDLL: the agent keeps it until the next SnmpExtensionTrap call or the close.
+AsnObjectIdentifier gTrapEnterprise{0, nullptr};
 uint32_t gQueryCounter = 0;
 unsigned char gHealthPoll = 0;
 DWORD gTimeZeroReference = 0;
@@ -32,15 +41,24 @@ DWORD gTimeZeroReference = 0;
 constexpr int32_t kRegionCount = MIB_SUBTREE_COUNT;
 constexpr uint32_t kQueriesPerTrapPoll = 10;
 
+void releaseTrapEnterprise() {
+    if (gTrapEnterprise.ids != nullptr) {
+        SnmpUtilOidFree(&gTrapEnterprise);
+    }
+    gTrapEnterprise = AsnObjectIdentifier{0, nullptr};
+}
+
 // Forgets everything a previous Init built, so that Init can run again in one process.
 void resetModuleState() {
     mibReleaseChain();
+    releaseTrapEnterprise();
     if (HANDLE event = gTrapEvent.exchange(nullptr)) {
         CloseHandle(event);
     }
     if (HANDLE thread = gPollerThread.exchange(nullptr)) {
         CloseHandle(thread); // the thread itself runs on
     }
+    gStarted = false;
     gInitDone = 0;
     gTrapsWaiting = 0;
     gRegionCounter = 1;
@@ -153,8 +171,8 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInit(DWORD dwUpTimeReferen
     }
     resetModuleState();
     setEventSink({&addEvent, &AssertTrap, &IsInitDone});
-
-    // The region shares its arcs with the subtree table; the service must not free it.
+    // The region shares its arcs with the subtree table: the service copies it and never
+    // frees it.
     *pFirstSupportedRegion = OidSubTrees[0].baseOid;
 
     debugLog("\n Inside snmpExtensionInit Function: \n");
@@ -180,12 +198,13 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInit(DWORD dwUpTimeReferen
     }
     gTrapEvent = event;
     *phSubagentTrapEvent = event;
+    gStarted = true;
     debugLog("Leaving 1 SNMPExtensionInit\n");
     return TRUE;
 }
 
 extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionInitEx(AsnObjectIdentifier* pNextSupportedRegion) {
-    if (pNextSupportedRegion == nullptr || gInitDone.load()) {
+    if (pNextSupportedRegion == nullptr || !gStarted || gInitDone.load()) {
         return FALSE;
     }
     if (gRegionCounter != kRegionCount) {
@@ -224,6 +243,8 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionTrap(AsnObjectIdentifier* 
         pTimeStamp == nullptr || pVarBindList == nullptr) {
         return FALSE;
     }
+    // The service has copied the previous trap's enterprise OID by now.
+    releaseTrapEnterprise();
     *pGenericTrapId = SNMP_GENERICTRAP_ENTERSPECIFIC;
     *pTimeStamp = SnmpSvcGetUptime();
 
@@ -240,6 +261,7 @@ extern "C" HM_EXPORT BOOL SNMP_FUNC_TYPE SnmpExtensionTrap(AsnObjectIdentifier* 
         SnmpUtilVarBindListFree(pVarBindList);
         return FALSE;
     }
+    gTrapEnterprise = *pEnterpriseOid; // the bindings are the service's to free
     return TRUE;
 }
 

@@ -39,7 +39,6 @@ void collectTraps() {
         if (!SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list)) {
             return; // nothing handed over
         }
-        SnmpUtilOidFree(&enterprise);
         SnmpUtilVarBindListFree(&list);
     }
 }

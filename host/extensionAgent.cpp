@@ -269,7 +269,7 @@ bool ExtensionAgent::nextTrap(Trap& trap) {
     SnmpVarBind* entries = listOf(list);
     for (UINT n = 0; entries != nullptr && n < list.len; ++n)
         trap.bindings.push_back(Binding{arcsOf(entries[n].name), valueOf(entries[n].value)});
-    SnmpUtilOidFree(&enterprise);
+    // The enterprise OID stays the agent's, as with the Windows SNMP service.
     SnmpUtilVarBindListFree(&list);
     return true;
 }

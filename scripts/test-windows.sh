@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Cross-builds hmSubagent.dll, its query-service DLLs and the loader for 64-bit Windows
 # with mingw-w64 (preset "windows"), checks the DLLs' export and import tables and drives
-# the agent under Wine. Installs the toolchain and Wine when missing.
+# the agent under Wine, also as an extension agent of net-snmp's snmpd for Windows
+# (winExtDLL, built by scripts/build-netsnmp-windows.sh) compared with the Linux daemon
+# hmagentd (release preset). Installs the toolchain and Wine when missing.
 # Prints one line per check; exits non-zero when any fails.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -32,7 +34,20 @@ started=$SECONDS
 cmake --build --preset windows -j "$jobs"
 echo "=== windows: built in $((SECONDS - started)) s"
 
-echo "=== windows: export table, imports, Wine walk, MSI install"
+echo "=== windows: the second host, net-snmp's snmpd with winExtDLL, and hmagentd to compare with"
+bash scripts/build-netsnmp-windows.sh | grep '^==='
+bash scripts/install-deps.sh build
+cmake --preset release >/dev/null
+started=$SECONDS
+mkdir -p build/windows
+if ! cmake --build --preset release -j "$jobs" --target hmagentd hmSubagent kelvarn-sim \
+        >build/windows/release-build.log 2>&1; then
+    tail -30 build/windows/release-build.log
+    exit 1
+fi
+echo "=== release: hmagentd built in $((SECONDS - started)) s"
+
+echo "=== windows: export table, imports, Wine walk, MSI install, winExtDLL"
 # Each check script prints an "ok:", "FAIL:" or "skipped:" line per check; show those and
 # ctest's verdicts, and keep the whole output in the log.
 log=build/windows/test-windows.log

@@ -1,6 +1,7 @@
 // SnmpMgrStrToOid: numeric dotted text to an object identifier.
 #include <mgmtapi.h>
 
+#include <cstdint>
 #include <cstring>
 
 namespace {

@@ -130,7 +130,6 @@ TEST_F(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
         Arcs got = arcsOf(enterprise);
         EXPECT_TRUE(got.size() > events.size() && std::equal(events.begin(), events.end(), got.begin()))
             << dotted(got);
-        SnmpUtilOidFree(&enterprise);
         SnmpUtilVarBindListFree(&bindings);
     }
 

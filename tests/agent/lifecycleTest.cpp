@@ -162,7 +162,6 @@ TEST_F(LifecycleTest, TrapsSplitTheEventOidIntoEnterpriseAndSpecificTrap) {
             ASSERT_EQ(bindings.len, 2u);
             EXPECT_EQ(arcsOf(bindings.list[0].name), P({1000, 10, 1}));
         }
-        SnmpUtilOidFree(&enterprise);
         SnmpUtilVarBindListFree(&bindings);
     }
     EXPECT_TRUE(tracedAll(closeAndReadTrace(),

@@ -218,6 +218,8 @@ TEST_F(ChainTest, AFailingFacadeStopsStartUpAndClosesTheTrace) {
     Bindings next({P({100, 1, 0})});
     EXPECT_EQ(query(SNMP_EXTENSION_GET_NEXT, next).status, 0);
     EXPECT_EQ(next.name(0), kEndOfView);
+    // A host that calls on after the FALSE (net-snmp's winExtDLL) gets no further region.
+    EXPECT_FALSE(SnmpExtensionInitEx(&region));
 }
 
 } // namespace

@@ -63,7 +63,9 @@ inline std::vector<Trap> collectTraps() {
         AsnTimeticks stamp = 0;
         SnmpVarBindList list = {nullptr, 0};
         const BOOL produced = SnmpExtensionTrap(&enterprise, &generic, &specific, &stamp, &list);
-        Trap trap = takeBuilt(enterprise, specific, list);
+        AsnObjectIdentifier copy = {0, nullptr}; // the enterprise OID stays the agent's
+        SnmpUtilOidCpy(&copy, &enterprise);
+        Trap trap = takeBuilt(copy, specific, list);
         if (!produced)
             break;
         EXPECT_EQ(generic, 6);

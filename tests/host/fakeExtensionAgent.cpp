@@ -129,9 +129,8 @@ EXPORTED BOOL SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* g
     if (g_trapsLeft <= 0)
         return FALSE;
     const int k = g_trapsLeft--;
-    const Arcs arcs = under({1000});
-    AsnObjectIdentifier source{static_cast<UINT>(arcs.size()), const_cast<UINT*>(arcs.data())};
-    SnmpUtilOidCpy(enterprise, &source);
+    static const Arcs arcs = under({1000}); // kept by the agent, as the host expects
+    *enterprise = AsnObjectIdentifier{static_cast<UINT>(arcs.size()), const_cast<UINT*>(arcs.data())};
     *generic = SNMP_GENERICTRAP_ENTERSPECIFIC;
     *specific = 20 + k;
     *stamp = 4200;

@@ -184,7 +184,6 @@ TEST_F(AgentOverIpmiSim, SelEntryAddedOnTheBmcBecomesATrap) {
                 }
             }
             SnmpUtilVarBindListFree(&list);
-            SnmpUtilOidFree(&ent);
         }
         return !trap.empty();
     }));

@@ -5,7 +5,8 @@
 # group's values come from the configuration file written here.
 #
 # Not covered here: the trap path's split of the event OID (SnmpExtensionTrap) needs
-# mgmtapi's SnmpMgrStrToOid, which Wine only stubs; the Linux agent tests cover it.
+# mgmtapi's SnmpMgrStrToOid, which Wine only stubs; winextdll.sh covers it with a
+# test-only mgmtapi.dll, the Linux agent tests cover the split itself.
 #
 # Last, the administrators' registry file is imported into the same registry and read
 # back.
@@ -176,7 +177,7 @@ regFileOk() {
 }
 check "hmSubagent.reg imports and sets ConfigFile and Pathname" regFileOk
 
-echo "skipped: the trap split of SnmpExtensionTrap (Wine's mgmtapi SnmpMgrStrToOid is a stub; the Linux agent tests cover it)"
+echo "skipped: the trap split of SnmpExtensionTrap (Wine's mgmtapi SnmpMgrStrToOid is a stub; winextdll.sh covers it)"
 if [ "$failures" -ne 0 ]; then
     echo "--- loader output"
     cat "$out"
