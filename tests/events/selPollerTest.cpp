@@ -2,6 +2,7 @@
 // the decoders, the event clones, the event queue and SnmpExtensionTrap.
 
 #include <functional>
+#include <mutex>
 
 #include "agent/agentApi.h"
 #include "events/eventDecoders.h"
@@ -62,12 +63,18 @@ std::array<uint8_t, 16> selRaw(uint16_t id, uint8_t sensorType, uint8_t sensorNu
     return raw;
 }
 
-// Answers every path from the simulated server, except the ones listed as failing and,
-// when `raw` is scripted, the SEL itself (its entries' RAW texts, oldest first).
+// Answers every path from the simulated server `model` (which a test may replace), except
+// the ones listed as failing and, when `raw` is scripted, the SEL itself (its entries' RAW
+// texts, oldest first).
 class WatchedPlatform : public kelvarn::Responder {
 public:
-    explicit WatchedPlatform(std::shared_ptr<kelvarn::Responder> platform)
-        : m_platform(std::move(platform)) {}
+    explicit WatchedPlatform(kelvarn::PlatformModel model) { replace(std::move(model)); }
+    void replace(kelvarn::PlatformModel model) {
+        auto platform = kelvarn::makePlatformResponder(
+            std::make_shared<kelvarn::SimulatedSource>("test platform", std::move(model)));
+        std::lock_guard<std::mutex> guard(m_lock);
+        m_platform = std::move(platform);
+    }
     std::vector<std::string> asked, failing, raw;
     bool scripted = false, clearedOnce = false; // the next SEL query fails as for a lost record
 
@@ -77,8 +84,14 @@ public:
         for (const std::string& f : failing)
             if (path == f)
                 throw kelvarn::QueryError(kelvarn::kSourceUnavailable, "test: the BMC does not answer");
-        if (!scripted || path != "/BMC/SEL/TRANSLATED")
-            return m_platform->answer(path, segments, params, flags, out);
+        if (!scripted || path != "/BMC/SEL/TRANSLATED") {
+            std::shared_ptr<kelvarn::Responder> platform;
+            {
+                std::lock_guard<std::mutex> guard(m_lock);
+                platform = m_platform;
+            }
+            return platform->answer(path, segments, params, flags, out);
+        }
         if (clearedOnce) {
             clearedOnce = false;
             throw kelvarn::QueryError(kelvarn::kSelRecordNotFound, "test: the SEL was cleared");
@@ -98,6 +111,7 @@ public:
     }
 
 private:
+    std::mutex m_lock;
     std::shared_ptr<kelvarn::Responder> m_platform;
 };
 
@@ -106,8 +120,7 @@ protected:
     void SetUp() override {
         SelClient::s_tracePath = m_trace.path();
         m_model = sensortest::loadModel("../sel/sel-platform.json");
-        m_source = std::make_shared<sensortest::MutableSource>(m_model);
-        m_platform = std::make_shared<WatchedPlatform>(kelvarn::makePlatformResponder(m_source));
+        m_platform = std::make_shared<WatchedPlatform>(m_model);
         kelvarn::setProcessResponder(m_platform);
         resetSelPoller();
         setSelPollSleep(parkPoller);
@@ -152,7 +165,7 @@ protected:
         kelvarn::SelEntry entry;
         entry.raw = raw;
         m_model.sel.push_back(entry);
-        m_source->replace(m_model);
+        m_platform->replace(m_model);
     }
 
     // Polls once after `raw` was added; the trace written by the poll.
@@ -170,7 +183,6 @@ protected:
     std::string trace() { return m_trace.text(); }
 
     kelvarn::PlatformModel m_model;
-    std::shared_ptr<sensortest::MutableSource> m_source;
     std::shared_ptr<WatchedPlatform> m_platform;
     std::unique_ptr<eventHandler> m_handler;
     ScopedTrace m_trace{false}; // opened by the client's init
@@ -362,7 +374,7 @@ TEST_F(SelPollerTest, ThreeThousandNewEntriesTakeTwoPolls) {
         entry.raw = selRaw(id, 0x07, 80, 0x6F, 7); // presence: information, no health change
         m_model.sel.push_back(entry);
     }
-    m_source->replace(m_model);
+    m_platform->replace(m_model);
     closeDebugLog(); // a trace of this size says nothing more
     EXPECT_EQ(CheckForNewSELEntry(), 1);
     EXPECT_EQ(selLastRecordId(), 3001); // RANGE 3000 holds the known entry and 2999 new ones
