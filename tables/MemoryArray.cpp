@@ -1,5 +1,7 @@
 #include "tables/MemoryArray.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdio>
 
 #include "core/debugLog.h"
@@ -37,7 +39,8 @@ uint32_t MemoryArray::init() {
         row.location = record.Location;
         row.use = record.Use;
         row.errorCorrection = record.MemoryErrorCorrection;
-        row.maxCapacity = static_cast<int32_t>(record.MaxCapacity);
+        // The column is an Integer32: arrays of 2 TiB and more read its largest value.
+        row.maxCapacity = static_cast<int32_t>(std::min<uint32_t>(record.MaxCapacity, INT32_MAX));
         row.errorInfoHandle = static_cast<int32_t>(record.MemoryErrorInfoHandle);
         row.numDevices = static_cast<int32_t>(record.NumMemoryDevices);
         row.devicesPresent = static_cast<int32_t>(record.TotalNoOfDevicePresent);

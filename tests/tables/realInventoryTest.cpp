@@ -42,7 +42,9 @@ TEST_F(RealInventoryTest, DellPowerEdgeR630) {
     expectRow(processors, 1,
               {I(27, 2), S(28, "CPU2"), S(32, ""), I(38, 4000), I(39, 0), S(41, "Unpopulated")});
     ASSERT_EQ(1, arrays.getCount());
-    expectRow(arrays, 0, {I(76, 1), I(82, 6), I(85, 24), I(87, 2), S(86, "Multi-bit ECC")});
+    // dmidecode: "Maximum Capacity: 3 TB", more than the Integer32 column holds.
+    expectRow(arrays, 0,
+              {I(76, 1), I(82, 6), I(83, 2147483647), I(85, 24), I(87, 2), S(86, "Multi-bit ECC")});
     ASSERT_EQ(2, devices.getCount());
     for (int r = 0; r < 2; ++r)
         expectRow(devices, r,
