@@ -260,11 +260,11 @@ TEST_F(SelPollerTest, RefusedEventsAreTriedFiveTimesThenLost) {
         EXPECT_TRUE(collectTraps().empty());
         const std::string check =
             std::string("\n-->") + row.kind + " Event Occurred inside interface check<--\n";
-        EXPECT_EQ(occurrences(t, check), 5u);
+        EXPECT_EQ(sensortest::countOf(t, check), 5u);
         if (!row.trapsEnabled) {
-            EXPECT_EQ(
-                occurrences(t, check + "\nSNMP_EventInterface::HandleEvent starting\ntraps disabled...\n"),
-                5u);
+            EXPECT_EQ(sensortest::countOf(
+                          t, check + "\nSNMP_EventInterface::HandleEvent starting\ntraps disabled...\n"),
+                      5u);
             EXPECT_NE(t.find("\n-->Processor Event Occurred End sucessfully!<--\n"), std::string::npos);
         }
     }

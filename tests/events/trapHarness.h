@@ -7,10 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "agent/snmpExtension.h"
@@ -123,30 +121,22 @@ inline void expectHealthTrap(const Trap& trap, int32_t health, const char* chang
     EXPECT_EQ(trap.bindings[1].number, health);
 }
 
-// A scratch file opened as the agent's trace (unless told otherwise) for the life of the object.
+// A trace file in a scratch folder, opened as the agent's trace (unless told otherwise)
+// for the life of the object.
 class ScopedTrace {
 public:
     explicit ScopedTrace(bool open = true) {
-        char path[] = "/tmp/hm-events-trace-XXXXXX";
-        const int fd = mkstemp(path);
-        if (fd >= 0)
-            close(fd);
-        m_path = path;
         if (open)
             openDebugLog(m_path.c_str(), 1);
     }
-    ~ScopedTrace() {
-        closeDebugLog();
-        std::remove(m_path.c_str());
-    }
-    ScopedTrace(const ScopedTrace&) = delete;
-    ScopedTrace& operator=(const ScopedTrace&) = delete;
+    ~ScopedTrace() { closeDebugLog(); }
 
     const std::string& path() const { return m_path; }
     std::string text() const { return traceMessages(m_path); }
 
 private:
-    std::string m_path;
+    hmtest::TempDir m_dir{"hm-events-trace-"};
+    std::string m_path = m_dir / "trace.log";
 };
 
 // Every hand-off retry sleep asked for, when recordRetrySleep is the seam.
@@ -160,13 +150,6 @@ inline void recordRetrySleep(DWORD ms) {
 inline void parkPoller(DWORD) {
     for (;;)
         std::this_thread::sleep_for(std::chrono::hours(1));
-}
-
-inline size_t occurrences(const std::string& text, const std::string& piece) {
-    size_t n = 0;
-    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
-        ++n;
-    return n;
 }
 
 #endif
