@@ -1,8 +1,6 @@
 // SEL entries added to a running simulated server become traps: through the poller,
 // the decoders, the event clones, the event queue and SnmpExtensionTrap.
 
-#include <functional>
-
 #include "agent/agentApi.h"
 #include "events/eventDecoders.h"
 #include "events/selPoller.h"
@@ -387,8 +385,6 @@ TEST_F(SelPollerTest, ShortLongAndNonHexadecimalEntriesAreDecodedWithoutOverread
 
 // An event decoded while the agent is still starting: the interface refuses it until
 // start-up completes, then the next attempt delivers it.
-std::function<void()> g_afterRetrySleep;
-
 TEST_F(SelPollerTest, EventBeforeStartUpCompletesIsDeliveredOnceStarted) {
     ASSERT_EQ(CheckForNewSELEntry(), 0);
     SnmpExtensionClose();
@@ -397,19 +393,14 @@ TEST_F(SelPollerTest, EventBeforeStartUpCompletesIsDeliveredOnceStarted) {
     ASSERT_TRUE(SnmpExtensionInit(0, &trapEvent, &region));
     freshHandler();
     ASSERT_FALSE(IsInitDone());
-    g_afterRetrySleep = [] {
+    setHandOffRetrySleep([](DWORD ms) { // start-up completes during the second wait
+        g_retrySleeps.push_back(ms);
         AsnObjectIdentifier next = {0, nullptr};
         for (int regions = 0; g_retrySleeps.size() == 2 && SnmpExtensionInitEx(&next) && regions < 100;
              ++regions) {
         }
-    };
-    setHandOffRetrySleep([](DWORD ms) {
-        g_retrySleeps.push_back(ms);
-        if (g_afterRetrySleep)
-            g_afterRetrySleep();
     });
     const std::string t = pollWith(selRaw(3, 0x07, 80, 0x6F, 0));
-    g_afterRetrySleep = nullptr;
     EXPECT_TRUE(IsInitDone());
     EXPECT_EQ(g_retrySleeps, std::vector<DWORD>(2, 30000));
     EXPECT_EQ(specificsOf(collectTraps(), kP + ".1000.40"), std::vector<int32_t>{1});
