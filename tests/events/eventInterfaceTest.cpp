@@ -14,17 +14,6 @@ protected:
     // The sink the front end installs at start-up.
     void SetUp() override { setEventSink({&addEvent, &AssertTrap, &IsInitDone}); }
 
-    CEventWrapper wrapper(int32_t deviceId, const char* description, const char* status) {
-        CEventWrapper w;
-        w.SetAsserted(true);
-        w.setDeviceId(deviceId);
-        w.setDescription(description);
-        w.setStatus(status);
-        w.setTimeStamp("11/21/2026 22:10:05");
-        w.setSensorType("Temperature");
-        return w;
-    }
-
     std::string trace() { return m_trace.text(); }
 
     ScopedTrace m_trace;
@@ -53,7 +42,7 @@ TEST_F(EventCloneTest, ClonesFallBackToTheirSecondTable) {
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.type) + "/" + std::to_string(row.device));
         client.added.clear();
-        CEventWrapper event = wrapper(row.device, "Upper Critical going high", "Error");
+        CEventWrapper event = eventWrapper(row.device, "Upper Critical going high", "Error");
         EXPECT_EQ(runEventClone(*findEventClone(row.type), event), 1);
         ASSERT_EQ(client.added.size(), 1u);
         const eventData& e = client.added[0];
@@ -69,7 +58,7 @@ TEST_F(EventCloneTest, ClonesFallBackToTheirSecondTable) {
 }
 
 TEST_F(EventCloneTest, LongTextsAreCut) {
-    CEventWrapper event = wrapper(1, std::string(300, 'd').c_str(), "OK");
+    CEventWrapper event = eventWrapper(1, std::string(300, 'd').c_str(), "OK");
     event.setTimeStamp(std::string(200, 't'));
     event.setSensorType(std::string(128, 's'));
     runEventClone(*findEventClone(12), event);
@@ -82,7 +71,7 @@ TEST_F(EventCloneTest, LongTextsAreCut) {
 TEST_F(EventCloneTest, TemperatureCloneTracesEachStep) {
     client.positions[{13, 12}] = 2;
     client.names[{13, 1}] = "CPU Temp";
-    CEventWrapper event = wrapper(12, "Lower Critical going low", "Error");
+    CEventWrapper event = eventWrapper(12, "Lower Critical going low", "Error");
     runEventClone(*findEventClone(14), event);
     EXPECT_NE(trace().find(
                   "\n SNMP_TemperatureSensorEventClone::HandleEvent Called:"

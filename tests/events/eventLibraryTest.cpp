@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <regex>
 
-#include "events/eventInterface.h"
 #include "trapHarness.h"
 
 namespace {
@@ -46,13 +45,7 @@ protected:
 
     // Hands `type` events to the sink as an outside module does; what HandleEvent answered.
     int handle(int type, const char* description, int32_t deviceId = 5) {
-        CEventWrapper event;
-        event.SetAsserted(true);
-        event.setDeviceId(deviceId);
-        event.setDescription(description);
-        event.setStatus("Error");
-        event.setTimeStamp("11/21/2026 23:01:00");
-        event.setSensorType("Power Unit");
+        CEventWrapper event = eventWrapper(deviceId, description);
         CEventInterface* sink = new SNMP_EventInterface();
         const int answer = sink->HandleEvent(event, type);
         delete sink;

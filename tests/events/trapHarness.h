@@ -13,6 +13,7 @@
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
+#include "events/eventInterface.h"
 #include "support/files.h"
 #include "support/oids.h"
 
@@ -138,6 +139,18 @@ private:
     hmtest::TempDir m_dir{"hm-events-trace-"};
     std::string m_path = m_dir / "trace.log";
 };
+
+// An asserted event as a decoder hands it to the event interface.
+inline CEventWrapper eventWrapper(int32_t deviceId, const char* description, const char* status = "Error") {
+    CEventWrapper w;
+    w.SetAsserted(true);
+    w.setDeviceId(deviceId);
+    w.setDescription(description);
+    w.setStatus(status);
+    w.setTimeStamp("11/21/2026 22:10:05");
+    w.setSensorType("Temperature");
+    return w;
+}
 
 // Every hand-off retry sleep asked for, when recordRetrySleep is the seam.
 inline std::vector<DWORD> g_retrySleeps;
