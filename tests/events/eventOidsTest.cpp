@@ -46,6 +46,7 @@ const Case kCases[] = {{1, 1, "", ".20.1"},
                        {4, 4, "lower non-critical", ".70.8"},
                        {4, 1, "Lower", nullptr},
                        {5, 6, "", nullptr},
+                       // (uncorrectable ECC and logging disabled read as .60.1 and .60.5 end to end)
                        {8, 4, "Parity Error: correctable ECC", ".60.1"},
                        {8, 4, "parity error", nullptr},
                        {9, 3, "ON and OFF", ".80.3"},
@@ -89,19 +90,6 @@ TEST(EventOidSelection, OtherWordingsPrecedenceAndNearMisses) {
     }
     for (int32_t group : {0, 6, 7, 13, 16, 20, -1}) // groups without traps
         EXPECT_EQ(selectEventOID(record(group, 5, "Lower Critical going low")), nullptr) << group;
-}
-
-TEST(EventOidSelection, MemoryRulesForUncorrectableAndLoggingDisabledAreNeverChosen) {
-    for (const char* d : {"uncorrectable ECC", "uncorrectable ECC has been disabled",
-                          "correctable memory error logging has been disabled",
-                          "uncorrectable ECC; correctable memory error logging has been disabled",
-                          "Parity Error uncorrectable ECC",
-                          "memory scrub failed: correctable memory error logging has been disabled"}) {
-        for (int32_t severity = 1; severity <= 6; ++severity) {
-            const std::string oid = dotted(getMemoryEventOID(record(8, severity, d)));
-            EXPECT_TRUE(oid != kP + ".1000.60.2" && oid != kP + ".1000.60.6" && oid != "(none)") << d << oid;
-        }
-    }
 }
 
 TEST(EventOidSelection, DescriptionFillingTheWholeFieldIsSearchedWithoutOverread) {

@@ -180,9 +180,7 @@ TEST_F(SelPollerTest, SingleEventsBecomeTheirTraps) {
         {0x04, 48, 0x01, 1, false, ".70.6", 4, "Lower Non-critical going high", false},
         {0x04, 48, 0x01, 3, false, ".70.5", 5, "Lower Critical going high", false},
         {0x04, 48, 0x01, 5, false, ".70.4", 6, "Lower Non-recoverable going high", false},
-        // A fan presence sensor whose record says it is ignored while absent (57): removal is normal.
-        {0x04, 57, 0x08, 0, false, ".70.7", 5, "Device Removed/Device Absent", false},
-        {0x04, 57, 0x08, 0, true, ".70.7", 3, "Device Removed/Device Absent", false},
+        // Fan presence sensors (57, whose removal the named events reach end to end, and 58).
         {0x04, 57, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present", false},
         {0x04, 57, 0x08, 1, true, ".70.7", 3, "Device Inserted/Device Present", false},
         {0x04, 58, 0x08, 0, false, ".70.7", 3, "Device Removed/Device Absent", false},
