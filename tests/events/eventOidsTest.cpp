@@ -30,81 +30,37 @@ std::string expectedOid(const char* arcs) {
     return arcs == nullptr ? std::string("(none)") : kP + ".1000" + arcs;
 }
 
-// Every rule of every group, in the order of the rules, plus near misses: (group,
-// severity, description) and the arcs of the event OID below P.1000, or null for none.
+// The rules of every group that the named events of the end-to-end test do not reach
+// (other wordings, severities, precedence), and near misses: (group, severity,
+// description) and the arcs of the event OID below P.1000, or null for none.
 const Case kCases[] = {{1, 1, "", ".20.1"},
                        {1, 2, "", ".20.2"},
-                       {1, 3, "System health was changed from critical to ok.", ".20.3"},
-                       {1, 4, "", ".20.4"},
-                       {1, 5, "System health was changed from ok to critical.", ".20.5"},
-                       {1, 6, "", ".20.6"},
                        {1, 0, "", nullptr},
                        {1, 7, "", nullptr},
-                       {2, 3, "the system has been reconfigured", ".90.1"},
-                       {2, 3, "a system boot event has occurred", ".90.2"},
-                       {2, 5, "undetermined system hardware failure", ".90.3"},
                        {2, 5, "system boot event has occurred; system has been reconfigured", ".90.1"},
                        {2, 3, "System Boot Event Has Occurred", nullptr},
-                       {3, 3, "Chassis OK", ".30.2"},
-                       {3, 5, "there has been a chassis intrusion", ".30.1"},
                        {3, 3, "Chassis OK ", nullptr},
                        {3, 5, "there has been a chassis intrusion!", nullptr},
-                       {4, 5, "Fan 2 Device Removed", ".70.7"},
                        {4, 6, "Device Inserted Lower", ".70.7"},
                        {4, 3, "Lower Non-critical going low", ".70.7"},
-                       {4, 4, "Lower Non-critical going low", ".70.6"},
-                       {4, 4, "Upper Non-critical going high", ".70.8"},
-                       {4, 5, "Lower Critical going low", ".70.5"},
-                       {4, 5, "Upper Critical going high", ".70.9"},
-                       {4, 6, "Lower Non-recoverable going low", ".70.4"},
-                       {4, 6, "Upper Non-recoverable going high", ".70.10"},
                        {4, 4, "lower non-critical", ".70.8"},
                        {4, 1, "Lower", nullptr},
-                       {5, 3, "", ".70.1"},
-                       {5, 4, "", ".70.2"},
-                       {5, 5, "", ".70.3"},
                        {5, 6, "", nullptr},
-                       {8, 4, "a correctable ECC error", ".60.1"},
-                       {8, 5, "an uncorrectable ECC error", ".60.1"},
-                       {8, 5, "Parity Error", ".60.3"},
-                       {8, 5, "the memory scrub failed", ".60.4"},
-                       {8, 4, "the memory device has been disabled", ".60.5"},
-                       {8, 4, "correctable memory error logging has been disabled", ".60.5"},
+                       // (uncorrectable ECC and logging disabled read as .60.1 and .60.5 end to end)
                        {8, 4, "Parity Error: correctable ECC", ".60.1"},
                        {8, 4, "parity error", nullptr},
-                       {9, 3, "slot power OFF", ".80.3"},
-                       {9, 3, "slot power ON", ".80.4"},
                        {9, 3, "ON and OFF", ".80.3"},
                        {9, 3, "slot ready", ".80.1"},
                        {9, 4, "slot power OFF", ".80.2"},
-                       {9, 5, "fault", ".80.2"},
                        {9, 6, "fault", nullptr},
                        {9, 1, "ON", nullptr},
-                       {10, 3, "power supply's presence has been detected", ".50.4"},
                        {10, 3, "PS1: Power Supply Presence Detected", ".50.4"},
                        {10, 3, "the power supply's presence has been detected", nullptr},
-                       {10, 5, "the power supply's presence has been lost", ".50.5"},
-                       {10, 5, "the power supply has suffered a failure", ".50.6"},
-                       {10, 4, "a predictive failure has been detected for the power supply", ".50.7"},
-                       {10, 5, "the power supply's input (AC/DC) has been lost", ".50.8"},
                        {10, 5, "Power Supply Input (AC/DC) Lost", ".50.8"},
                        {10, 3, "Power Supply A/C is OK", ".50.9"},
-                       {10, 3, "the power supply's input (AC/DC) has been regained", ".50.9"},
                        {10, 3, "power supply ok", nullptr},
-                       {11, 3, "", ".50.1"},
-                       {11, 4, "", ".50.2"},
-                       {11, 5, "", ".50.3"},
                        {11, 6, "", nullptr},
-                       {12, 6, "IERR (Internal Error)", ".40.1"},
                        {12, 6, "CPU Thermal Trip", ".40.2"},
-                       {12, 5, "FRB1/BIST Failure", ".40.3"},
-                       {12, 5, "FRB2/Hang in POST Failure", ".40.4"},
-                       {12, 5, "FRB3/Processor Startup Failure", ".40.5"},
-                       {12, 5, "Configuration Error", ".40.6"},
-                       {12, 3, "the processor's presence has been detected", ".40.7"},
-                       {12, 5, "the processor has been disabled", ".40.8"},
-                       {12, 3, "the terminator's presence has been detected", ".40.9"},
-                       {12, 6, "SM BIOS 'Uncorrectable CPU-Complex Error'", ".40.10"},
                        {12, 6, "Thermal Trip after IERR (Internal Error)", ".40.1"},
                        {12, 6, "thermal trip", nullptr},
                        {14, 3, "Lower Critical going low deasserted", ".70.16"},
@@ -116,13 +72,6 @@ const Case kCases[] = {{1, 1, "", ".20.1"},
                        {14, 6, "Upper Non-recoverable going high", ".70.19"},
                        {14, 2, "Lower", nullptr},
                        {14, 7, "Lower", nullptr},
-                       {15, 3, "", ".50.13"},
-                       {15, 4, "Lower Non-critical going low", ".50.12"},
-                       {15, 4, "Upper Non-critical going high", ".50.14"},
-                       {15, 5, "Lower Critical going low", ".50.11"},
-                       {15, 5, "Upper Critical going high", ".50.15"},
-                       {15, 6, "Lower Non-recoverable going low", ".50.10"},
-                       {15, 6, "Upper Non-recoverable going high", ".50.16"},
                        {15, 1, "", nullptr},
                        {17, 3, "performance has been met", ".50.17"},
                        {17, 4, "performance is lagging", ".50.18"},
@@ -130,38 +79,17 @@ const Case kCases[] = {{1, 1, "", ".20.1"},
                        {18, 3, "performance has been met", ".70.11"},
                        {18, 4, "performance is lagging", ".70.12"},
                        {18, 4, "Performance is lagging", nullptr},
-                       {19, 6, "Drive 3 reports the device has been removed or is absent", ".100.1"},
-                       {19, 3, "Drive 3 reports the device has been inserted or is present", ".100.2"},
-                       {19, 3, "Drive 3 removed", nullptr},
-                       // groups without traps
-                       {0, 5, "Lower Critical going low", nullptr},
-                       {6, 5, "Lower Critical going low", nullptr},
-                       {7, 5, "Lower Critical going low", nullptr},
-                       {13, 5, "Lower Critical going low", nullptr},
-                       {16, 5, "Lower Critical going low", nullptr},
-                       {20, 5, "Lower Critical going low", nullptr},
-                       {-1, 5, "Lower Critical going low", nullptr}};
+                       {19, 3, "Drive 3 removed", nullptr}};
 
-TEST(EventOidSelection, EveryRuleOfEveryGroupInOrder) {
+TEST(EventOidSelection, OtherWordingsPrecedenceAndNearMisses) {
     for (const Case& c : kCases) {
         const eventData e = record(c.group, c.severity, c.description);
         SCOPED_TRACE("group " + std::to_string(c.group) + " severity " + std::to_string(c.severity) + " \"" +
                      c.description + "\"");
         EXPECT_EQ(dotted(selectEventOID(e)), expectedOid(c.expected));
     }
-}
-
-TEST(EventOidSelection, MemoryRulesForUncorrectableAndLoggingDisabledAreNeverChosen) {
-    for (const char* d : {"uncorrectable ECC", "uncorrectable ECC has been disabled",
-                          "correctable memory error logging has been disabled",
-                          "uncorrectable ECC; correctable memory error logging has been disabled",
-                          "Parity Error uncorrectable ECC",
-                          "memory scrub failed: correctable memory error logging has been disabled"}) {
-        for (int32_t severity = 1; severity <= 6; ++severity) {
-            const std::string oid = dotted(getMemoryEventOID(record(8, severity, d)));
-            EXPECT_TRUE(oid != kP + ".1000.60.2" && oid != kP + ".1000.60.6" && oid != "(none)") << d << oid;
-        }
-    }
+    for (int32_t group : {0, 6, 7, 13, 16, 20, -1}) // groups without traps
+        EXPECT_EQ(selectEventOID(record(group, 5, "Lower Critical going low")), nullptr) << group;
 }
 
 TEST(EventOidSelection, DescriptionFillingTheWholeFieldIsSearchedWithoutOverread) {

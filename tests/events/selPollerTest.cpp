@@ -1,9 +1,6 @@
 // SEL entries added to a running simulated server become traps: through the poller,
 // the decoders, the event clones, the event queue and SnmpExtensionTrap.
 
-#include <functional>
-#include <mutex>
-
 #include "agent/agentApi.h"
 #include "events/eventDecoders.h"
 #include "events/selPoller.h"
@@ -14,32 +11,14 @@
 
 namespace {
 
-// The client facade of the tests: table rows as set below, events queued into the
-// test's event handler.
+// The client facade of the tests: no table rows, events queued into the test's event
+// handler.
 class SelClient : public FakeClient {
 public:
     static std::string s_tracePath;
     static SelClient* s_current;
 
-    SelClient() {
-        s_current = this;
-        const struct {
-            uint32_t entity, device, position;
-            const char* name;
-        } rows[] = {{13, 1, 1, "CPU1 Temp"},
-                    {6, 16, 4, "P12V"},
-                    {11, 48, 2, "FAN1"},
-                    {12, 57, 1, "FAN6 Presence"},
-                    {10, 56, 1, "Fan Redundancy"},
-                    {3, 80, 1, "CPU1"},
-                    {5, 64, 1, "PSU1"},
-                    {9, 96, 3, "DIMM A1"},
-                    {14, 112, 1, "Drive 0"}};
-        for (const auto& row : rows) {
-            positions[{row.entity, row.device}] = row.position;
-            names[{row.entity, row.position - 1}] = row.name;
-        }
-    }
+    SelClient() { s_current = this; }
     ~SelClient() override { s_current = nullptr; }
     uint32_t init() override {
         openDebugLog(s_tracePath.c_str(), 1);
@@ -63,18 +42,11 @@ std::array<uint8_t, 16> selRaw(uint16_t id, uint8_t sensorType, uint8_t sensorNu
     return raw;
 }
 
-// Answers every path from the simulated server `model` (which a test may replace), except
-// the ones listed as failing and, when `raw` is scripted, the SEL itself (its entries' RAW
-// texts, oldest first).
+// Answers every path from the simulated server, except the ones listed as failing and,
+// when `raw` is scripted, the SEL itself (its entries' RAW texts, oldest first).
 class WatchedPlatform : public kelvarn::Responder {
 public:
-    explicit WatchedPlatform(kelvarn::PlatformModel model) { replace(std::move(model)); }
-    void replace(kelvarn::PlatformModel model) {
-        auto platform = kelvarn::makePlatformResponder(
-            std::make_shared<kelvarn::SimulatedSource>("test platform", std::move(model)));
-        std::lock_guard<std::mutex> guard(m_lock);
-        m_platform = std::move(platform);
-    }
+    std::shared_ptr<kelvarn::Responder> platform; // the simulated server
     std::vector<std::string> asked, failing, raw;
     bool scripted = false, clearedOnce = false; // the next SEL query fails as for a lost record
 
@@ -84,14 +56,8 @@ public:
         for (const std::string& f : failing)
             if (path == f)
                 throw kelvarn::QueryError(kelvarn::kSourceUnavailable, "test: the BMC does not answer");
-        if (!scripted || path != "/BMC/SEL/TRANSLATED") {
-            std::shared_ptr<kelvarn::Responder> platform;
-            {
-                std::lock_guard<std::mutex> guard(m_lock);
-                platform = m_platform;
-            }
+        if (!scripted || path != "/BMC/SEL/TRANSLATED")
             return platform->answer(path, segments, params, flags, out);
-        }
         if (clearedOnce) {
             clearedOnce = false;
             throw kelvarn::QueryError(kelvarn::kSelRecordNotFound, "test: the SEL was cleared");
@@ -109,10 +75,6 @@ public:
         }
         out[path] = list;
     }
-
-private:
-    std::mutex m_lock;
-    std::shared_ptr<kelvarn::Responder> m_platform;
 };
 
 class SelPollerTest : public ::testing::Test {
@@ -120,7 +82,7 @@ protected:
     void SetUp() override {
         SelClient::s_tracePath = m_trace.path();
         m_model = sensortest::loadModel("../sel/sel-platform.json");
-        m_platform = std::make_shared<WatchedPlatform>(m_model);
+        serve();
         kelvarn::setProcessResponder(m_platform);
         resetSelPoller();
         setSelPollSleep(parkPoller);
@@ -161,11 +123,16 @@ protected:
         ASSERT_EQ(m_handler->init(), 0u);
     }
 
+    // Serves m_model as it is now (the poller thread is parked: no query runs meanwhile).
+    void serve() {
+        m_platform->platform =
+            kelvarn::makePlatformResponder(std::make_shared<kelvarn::SimulatedSource>("sel", m_model));
+    }
     void addEntry(const std::array<uint8_t, 16>& raw) {
         kelvarn::SelEntry entry;
         entry.raw = raw;
         m_model.sel.push_back(entry);
-        m_platform->replace(m_model);
+        serve();
     }
 
     // Polls once after `raw` was added; the trace written by the poll.
@@ -183,7 +150,7 @@ protected:
     std::string trace() { return m_trace.text(); }
 
     kelvarn::PlatformModel m_model;
-    std::shared_ptr<WatchedPlatform> m_platform;
+    std::shared_ptr<WatchedPlatform> m_platform = std::make_shared<WatchedPlatform>();
     std::unique_ptr<eventHandler> m_handler;
     ScopedTrace m_trace{false}; // opened by the client's init
     bool m_bStarted = false;
@@ -197,7 +164,8 @@ std::vector<int32_t> specificsOf(const std::vector<Trap>& traps, const std::stri
     return specifics;
 }
 
-// One event each; the first trap it gives, and the health trap that follows.
+// One event each: the first trap it gives (its shape and the health trap after it are
+// the named events' end to end).
 TEST_F(SelPollerTest, SingleEventsBecomeTheirTraps) {
     ASSERT_EQ(CheckForNewSELEntry(), 0); // the first poll only records where the SEL ends
     const struct {
@@ -206,35 +174,31 @@ TEST_F(SelPollerTest, SingleEventsBecomeTheirTraps) {
         const char* oid; // under P.1000
         int32_t severity;
         const char* description; // or null
-        const char* health;      // "from to" of the health trap, or null for none checked
         bool note;               // a REDUNDANCY_LOST note on the standard error stream
     } rows[] = {
-        // Lower fan thresholds crossed going high; FAN1 is the second row of its table.
-        {0x04, 48, 0x01, 1, false, ".70.6", 4, "Lower Non-critical going high", "ok to nonCritical", false},
-        {0x04, 48, 0x01, 3, false, ".70.5", 5, "Lower Critical going high", "ok to critical", false},
-        {0x04, 48, 0x01, 5, false, ".70.4", 6, "Lower Non-recoverable going high", "ok to nonRecoverable",
-         false},
-        // A fan presence sensor whose record says it is ignored while absent (57): removal is normal.
-        {0x04, 57, 0x08, 0, false, ".70.7", 5, "Device Removed/Device Absent", nullptr, false},
-        {0x04, 57, 0x08, 0, true, ".70.7", 3, "Device Removed/Device Absent", nullptr, false},
-        {0x04, 57, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present", nullptr, false},
-        {0x04, 57, 0x08, 1, true, ".70.7", 3, "Device Inserted/Device Present", nullptr, false},
-        {0x04, 58, 0x08, 0, false, ".70.7", 3, "Device Removed/Device Absent", nullptr, false},
-        {0x04, 58, 0x08, 0, true, ".70.7", 3, "Device Removed/Device Absent", nullptr, false},
-        {0x04, 58, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present", nullptr, false},
-        {0x04, 58, 0x08, 1, true, ".70.7", 5, "Device Inserted/Device Present", nullptr, false},
+        // Lower fan thresholds crossed going high.
+        {0x04, 48, 0x01, 1, false, ".70.6", 4, "Lower Non-critical going high", false},
+        {0x04, 48, 0x01, 3, false, ".70.5", 5, "Lower Critical going high", false},
+        {0x04, 48, 0x01, 5, false, ".70.4", 6, "Lower Non-recoverable going high", false},
+        // Fan presence sensors (57, whose removal the named events reach end to end, and 58).
+        {0x04, 57, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present", false},
+        {0x04, 57, 0x08, 1, true, ".70.7", 3, "Device Inserted/Device Present", false},
+        {0x04, 58, 0x08, 0, false, ".70.7", 3, "Device Removed/Device Absent", false},
+        {0x04, 58, 0x08, 0, true, ".70.7", 3, "Device Removed/Device Absent", false},
+        {0x04, 58, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present", false},
+        {0x04, 58, 0x08, 1, true, ".70.7", 5, "Device Inserted/Device Present", false},
         // A cooling device that is no redundancy sensor: lost redundancy is an error,
         // degraded redundancy is noted only.
-        {0x0A, 59, 0x6F, 1, false, ".70.3", 5, nullptr, nullptr, false},
-        {0x0A, 59, 0x6F, 1, true, ".70.1", 3, nullptr, nullptr, false},
-        {0x0A, 59, 0x6F, 2, false, ".70.1", 3, nullptr, nullptr, true},
-        {0x0A, 59, 0x6F, 0, true, ".70.1", 3, nullptr, nullptr, false},
+        {0x0A, 59, 0x6F, 1, false, ".70.3", 5, nullptr, false},
+        {0x0A, 59, 0x6F, 1, true, ".70.1", 3, nullptr, false},
+        {0x0A, 59, 0x6F, 2, false, ".70.1", 3, nullptr, true},
+        {0x0A, 59, 0x6F, 0, true, ".70.1", 3, nullptr, false},
         // A redundancy sensor: lost redundancy is reported through its degraded states.
-        {0x04, 56, 0x0B, 1, false, ".70.1", 3, nullptr, nullptr, false},
-        {0x04, 56, 0x0B, 9, false, ".70.3", 5, nullptr, nullptr, false},
+        {0x04, 56, 0x0B, 1, false, ".70.1", 3, nullptr, false},
+        {0x04, 56, 0x0B, 9, false, ".70.3", 5, nullptr, false},
         // A power unit whose reading asserts no state at all reports OK.
-        {0x09, 68, 0x0B, 1, false, ".50.1", 3, nullptr, nullptr, false},
-        {0x09, 66, 0x0B, 8, false, ".50.3", 5, nullptr, nullptr, false},
+        {0x09, 68, 0x0B, 1, false, ".50.1", 3, nullptr, false},
+        {0x09, 66, 0x0B, 8, false, ".50.3", 5, nullptr, false},
     };
     uint16_t id = 3;
     for (const auto& row : rows) {
@@ -252,47 +216,81 @@ TEST_F(SelPollerTest, SingleEventsBecomeTheirTraps) {
         if (row.description != nullptr) {
             EXPECT_EQ(traps[0].bindings[0].text, row.description);
         }
-        if (row.health != nullptr) { // offsets 1, 3 and 5 give the specific traps 6, 5 and 4
-            expectTrap(traps[0],
-                       {"70", 10 - row.severity, row.description, row.severity, "600.20", 2, "FAN1", 48});
-            ASSERT_EQ(traps.size(), 2u);
-            expectHealthTrap(traps[1], row.severity, row.health);
-        }
     }
     EXPECT_TRUE(g_retrySleeps.empty());
 }
 
-// Events the interface refuses (no trap for their kind, traps disabled): the decoder
-// tries five times with a 30 s pause after each attempt, and the event is lost.
-TEST_F(SelPollerTest, RefusedEventsAreTriedFiveTimesThenLost) {
+// Events that give no trap: decoders that stop on refused event kinds or failed look-ups,
+// events that reach the queue without a status, and events the interface refuses (no
+// trap for their kind, traps disabled), which the decoder tries five times with a 30 s
+// pause after each attempt before the event is lost.
+TEST_F(SelPollerTest, EventsWithoutATrap) {
     ASSERT_EQ(CheckForNewSELEntry(), 0);
+    const std::string handOff = "\nSNMP_EventInterface::HandleEvent starting\n";
     const struct {
+        const char* name;
         uint8_t sensorType, sensorNumber, eventType, offset;
+        const char* failing; // path the BMC does not answer, or ""
+        bool refused;        // by the interface, at each of five attempts
+        bool queued;         // reaches the event interface
+        const char* traced;  // when refused, five times
+        const char* then;    // traced after it, or ""
         bool trapsEnabled;
-        const char* kind; // traced before each attempt as "-->KIND Event Occurred inside interface check<--"
     } rows[] = {
-        {0x23, 145, 0x6F, 1, true, "WatchDog"},
-        {0x06, 129, 0x6F, 0, true, "PlatformSecurity"},
-        {0xC0, 200, 0x70, 3, true, "Generic"}, // OEM sensor type
-        {0x07, 80, 0x6F, 0, false, "Processor"},
+        {"fan with a sensor-specific event", 0x04, 48, 0x6F, 0, "", false, false,
+         "\n Inside Fan_EventOccurred Function", "", true},
+        {"drive slot presence event type", 0x0D, 112, 0x08, 0, "", false, false,
+         "CDriveSlotEvent::EventOccurred Event is not triggered for Drive Slot Presence Sensor with "
+         "EventType Value 8. Returning FALSE.",
+         "", true},
+        {"drive slot rebuild offset", 0x0D, 112, 0x6F, 7, "", false, false,
+         "\n ucEventOffset= 7 \n\n The sensor specific drive slot events were not handled. \n", "", true},
+        {"power unit, not redundancy", 0x09, 67, 0x6F, 4, "", false, false,
+         "Power Unit event occured.\nPower Unit ucEventType:= 6f \nPower Unit m_ucEventType:= 6f \n"
+         "Power Unit t_EventStruct.ucEventTrigger:= 6f \n",
+         "", true},
+        {"memory without its SDR", 0x0C, 96, 0x6F, 0, "/BMC/SDR", false, false,
+         "Query Failed to get the SDR's Operation: 1on :/BMC/SDR failed Error code. 1086  -", "", true},
+        {"temperature without its SDR", 0x01, 1, 0x01, 9, "/BMC/SDR/SENSOR_TYPE[1]", false, false,
+         "\n Temperature_EventOccurred SensorNamequery failed", "", true},
+        {"temperature without its name", 0x01, 1, 0x01, 9, "/BMC/SENSOR[0]/NAME", false, false,
+         "\n Temperature_EventOccurred SensorNamequery failed", "", true},
+        {"fan without its name", 0x04, 48, 0x01, 9, "/BMC/SENSOR[2]/NAME", false, false,
+         "Query Failed to get the SDR's ", "", true},
+        // The ignored temperature offset reaches the queue with no status.
+        {"temperature offset 5", 0x01, 1, 0x01, 5, "", false, true,
+         "\n AfterEventTrigger = 1:\n After the calculation \n \n LunNumber is 0:\n SensorNUmber is 1:"
+         "\n GetOwnerId is 32:\n The value of deviceid is 1:\n Event Direction is 0:",
+         "\nEvent description , and length = 0\n Before calling Event clone\n \n Sensor wrapper "
+         "details---\n\n Status = \n ",
+         true},
+        {"watchdog", 0x23, 145, 0x6F, 1, "", true, true,
+         "\n-->WatchDog Event Occurred inside interface check<--\n", "", true},
+        {"platform security", 0x06, 129, 0x6F, 0, "", true, true,
+         "\n-->PlatformSecurity Event Occurred inside interface check<--\n", "", true},
+        {"OEM sensor type", 0xC0, 200, 0x70, 3, "", true, true,
+         "\n-->Generic Event Occurred inside interface check<--\n", "", true},
+        {"traps disabled", 0x07, 80, 0x6F, 0, "", true, true,
+         "\n-->Processor Event Occurred inside interface check<--\n\nSNMP_EventInterface::HandleEvent "
+         "starting\ntraps disabled...\n",
+         "\n-->Processor Event Occurred End sucessfully!<--\n", false},
     };
     uint16_t id = 3;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.kind);
+        SCOPED_TRACE(row.name);
+        m_platform->failing = {row.failing};
+        m_platform->asked.clear();
         g_retrySleeps.clear();
         SelClient::s_current->trapsEnabled = row.trapsEnabled;
         const std::string t =
             pollWith(selRaw(id++, row.sensorType, row.sensorNumber, row.eventType, row.offset));
-        EXPECT_EQ(g_retrySleeps, std::vector<DWORD>(5, 30000));
         EXPECT_TRUE(collectTraps().empty());
-        const std::string check =
-            std::string("\n-->") + row.kind + " Event Occurred inside interface check<--\n";
-        EXPECT_EQ(occurrences(t, check), 5u);
-        if (!row.trapsEnabled) {
-            EXPECT_EQ(
-                occurrences(t, check + "\nSNMP_EventInterface::HandleEvent starting\ntraps disabled...\n"),
-                5u);
-            EXPECT_NE(t.find("\n-->Processor Event Occurred End sucessfully!<--\n"), std::string::npos);
+        EXPECT_EQ(g_retrySleeps, row.refused ? std::vector<DWORD>(5, 30000) : std::vector<DWORD>());
+        EXPECT_TRUE(hmtest::containsInOrder(t, {row.traced, row.then})) << t;
+        EXPECT_EQ(sensortest::countOf(t, row.traced), row.refused ? 5u : 1u);
+        EXPECT_EQ(t.find(handOff) != std::string::npos, row.queued);
+        if (row.failing[0] == '\0' && !row.refused && !row.queued) { // only the poll: the kind is refused
+            EXPECT_EQ(m_platform->asked, std::vector<std::string>{"/BMC/SEL/TRANSLATED"});
         }
     }
 }
@@ -347,26 +345,6 @@ TEST_F(SelPollerTest, FirstPollAnchorsAtTheEndOfTheSelAndLaterPollsSkipTheKnownE
                                         {"RECORD_ID = 5.\n", "Last and current SEL entries are equal.\n"}));
 }
 
-TEST_F(SelPollerTest, ClearedSelIsAskedForFromTheNewestEntryAgain) {
-    ASSERT_EQ(CheckForNewSELEntry(), 0);
-    ASSERT_EQ(selLastRecordId(), 2);
-    // The BMC clears its SEL and logs the clearing as record 1.
-    m_model.sel.clear();
-    addEntry(selRaw(1, 0x10, 146, 0x6F, 2));
-    EXPECT_NE(
-        pollTrace(0).find("\nGet Last SEL record error\n\nQuery Failed to get the Last Record\n\nOperation: "
-                          "2\n failed Error code. 1089  -\nSel record ID = 2 is not valid. SEL may be "
-                          "cleared."),
-        std::string::npos);
-    EXPECT_EQ(selLastRecordId(), 65535);
-    EXPECT_NE(pollTrace(1).find("RECORD_ID = ffff.\n"), std::string::npos);
-    EXPECT_TRUE(collectTraps().empty()); // the newest entry is taken as known
-    EXPECT_EQ(selLastRecordId(), 1);
-    // Entries logged after the clearing are routed again.
-    EXPECT_NE(pollWith(selRaw(2, 0x07, 80, 0x6F, 0)).find("RECORD_ID = 1.\n"), std::string::npos);
-    EXPECT_EQ(specificsOf(collectTraps(), kP + ".1000.40"), std::vector<int32_t>{1});
-}
-
 TEST_F(SelPollerTest, ThreeThousandNewEntriesTakeTwoPolls) {
     ASSERT_EQ(CheckForNewSELEntry(), 0);
     for (uint16_t id = 3; id < 3003; ++id) {
@@ -374,7 +352,7 @@ TEST_F(SelPollerTest, ThreeThousandNewEntriesTakeTwoPolls) {
         entry.raw = selRaw(id, 0x07, 80, 0x6F, 7); // presence: information, no health change
         m_model.sel.push_back(entry);
     }
-    m_platform->replace(m_model);
+    serve();
     closeDebugLog(); // a trace of this size says nothing more
     EXPECT_EQ(CheckForNewSELEntry(), 1);
     EXPECT_EQ(selLastRecordId(), 3001); // RANGE 3000 holds the known entry and 2999 new ones
@@ -403,67 +381,8 @@ TEST_F(SelPollerTest, ShortLongAndNonHexadecimalEntriesAreDecodedWithoutOverread
     EXPECT_STREQ(selCurrentRecord().stDescription, "scripted entry 3");
 }
 
-// Decoders that stop on refused event kinds or failed look-ups, and events that reach
-// the queue without a status: no trap, no retry.
-TEST_F(SelPollerTest, DecodersStopOnRefusedEventsAndFailedLookUps) {
-    ASSERT_EQ(CheckForNewSELEntry(), 0);
-    const struct {
-        const char* name;
-        uint8_t sensorType, sensorNumber, eventType, offset;
-        const char* failing; // path the BMC does not answer, or ""
-        bool queued;         // reaches the event interface
-        const char* traced;
-    } rows[] = {
-        {"fan with a sensor-specific event", 0x04, 48, 0x6F, 0, "", false,
-         "\n Inside Fan_EventOccurred Function"},
-        {"drive slot presence event type", 0x0D, 112, 0x08, 0, "", false,
-         "CDriveSlotEvent::EventOccurred Event is not triggered for Drive Slot Presence Sensor with "
-         "EventType "
-         "Value 8. Returning FALSE."},
-        {"drive slot rebuild offset", 0x0D, 112, 0x6F, 7, "", false,
-         "\n ucEventOffset= 7 \n\n The sensor specific drive slot events were not handled. \n"},
-        {"power unit, not redundancy", 0x09, 67, 0x6F, 4, "", false,
-         "Power Unit event occured.\nPower Unit ucEventType:= 6f \nPower Unit m_ucEventType:= 6f \n"
-         "Power Unit t_EventStruct.ucEventTrigger:= 6f \n"},
-        {"memory without its SDR", 0x0C, 96, 0x6F, 0, "/BMC/SDR", false,
-         "Query Failed to get the SDR's Operation: 1on :/BMC/SDR failed Error code. 1086  -"},
-        {"temperature without its SDR", 0x01, 1, 0x01, 9, "/BMC/SDR/SENSOR_TYPE[1]", false,
-         "\n Temperature_EventOccurred SensorNamequery failed"},
-        {"temperature without its name", 0x01, 1, 0x01, 9, "/BMC/SENSOR[0]/NAME", false,
-         "\n Temperature_EventOccurred SensorNamequery failed"},
-        {"fan without its name", 0x04, 48, 0x01, 9, "/BMC/SENSOR[2]/NAME", false,
-         "Query Failed to get the SDR's "},
-        // The ignored temperature offset reaches the queue with no status.
-        {"temperature offset 5", 0x01, 1, 0x01, 5, "", true,
-         "\n AfterEventTrigger = 1:\n After the calculation \n \n LunNumber is 0:\n SensorNUmber is 1:"
-         "\n GetOwnerId is 32:\n The value of deviceid is 1:\n Event Direction is 0:"},
-    };
-    uint16_t id = 3;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        m_platform->failing = {row.failing};
-        m_platform->asked.clear();
-        const std::string t =
-            pollWith(selRaw(id++, row.sensorType, row.sensorNumber, row.eventType, row.offset));
-        EXPECT_TRUE(collectTraps().empty());
-        EXPECT_TRUE(g_retrySleeps.empty());
-        EXPECT_NE(t.find(row.traced), std::string::npos) << t;
-        EXPECT_EQ(t.find("HandleEvent starting") != std::string::npos, row.queued);
-        if (row.queued) {
-            EXPECT_TRUE(hmtest::containsInOrder(
-                t, {"\nEvent description , and length = 0\n Before calling Event clone\n \n Sensor wrapper "
-                    "details---\n\n Status = \n ",
-                    "\n Inside SNMP_TemperatureEventClone EventGroup : 14:"}));
-        } else if (row.failing[0] == '\0') { // only the poll itself when the event kind is refused
-            EXPECT_EQ(m_platform->asked, std::vector<std::string>{"/BMC/SEL/TRANSLATED"});
-        }
-    }
-}
-
 // An event decoded while the agent is still starting: the interface refuses it until
 // start-up completes, then the next attempt delivers it.
-std::function<void()> g_afterRetrySleep;
-
 TEST_F(SelPollerTest, EventBeforeStartUpCompletesIsDeliveredOnceStarted) {
     ASSERT_EQ(CheckForNewSELEntry(), 0);
     SnmpExtensionClose();
@@ -472,19 +391,14 @@ TEST_F(SelPollerTest, EventBeforeStartUpCompletesIsDeliveredOnceStarted) {
     ASSERT_TRUE(SnmpExtensionInit(0, &trapEvent, &region));
     freshHandler();
     ASSERT_FALSE(IsInitDone());
-    g_afterRetrySleep = [] {
+    setHandOffRetrySleep([](DWORD ms) { // start-up completes during the second wait
+        g_retrySleeps.push_back(ms);
         AsnObjectIdentifier next = {0, nullptr};
         for (int regions = 0; g_retrySleeps.size() == 2 && SnmpExtensionInitEx(&next) && regions < 100;
              ++regions) {
         }
-    };
-    setHandOffRetrySleep([](DWORD ms) {
-        g_retrySleeps.push_back(ms);
-        if (g_afterRetrySleep)
-            g_afterRetrySleep();
     });
     const std::string t = pollWith(selRaw(3, 0x07, 80, 0x6F, 0));
-    g_afterRetrySleep = nullptr;
     EXPECT_TRUE(IsInitDone());
     EXPECT_EQ(g_retrySleeps, std::vector<DWORD>(2, 30000));
     EXPECT_EQ(specificsOf(collectTraps(), kP + ".1000.40"), std::vector<int32_t>{1});

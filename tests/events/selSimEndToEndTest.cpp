@@ -289,8 +289,9 @@ TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
     EXPECT_EQ(CheckForNewSELEntry(), 0);
     EXPECT_TRUE(hmtest::containsInOrder(
         traceMessages(s_trace).substr(mark),
-        {"\n failed Error code. 1089  -",
-         "\nSel record ID = " + std::to_string(lastSeen) + " is not valid. SEL may be cleared.",
+        {"\nGet Last SEL record error\n\nQuery Failed to get the Last Record\n\nOperation: 2\n failed Error "
+         "code. 1089  -\nSel record ID = " +
+             std::to_string(lastSeen) + " is not valid. SEL may be cleared.",
          "No SEL record found!"}));
     // The first entry after the clear (record 1) is walked as the anchor, not routed;
     // then two changes in quick succession between two polls: both kept, routed in order.

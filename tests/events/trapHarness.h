@@ -7,14 +7,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <string>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
+#include "events/eventInterface.h"
 #include "support/files.h"
 #include "support/oids.h"
 
@@ -123,31 +122,35 @@ inline void expectHealthTrap(const Trap& trap, int32_t health, const char* chang
     EXPECT_EQ(trap.bindings[1].number, health);
 }
 
-// A scratch file opened as the agent's trace (unless told otherwise) for the life of the object.
+// A trace file in a scratch folder, opened as the agent's trace (unless told otherwise)
+// for the life of the object.
 class ScopedTrace {
 public:
     explicit ScopedTrace(bool open = true) {
-        char path[] = "/tmp/hm-events-trace-XXXXXX";
-        const int fd = mkstemp(path);
-        if (fd >= 0)
-            close(fd);
-        m_path = path;
         if (open)
             openDebugLog(m_path.c_str(), 1);
     }
-    ~ScopedTrace() {
-        closeDebugLog();
-        std::remove(m_path.c_str());
-    }
-    ScopedTrace(const ScopedTrace&) = delete;
-    ScopedTrace& operator=(const ScopedTrace&) = delete;
+    ~ScopedTrace() { closeDebugLog(); }
 
     const std::string& path() const { return m_path; }
     std::string text() const { return traceMessages(m_path); }
 
 private:
-    std::string m_path;
+    hmtest::TempDir m_dir{"hm-events-trace-"};
+    std::string m_path = m_dir / "trace.log";
 };
+
+// An asserted event as a decoder hands it to the event interface.
+inline CEventWrapper eventWrapper(int32_t deviceId, const char* description, const char* status = "Error") {
+    CEventWrapper w;
+    w.SetAsserted(true);
+    w.setDeviceId(deviceId);
+    w.setDescription(description);
+    w.setStatus(status);
+    w.setTimeStamp("11/21/2026 22:10:05");
+    w.setSensorType("Temperature");
+    return w;
+}
 
 // Every hand-off retry sleep asked for, when recordRetrySleep is the seam.
 inline std::vector<DWORD> g_retrySleeps;
@@ -160,13 +163,6 @@ inline void recordRetrySleep(DWORD ms) {
 inline void parkPoller(DWORD) {
     for (;;)
         std::this_thread::sleep_for(std::chrono::hours(1));
-}
-
-inline size_t occurrences(const std::string& text, const std::string& piece) {
-    size_t n = 0;
-    for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1))
-        ++n;
-    return n;
 }
 
 #endif
