@@ -8,9 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -110,11 +108,7 @@ TEST(PrivilegeStatus, DropIsCheckedOnEveryField) {
         {"saved uid", [](ProcessIds& ids) { ids.uid[2] = 0; }, "saved user id is 0, not 65534"},
         {"fs uid", [](ProcessIds& ids) { ids.uid[3] = 0; }, "file system user id is 0, not 65534"},
         {"effective gid", [](ProcessIds& ids) { ids.gid[1] = 0; }, "effective group id is 0, not 65533"},
-        {"groups",
-         [](ProcessIds& ids) {
-             ids.groups = {0, 27};
-         },
-         "2 supplementary group(s) left"},
+        {"groups", [](ProcessIds& ids) { ids.groups.assign(2, 27); }, "2 supplementary group(s) left"},
         {"ambient capability", [](ProcessIds& ids) { ids.capAmbient = 0x400; },
          "capabilities left (permitted 0, effective 0, ambient 1024)"},
     };
@@ -193,24 +187,7 @@ std::vector<std::string> statusLines(pid_t pid) {
 
 // How many TCP sockets the process listens on (net-snmp's SMUX port 199 would be one).
 int tcpListeners(pid_t pid) {
-    std::vector<std::string> held;
-    std::error_code error;
-    for (const auto& entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error)) {
-        const std::string target = std::filesystem::read_symlink(entry.path(), error).string();
-        if (target.rfind("socket:[", 0) == 0)
-            held.push_back(target.substr(8, target.size() - 9));
-    }
-    int listening = 0;
-    for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"})
-        for (const std::string& line : hmtest::linesOf(hmtest::readFile(table))) {
-            std::istringstream fields(line);
-            std::string field[10];
-            for (std::string& f : field)
-                fields >> f;
-            listening += field[3] == "0A" && std::find(held.begin(), held.end(), field[9]) != held.end();
-        }
-    return listening;
+    return std::stoi(hmtest::runCommand("ss -Hltnp | grep -c 'pid=" + std::to_string(pid) + ",'").output);
 }
 
 class PrivilegeE2e : public hmtest::DaemonTest {
