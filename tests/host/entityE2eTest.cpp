@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/e2e.h"
+#include "hostE2e.h"
 #include "support/ipmiSim.h"
 #include "support/udpRelay.h"
 
@@ -77,9 +77,7 @@ protected:
     // Polls the sensor walk until `done` holds (at most `limit`); the last walk.
     template <typename Done> static Walk sensorsWhen(Done done, std::chrono::milliseconds limit) {
         Walk w;
-        for (const auto deadline = Clock::now() + limit;
-             !done(w = walk(kSensorEntry)) && Clock::now() < deadline;)
-            std::this_thread::sleep_for(200ms);
+        waitUntil([&] { return done(w = walk(kSensorEntry)); }, limit);
         return w;
     }
     static std::string column(const Walk& w, const std::string& entry, int col, long index) {
@@ -192,9 +190,7 @@ TEST_F(EntityE2e, IndexesAreTheSameAfterARestartAsAgentxSubagent) {
     ASSERT_TRUE(snmpd.waitFor("NET-SNMP version", 10s)) << snmpd.output();
     s_daemon = startDaemon("agentRole subagent\nagentXSocket " + socket + "\n");
     Walk after;
-    for (const auto deadline = Clock::now() + 20s;
-         (after = walk(kPhysicalEntry)).size() != before.size() && Clock::now() < deadline;)
-        std::this_thread::sleep_for(200ms);
+    waitUntil([&] { return (after = walk(kPhysicalEntry)).size() == before.size(); }, 20s);
     EXPECT_EQ(after, before) << s_daemon->output();
     s_daemon->stop();
 }
