@@ -103,6 +103,7 @@ protected:
     AgentHost m_host{m_snmp, m_agent};
 };
 
+// (noSuchName and readOnly: RequestsAreAnsweredAsTheAgentSays.)
 TEST(StatusMapping, ExtensionStatusesBecomeWhatAManagerExpects) {
     struct Case {
         int32_t agent;
@@ -110,20 +111,11 @@ TEST(StatusMapping, ExtensionStatusesBecomeWhatAManagerExpects) {
         bool exists;
         int expected;
     } cases[] = {
-        {kNoError, false, false, SNMP_ERR_NOERROR},
-        {kNoSuchName, false, true, SNMP_NOSUCHINSTANCE},
-        {kNoSuchName, false, false, SNMP_NOSUCHOBJECT},
-        {kNoSuchName, true, false, SNMP_ERR_NOCREATION},
-        {kReadOnly, true, false, SNMP_ERR_NOTWRITABLE},
-        {kBadValue, true, false, SNMP_ERR_WRONGVALUE},
-        {kBadValue, false, false, SNMP_ERR_BADVALUE},
-        {kGenErr, false, false, SNMP_ERR_GENERR},
-        {kGenErr, true, false, SNMP_ERR_GENERR},
-        {kTooBig, false, false, SNMP_ERR_TOOBIG},
-        {17, true, false, SNMP_ERR_NOTWRITABLE},
-        {18, true, false, SNMP_ERR_INCONSISTENTNAME},
-        {19, true, false, SNMP_ERR_GENERR},
-        {-1, false, false, SNMP_ERR_GENERR},
+        {kNoError, false, false, SNMP_ERR_NOERROR},   {kBadValue, true, false, SNMP_ERR_WRONGVALUE},
+        {kBadValue, false, false, SNMP_ERR_BADVALUE}, {kGenErr, false, false, SNMP_ERR_GENERR},
+        {kGenErr, true, false, SNMP_ERR_GENERR},      {kTooBig, false, false, SNMP_ERR_TOOBIG},
+        {17, true, false, SNMP_ERR_NOTWRITABLE},      {18, true, false, SNMP_ERR_INCONSISTENTNAME},
+        {19, true, false, SNMP_ERR_GENERR},           {-1, false, false, SNMP_ERR_GENERR},
     };
     for (const Case& c : cases)
         EXPECT_EQ(netSnmpStatus(c.agent, c.set, c.exists), c.expected)
