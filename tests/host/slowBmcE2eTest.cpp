@@ -66,12 +66,10 @@ protected:
     Timed request(const std::string& tool, const std::string& oid) {
         Timed t;
         t.start = Clock::now();
-        t.result = runCommand("MIBS= " + tool + " -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + oid);
+        t.result = snmp(tool + " -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + oid);
         t.end = Clock::now();
-        const size_t at = t.result.output.find(" = ");
-        t.value = at == std::string::npos ? t.result.output : t.result.output.substr(at + 3);
-        while (!t.value.empty() && (t.value.back() == '\n' || t.value.back() == '\r'))
-            t.value.pop_back();
+        const std::string line = lastLineOf(t.result.output);
+        t.value = line.find(" = ") == std::string::npos ? line : line.substr(line.find(" = ") + 3);
         m_requests.push_back(t);
         return t;
     }
