@@ -35,7 +35,6 @@ const std::map<Arcs, Variable> kVariables{
     {under({3, 1, 2}), {200, nullptr}}, {under({3, 2, 1}), {0, "row one"}},
 };
 
-UINT g_regionArcs[3][9];
 int g_nextRegion = 0;
 HANDLE g_event = nullptr;
 int g_trapsLeft = 0;
@@ -64,9 +63,9 @@ void set(SnmpVarBind& binding, const Arcs& arcs, const Variable* variable) {
 }
 
 void handOut(AsnObjectIdentifier* region, int index) {
-    const Arcs arcs = under({static_cast<UINT>(index + 1)});
-    std::memcpy(g_regionArcs[index], arcs.data(), arcs.size() * sizeof(UINT));
-    AsnObjectIdentifier oid{static_cast<UINT>(arcs.size()), g_regionArcs[index]};
+    static const Arcs regions[3] = {under({1}), under({2}), under({3})}; // kept by the agent
+    AsnObjectIdentifier oid{static_cast<UINT>(regions[index].size()),
+                            const_cast<UINT*>(regions[index].data())};
     std::memcpy(region, &oid, sizeof oid);
 }
 

@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/e2e.h"
+#include "hostE2e.h"
 #include "support/ipmiSim.h"
 #include "support/udpRelay.h"
 
@@ -25,10 +25,6 @@ const std::string kPlatformIdLine = "." + kPlatformId + " = INTEGER: 4242";
 const std::string kFirstPoll = "Using /BMC/SEL/TRANSLATED";
 const std::string kPollStart = "Inside the CheckForNewSELEntry function::";
 const std::string kEndLog = "*********** End Log ****************";
-
-Result run(const std::string& command) {
-    return runCommand("MIBS= " + command);
-}
 
 class FaultE2e : public DaemonTest {
 protected:
@@ -75,8 +71,8 @@ protected:
             return {};
         const std::string staged = m_dir + "/staged", library = HM_SUBAGENT_LIBRARY;
         const Result copied =
-            run("mkdir -p " + staged + " && cp " HM_AGENTD " " + library.substr(0, library.rfind('/')) +
-                "/*.so* " + staged + " && chmod -R a+rX " + staged);
+            snmp("mkdir -p " + staged + " && cp " HM_AGENTD " " + library.substr(0, library.rfind('/')) +
+                 "/*.so* " + staged + " && chmod -R a+rX " + staged);
         EXPECT_EQ(copied.status, 0) << copied.output;
         m_library = staged + "/libhmSubagent.so";
         return {"setpriv",           "--reuid=65534", "--regid=65534",
@@ -95,7 +91,7 @@ protected:
                            "\nipmi-startup-wait-ms=" + std::to_string(startupWaitMs) + "\n");
     }
     std::string get(const std::string& oid) {
-        return lastLineOf(run("snmpget -v2c -c public -On -t 1 -r 0 " + endpoint() + " " + oid).output);
+        return lastLineOf(snmp("snmpget -v2c -c public -On -t 1 -r 0 " + endpoint() + " " + oid).output);
     }
     // GETs of the platform id for `period`; how many did not answer 4242 within 1 s.
     size_t unansweredGets(std::chrono::milliseconds period) {
@@ -112,28 +108,12 @@ protected:
     // Waits until the poller has started `polls` more polls and the last has had time to finish.
     bool waitForPolls(size_t polls) {
         const size_t target = countIn(m_log, kPollStart) + polls;
-        const auto deadline = Clock::now() + std::chrono::seconds(4 * polls + 2);
-        while (countIn(m_log, kPollStart) < target)
-            if (Clock::now() > deadline)
-                return false;
-            else
-                std::this_thread::sleep_for(50ms);
+        const bool done = waitUntil([&] { return countIn(m_log, kPollStart) >= target; },
+                                    std::chrono::seconds(4 * polls + 2));
         std::this_thread::sleep_for(300ms);
-        return true;
+        return done;
     }
-    std::vector<std::string> temperatureTraps() {
-        std::vector<std::string> names;
-        for (const std::string& line : trapLines(m_dir + "/traps.log"))
-            if (!temperatureTrapSensor(line).empty())
-                names.push_back(temperatureTrapSensor(line));
-        return names;
-    }
-    bool waitForTemperatureTraps(size_t count) {
-        const auto deadline = Clock::now() + 10s;
-        while (temperatureTraps().size() < count && Clock::now() < deadline)
-            std::this_thread::sleep_for(100ms);
-        return temperatureTraps().size() >= count;
-    }
+    std::vector<std::string> traps(size_t count = 0) { return temperatureTraps(m_dir + "/traps.log", count); }
 
     std::string m_log = m_dir + "/logs/agent.log";
     std::string m_library = HM_SUBAGENT_LIBRARY; // the agent library the configurations load
@@ -146,10 +126,10 @@ protected:
 // again: the next start serves its sensors. Silenced while a walk is under way: the
 // walk still ends with every variable once. Silent after start-up: every request
 // is answered at once from what was last read, and the poller ends each failed SEL
-// read as that poll and tries again three seconds later.
-TEST_F(FaultE2e, BmcUnreachableAtStartUpThenSilencedDuringAWalk) {
-    if (!haveProgram("ipmi_sim"))
-        GTEST_SKIP() << "ipmi_sim (openipmi) is not installed";
+// read as that poll and tries again three seconds later. Then its SEL cleared.
+TEST_F(FaultE2e, BmcUnreachableAtStartUpThenSilencedDuringAWalkThenSelCleared) {
+    if (!haveProgram("ipmi_sim") || !haveProgram("ipmitool"))
+        GTEST_SKIP() << "ipmi_sim (openipmi) or ipmitool is not installed";
     IpmiSimGuard bmc;
     ASSERT_TRUE(bmc.start());
     UdpDelayProxy relay(bmc.port());
@@ -164,17 +144,18 @@ TEST_F(FaultE2e, BmcUnreachableAtStartUpThenSilencedDuringAWalk) {
     EXPECT_GT(relay.dropped(), 0u);
 
     relay.setSilent(false);
-    ASSERT_TRUE(startDaemon(masterConfig())) << m_daemon->output();
+    const std::string sink = startTrapReceiver();
+    ASSERT_TRUE(startDaemon(masterConfig("trapsink " + sink + " public\n"))) << m_daemon->output();
     const std::string cpuTemp = kTables + ".600.40.1.3.1";
     EXPECT_EQ(get(cpuTemp), "." + cpuTemp + " = STRING: \"CPU Temp\"");
     // One variable per request makes the walk long enough to be cut in two.
     const std::string walk = "snmpbulkwalk -v2c -c public -On -Cr1 -t 1 -r 0 " + endpoint() + " " + kPrivate;
-    const Result healthy = run(walk);
+    const Result healthy = snmp(walk);
     ASSERT_EQ(healthy.status, 0) << healthy.output;
     ASSERT_GT(linesOf(healthy.output).size(), 50u);
     ASSERT_TRUE(waitForText(m_log, "First time reading the SEL.", 15s)) << readFile(m_log);
     Result cut;
-    std::thread walker([&] { cut = run(walk); });
+    std::thread walker([&] { cut = snmp(walk); });
     std::this_thread::sleep_for(100ms);
     relay.setSilent(true);
     walker.join();
@@ -186,6 +167,26 @@ TEST_F(FaultE2e, BmcUnreachableAtStartUpThenSilencedDuringAWalk) {
     EXPECT_TRUE(waitForPolls(1));
     EXPECT_GT(countIn(m_log, "\nQuery Failed to get the Last Record\n"), failures);
     EXPECT_EQ(unansweredGets(500ms), 0u);
+
+    // Answering again, then its SEL cleared with ipmitool: the source reads the
+    // emptied SEL at a later refresh and the poller starts again from the newest entry.
+    relay.setSilent(false);
+    ASSERT_TRUE(waitForPolls(2));
+    ASSERT_EQ(countIn(m_log, " is not valid."), 0u) << readFile(m_log);
+    bmc.ipmitool("sel clear");
+    EXPECT_TRUE(waitForText(m_log, " is not valid. SEL may be cleared.", 20s)) << readFile(m_log);
+    EXPECT_TRUE(waitForText(m_log, "No SEL record found!", 10s)) << readFile(m_log);
+    EXPECT_EQ(unansweredGets(300ms), 0u);
+    // Upper critical going high (event data 1 0x59: offset 9) of sensor 1, "CPU
+    // Temp", as raw SEL records: the first is the new starting point, the second an event.
+    const std::string entry =
+        "raw 0x0a 0x44 0x00 0x00 0x02 0x00 0x00 0x00 0x00 0x20 0x00 0x04 0x01 0x01 0x01 0x59 0xff 0xff";
+    bmc.ipmitool(entry);
+    ASSERT_TRUE(waitForPolls(2));
+    bmc.ipmitool(entry);
+    traps(1);
+    ASSERT_TRUE(waitForPolls(1));
+    EXPECT_EQ(traps(), std::vector<std::string>{"CPU Temp"}) << readFile(m_dir + "/traps.log");
     stopCleanly();
 }
 
@@ -200,7 +201,7 @@ TEST_F(FaultE2e, SelClearedThenTraceFolderReadOnlyThenRemoved) {
     ASSERT_TRUE(waitForText(m_log, kFirstPoll, 10s)) << readFile(m_log);
     // Upper critical going high (offset 9) of a temperature probe: one trap.
     ASSERT_EQ(sim("sel-add \"CPU2 Temp\" 9"), 0);
-    ASSERT_TRUE(waitForTemperatureTraps(1)) << readFile(m_dir + "/traps.log");
+    ASSERT_EQ(traps(1).size(), 1u) << readFile(m_dir + "/traps.log");
 
     ASSERT_EQ(sim("sel-clear"), 0);
     EXPECT_TRUE(waitForText(m_log, " is not valid. SEL may be cleared.", 10s)) << readFile(m_log);
@@ -209,50 +210,18 @@ TEST_F(FaultE2e, SelClearedThenTraceFolderReadOnlyThenRemoved) {
     ASSERT_EQ(sim("sel-add \"CPU1 Temp\" 9"), 0); // the new starting point
     ASSERT_TRUE(waitForPolls(2));
     ASSERT_EQ(sim("sel-add \"PCH Temp\" 9"), 0);
-    EXPECT_TRUE(waitForTemperatureTraps(2)) << readFile(m_dir + "/traps.log");
+    traps(2);
     ASSERT_TRUE(waitForPolls(1));
-    EXPECT_EQ(temperatureTraps(), (std::vector<std::string>{"CPU2 Temp", "PCH Temp"}));
+    EXPECT_EQ(traps(), (std::vector<std::string>{"CPU2 Temp", "PCH Temp"}));
 
     chmod((m_dir + "/logs").c_str(), 0555);
     ASSERT_EQ(sim("sel-add \"CPU2 Temp\" 9"), 0);
-    EXPECT_TRUE(waitForTemperatureTraps(3)) << readFile(m_dir + "/traps.log");
+    EXPECT_EQ(traps(3).size(), 3u);
     EXPECT_EQ(unansweredGets(500ms), 0u);
-    ASSERT_EQ(run("rm -rf " + m_dir + "/logs").status, 0);
+    ASSERT_EQ(snmp("rm -rf " + m_dir + "/logs").status, 0);
     ASSERT_EQ(sim("sel-add \"PCH Temp\" 9"), 0);
-    EXPECT_TRUE(waitForTemperatureTraps(4)) << readFile(m_dir + "/traps.log");
+    EXPECT_EQ(traps(4), (std::vector<std::string>{"CPU2 Temp", "PCH Temp", "CPU2 Temp", "PCH Temp"}));
     EXPECT_EQ(unansweredGets(3500ms), 0u); // across a poll that traces into the removed file
-    EXPECT_EQ(temperatureTraps(),
-              (std::vector<std::string>{"CPU2 Temp", "PCH Temp", "CPU2 Temp", "PCH Temp"}));
-    stopCleanly();
-}
-
-// The same over a BMC simulator whose SEL is cleared with ipmitool: the source
-// reads the emptied SEL at its next refresh, the poller starts again from the
-// newest entry, and the entry after that gives its trap.
-TEST_F(FaultE2e, BmcSelClearedWithIpmitool) {
-    if (!haveProgram("ipmi_sim") || !haveProgram("ipmitool"))
-        GTEST_SKIP() << "ipmi_sim (openipmi) or ipmitool is not installed";
-    IpmiSimGuard bmc;
-    ASSERT_TRUE(bmc.start());
-    useBmcAt(bmc.port(), 4);
-    const std::string sink = startTrapReceiver();
-    ASSERT_TRUE(startDaemon(masterConfig("trapsink " + sink + " public\n"))) << m_daemon->output();
-    ASSERT_TRUE(waitForText(m_log, "First time reading the SEL.", 15s)) << readFile(m_log);
-    bmc.ipmitool("sel clear");
-    EXPECT_TRUE(waitForText(m_log, " is not valid. SEL may be cleared.", 10s)) << readFile(m_log);
-    EXPECT_TRUE(waitForText(m_log, "No SEL record found!", 10s)) << readFile(m_log);
-    EXPECT_EQ(unansweredGets(300ms), 0u);
-    // Upper critical going high (event data 1 0x59: offset 9) of sensor 1, "CPU
-    // Temp", as raw SEL records: the first is the new starting point, the second an event.
-    const std::string entry =
-        "raw 0x0a 0x44 0x00 0x00 0x02 0x00 0x00 0x00 0x00 0x20 0x00 0x04 0x01 0x01 0x01 "
-        "0x59 0xff 0xff";
-    bmc.ipmitool(entry);
-    ASSERT_TRUE(waitForPolls(2));
-    bmc.ipmitool(entry);
-    EXPECT_TRUE(waitForTemperatureTraps(1)) << readFile(m_dir + "/traps.log");
-    ASSERT_TRUE(waitForPolls(1));
-    EXPECT_EQ(temperatureTraps(), std::vector<std::string>{"CPU Temp"}) << readFile(m_dir + "/traps.log");
     stopCleanly();
 }
 
@@ -333,7 +302,7 @@ TEST_F(FaultE2e, SigtermDuringWalksAndABurstOfTraps) {
     std::atomic<int> walks{0};
     std::thread walker([&] {
         for (; !stop; ++walks)
-            run("snmpbulkwalk -v2c -c public -On -Cr1 -t 1 -r 0 " + endpoint() + " " + kPrivate);
+            snmp("snmpbulkwalk -v2c -c public -On -Cr1 -t 1 -r 0 " + endpoint() + " " + kPrivate);
     });
     // One entry through the tool gives the journal's line for it; the other entries
     // are that line again, appended at once: the poller routes them in one poll.
@@ -344,12 +313,12 @@ TEST_F(FaultE2e, SigtermDuringWalksAndABurstOfTraps) {
     for (size_t i = 1; i < kBurst; ++i)
         burst += line;
     std::ofstream(m_dir + "/demo.journal", std::ios::app) << burst << std::flush;
-    EXPECT_TRUE(waitForTemperatureTraps(2)) << readFile(m_dir + "/traps.log");
+    EXPECT_GE(traps(2).size(), 2u) << readFile(m_dir + "/traps.log");
     stopCleanly();
     stop = true;
     walker.join();
     EXPECT_GE(walks.load(), 1);
-    EXPECT_LT(temperatureTraps().size(), kBurst) << "the burst was over before the signal";
+    EXPECT_LT(traps().size(), kBurst) << "the burst was over before the signal";
     // Trace messages carry their own line ends, so the banner may follow a message
     // on its line; the file ends with it whole.
     const std::string trace = readFile(m_log);

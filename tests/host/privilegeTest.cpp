@@ -8,9 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -110,11 +108,7 @@ TEST(PrivilegeStatus, DropIsCheckedOnEveryField) {
         {"saved uid", [](ProcessIds& ids) { ids.uid[2] = 0; }, "saved user id is 0, not 65534"},
         {"fs uid", [](ProcessIds& ids) { ids.uid[3] = 0; }, "file system user id is 0, not 65534"},
         {"effective gid", [](ProcessIds& ids) { ids.gid[1] = 0; }, "effective group id is 0, not 65533"},
-        {"groups",
-         [](ProcessIds& ids) {
-             ids.groups = {0, 27};
-         },
-         "2 supplementary group(s) left"},
+        {"groups", [](ProcessIds& ids) { ids.groups.assign(2, 27); }, "2 supplementary group(s) left"},
         {"ambient capability", [](ProcessIds& ids) { ids.capAmbient = 0x400; },
          "capabilities left (permitted 0, effective 0, ambient 1024)"},
     };
@@ -180,12 +174,12 @@ TEST(PrivilegeDrop, RootBecomesTheUserForGood) {
 
 // ------------------------------------------------------------------ the daemon
 
-using hmtest::Process;
+using namespace hmtest;
 
 // The Uid, Gid and Groups lines of a process's status, without trailing blanks.
 std::vector<std::string> statusLines(pid_t pid) {
     std::vector<std::string> wanted;
-    for (std::string line : hmtest::linesOf(hmtest::readFile("/proc/" + std::to_string(pid) + "/status")))
+    for (std::string line : linesOf(readFile("/proc/" + std::to_string(pid) + "/status")))
         if (line.rfind("Uid:", 0) == 0 || line.rfind("Gid:", 0) == 0 || line.rfind("Groups:", 0) == 0)
             wanted.push_back(line.erase(line.find_last_not_of(" \t") + 1));
     return wanted;
@@ -193,27 +187,10 @@ std::vector<std::string> statusLines(pid_t pid) {
 
 // How many TCP sockets the process listens on (net-snmp's SMUX port 199 would be one).
 int tcpListeners(pid_t pid) {
-    std::vector<std::string> held;
-    std::error_code error;
-    for (const auto& entry :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", error)) {
-        const std::string target = std::filesystem::read_symlink(entry.path(), error).string();
-        if (target.rfind("socket:[", 0) == 0)
-            held.push_back(target.substr(8, target.size() - 9));
-    }
-    int listening = 0;
-    for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"})
-        for (const std::string& line : hmtest::linesOf(hmtest::readFile(table))) {
-            std::istringstream fields(line);
-            std::string field[10];
-            for (std::string& f : field)
-                fields >> f;
-            listening += field[3] == "0A" && std::find(held.begin(), held.end(), field[9]) != held.end();
-        }
-    return listening;
+    return std::stoi(runCommand("ss -Hltnp | grep -c 'pid=" + std::to_string(pid) + ",'").output);
 }
 
-class PrivilegeE2e : public hmtest::DaemonTest {
+class PrivilegeE2e : public DaemonTest {
 protected:
     PrivilegeE2e() : DaemonTest("hmprivd", 0755) {}
     void SetUp() override {
@@ -228,7 +205,7 @@ protected:
         rmdir((m_dir + "/state").c_str()); // the dropped daemon makes it and saves its state there
         setenv("MIBS", "", 1);
         write("agent.conf", "platformdescription = Privilege test\ntrapsenabled = 1\ndebugenabled = 1\n");
-        hmtest::writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/agent.log");
+        writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/agent.log");
     }
     // The daemon with `config`; true once it serves (when `serving`). The kernel makes
     // a process that changed its user undumpable, and LeakSanitizer's tracer then
@@ -250,8 +227,8 @@ protected:
     }
     // hmSystemHealthStatus.0 asked with SNMPv3 (authentication and privacy) or SNMPv2c.
     std::string health(bool v3) const {
-        return hmtest::runCommand(std::string(v3 ? kV3Get : "snmpget -On -r 0 -t 1 -v2c -c public ") +
-                                  endpoint() + " " + kHealth)
+        return runCommand(std::string(v3 ? kV3Get : "snmpget -On -r 0 -t 1 -v2c -c public ") + endpoint() +
+                          " " + kHealth)
             .output;
     }
     void expectV3Only() const {
@@ -290,13 +267,13 @@ TEST_F(PrivilegeE2e, ConfigurationsThatCannotBeHonouredStopTheDaemon) {
 // answered, v2c is not; a hardware event reaches a v3 trap receiver as an inform
 // sent after the drop; net-snmp's state is saved by the dropped daemon.
 TEST_F(PrivilegeE2e, V3OnlyMasterServesAndSendsInformsAsNobody) {
-    const std::string sink = "udp:127.0.0.1:" + std::to_string(hmtest::freePort()),
+    const std::string sink = "udp:127.0.0.1:" + std::to_string(freePort()),
                       trapper = "createUser trapper SHA \"trapper-auth-pass\" AES \"trapper-priv-pass\"\n";
     write("snmptrapd.conf", trapper + "authUser log trapper priv\n");
-    Process receiver({hmtest::daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
+    Process receiver({daemonPath("snmptrapd"), "-f", "-C", "-c", m_dir + "/snmptrapd.conf", "-Lf",
                       m_dir + "/traps.log", "-On", sink},
                      m_dir + "/snmptrapd.out");
-    ASSERT_TRUE(hmtest::waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
+    ASSERT_TRUE(waitForText(m_dir + "/traps.log", "NET-SNMP version", 10s)) << receiver.output();
     write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
     setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
     ASSERT_TRUE(
@@ -315,15 +292,14 @@ TEST_F(PrivilegeE2e, V3OnlyMasterServesAndSendsInformsAsNobody) {
               std::string::npos)
         << m_daemon->output();
     // hmSystemPlatformDescription.0, read from the agent's configuration at start-up.
-    EXPECT_EQ(hmtest::runCommand(kV3Get + endpoint() + " .1.3.6.1.4.1.64999.2.10.3.5.100.2.0").output,
+    EXPECT_EQ(runCommand(kV3Get + endpoint() + " .1.3.6.1.4.1.64999.2.10.3.5.100.2.0").output,
               ".1.3.6.1.4.1.64999.2.10.3.5.100.2.0 = STRING: \"Privilege test\"\n");
     expectV3Only();
     // Entries already in the SEL at the poller's first read are not events.
-    ASSERT_TRUE(hmtest::waitForText(m_dir + "/agent.log", "Using /BMC/SEL/TRANSLATED", 10s));
-    ASSERT_EQ(hmtest::runCommand(std::string(HM_KELVARN_SIM) + " sel-add \"CPU2 Temp\" 9").status, 0);
-    EXPECT_TRUE(
-        hmtest::waitForText(m_dir + "/traps.log", "STRING: \"Status Changed to Upper Critical\"", 15s))
-        << hmtest::readFile(m_dir + "/traps.log") << m_daemon->output();
+    ASSERT_TRUE(waitForText(m_dir + "/agent.log", "Using /BMC/SEL/TRANSLATED", 10s));
+    ASSERT_EQ(runCommand(std::string(HM_KELVARN_SIM) + " sel-add \"CPU2 Temp\" 9").status, 0);
+    EXPECT_TRUE(waitForText(m_dir + "/traps.log", "STRING: \"Status Changed to Upper Critical\"", 15s))
+        << readFile(m_dir + "/traps.log") << m_daemon->output();
     EXPECT_EQ(m_daemon->stop(SIGTERM), 0) << m_daemon->output();
     struct stat st {};
     ASSERT_EQ(stat((m_dir + "/state/hmagentd.conf").c_str(), &st), 0) << m_daemon->output();
@@ -338,8 +314,8 @@ TEST_F(PrivilegeE2e, SubagentReconnectsAsNobodyThroughAgentXPerms) {
     const std::string socket = m_dir + "/agentx/master";
     write("snmpd.conf", "master agentx\nagentXSocket unix:" + socket + "\nagentXPerms 0660 0755 root " +
                             primary->gr_name + "\nagentaddress udp:" + endpoint() + "\n" + kV3User);
-    const std::vector<std::string> snmpd = {hmtest::daemonPath("snmpd"), "-f", "-C", "-c",
-                                            m_dir + "/snmpd.conf",       "-Lo"};
+    const std::vector<std::string> snmpd = {daemonPath("snmpd"),   "-f", "-C", "-c",
+                                            m_dir + "/snmpd.conf", "-Lo"};
     auto master = std::make_unique<Process>(snmpd, m_dir + "/snmpd.out");
     ASSERT_TRUE(master->waitFor("NET-SNMP version", 10s)) << master->output();
     ASSERT_TRUE(start("agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
@@ -352,8 +328,8 @@ TEST_F(PrivilegeE2e, SubagentReconnectsAsNobodyThroughAgentXPerms) {
 
     master->stop(SIGKILL);
     master = std::make_unique<Process>(snmpd, m_dir + "/snmpd2.out");
-    const auto deadline = hmtest::Clock::now() + 20s;
-    while (health(true) != std::string(kHealth) + " = INTEGER: 4\n" && hmtest::Clock::now() < deadline)
+    const auto deadline = Clock::now() + 20s;
+    while (health(true) != std::string(kHealth) + " = INTEGER: 4\n" && Clock::now() < deadline)
         std::this_thread::sleep_for(200ms);
     EXPECT_EQ(health(true), std::string(kHealth) + " = INTEGER: 4\n") << m_daemon->output();
     const std::string u = std::to_string(m_uid);

@@ -8,7 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/e2e.h"
+#include "hostE2e.h"
 #include "support/ipmiSim.h"
 #include "support/udpRelay.h"
 
@@ -66,12 +66,10 @@ protected:
     Timed request(const std::string& tool, const std::string& oid) {
         Timed t;
         t.start = Clock::now();
-        t.result = runCommand("MIBS= " + tool + " -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + oid);
+        t.result = snmp(tool + " -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + oid);
         t.end = Clock::now();
-        const size_t at = t.result.output.find(" = ");
-        t.value = at == std::string::npos ? t.result.output : t.result.output.substr(at + 3);
-        while (!t.value.empty() && (t.value.back() == '\n' || t.value.back() == '\r'))
-            t.value.pop_back();
+        const std::string line = lastLineOf(t.result.output);
+        t.value = line.find(" = ") == std::string::npos ? line : line.substr(line.find(" = ") + 3);
         m_requests.push_back(t);
         return t;
     }
@@ -111,10 +109,9 @@ protected:
 
 TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
     // Up: the temperature row carries the BMC's reading.
-    for (const auto up = Clock::now() + 20s;
-         request("snmpget", kTempReading).value.rfind("INTEGER: ", 0) != 0 && Clock::now() < up;)
-        std::this_thread::sleep_for(200ms);
-    ASSERT_EQ(m_requests.back().value.rfind("INTEGER: ", 0), 0u) << m_daemon->output();
+    ASSERT_TRUE(
+        waitUntil([&] { return request("snmpget", kTempReading).value.rfind("INTEGER: ", 0) == 0; }, 20s))
+        << m_daemon->output();
     m_requests.clear();
     // With the BMC healthy: CPU Temp at 45 degrees in tenths, the first indexes, the
     // power supply's presence and an overall status of 3 (normal). Once the BMC's
@@ -180,11 +177,7 @@ TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
 
     // Back: the source opens a new session by itself and the values return.
     m_proxy->setSilent(false);
-    bool recovered = false;
-    for (const auto until = Clock::now() + 15s; !recovered && Clock::now() < until;
-         std::this_thread::sleep_for(200ms))
-        recovered = round() == healthy;
-    EXPECT_TRUE(recovered);
+    EXPECT_TRUE(waitUntil([&] { return round() == healthy; }, 15s));
     // Every request of every phase was answered within the tools' 1 s time-out, the
     // AgentX time-out.
     for (const Timed& t : m_requests)

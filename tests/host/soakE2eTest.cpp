@@ -15,7 +15,7 @@
 
 #include <gtest/gtest.h>
 
-#include "support/e2e.h"
+#include "hostE2e.h"
 
 namespace {
 
@@ -51,8 +51,7 @@ size_t variablesIn(const std::string& output) {
         std::count_if(lines.begin(), lines.end(), [](const std::string& l) { return l[0] == '.'; }));
 }
 
-class SoakE2e : public DaemonTest {
-protected:
+struct SoakE2e : DaemonTest {
     SoakE2e() : DaemonTest("hmsoak") {}
 };
 
@@ -175,15 +174,7 @@ TEST_F(SoakE2e, SteadyLoadWithEvents) {
     samples.push_back(sample());
 
     // Every entry's trap, in the order of the entries (the last one within two polls).
-    std::vector<std::string> received;
-    for (const auto deadline = Clock::now() + 10s;
-         received.size() < added.size() && Clock::now() < deadline;) {
-        std::this_thread::sleep_for(200ms);
-        received.clear();
-        for (const std::string& line : trapLines(m_dir + "/traps.log"))
-            if (!temperatureTrapSensor(line).empty())
-                received.push_back(temperatureTrapSensor(line));
-    }
+    const std::vector<std::string> received = temperatureTraps(m_dir + "/traps.log", added.size());
     EXPECT_EQ(received, added);
     EXPECT_EQ(failed.load(), 0u) << (failures.empty() ? "" : failures.front());
 
