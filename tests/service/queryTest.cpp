@@ -82,21 +82,18 @@ public:
     }
 };
 
+// Other exceptions become internal errors; flags are kept per object.
 TEST(QueryFailureTest, OtherExceptionsBecomeInternalErrors) {
-    SDK::System system(std::make_shared<ThrowingResponder>());
+    SDK::System system(std::make_shared<ThrowingResponder>()), other(std::make_shared<ThrowingResponder>());
     for (const char* path : {"/std", "/int"}) {
         std::vector<RStatus> f = failuresOf(system, path);
         ASSERT_EQ(f.size(), 1u);
         EXPECT_EQ(f[0].Code, 1087);
     }
     EXPECT_NE(failuresOf(system, "/std")[0].Message.find("index 9"), std::string::npos);
-}
-
-TEST(QueryFailureTest, FlagsAreKeptPerObject) {
-    SDK::System a(std::make_shared<ThrowingResponder>()), b(std::make_shared<ThrowingResponder>());
-    a.SetFlags(14);
-    b.SetFlags(1);
-    EXPECT_EQ(std::make_tuple(a.Flags(), b.Flags()), std::make_tuple(14, 1));
+    system.SetFlags(14);
+    other.SetFlags(1);
+    EXPECT_EQ(std::make_tuple(system.Flags(), other.Flags()), std::make_tuple(14, 1));
 }
 
 // Names, thresholds and the conversion of every raw value of the full records are checked
@@ -150,11 +147,10 @@ TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
            {"name": "Odd", "number": 2, "record": "compact", "sensorType": 7, "eventReadingType": 111,
             "states": [0, 14]},
            {"sdr": "05 00 51 02 1e 20 00 03 07 01 63 40 0d 6f 00 00 00 00 ff 01 c0 00 00 00 00 00 00 00 00 00 00 c3 48 44 44", "states": ["DRIVE_FAULT"]})"));
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"),
-              "READING_UNAVAILABLE");
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "IERR,STATE_14");
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NAME"), "HDD");
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "DRIVE_FAULT");
+    expectValues(*system, {{"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
+                           {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "IERR,STATE_14"},
+                           {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NAME", "HDD"},
+                           {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "DRIVE_FAULT"}});
 }
 
 // Entry texts and time stamps of the demo's SEL are checked in selEventsTest.
@@ -180,7 +176,7 @@ TEST(SelTest, LastEntryKnownIdAndRange) {
     EXPECT_EQ(selQuery(*system, "3", "2").count("/BMC/SEL/TRANSLATED[2]/RAW"), 0u);
 }
 
-TEST(SelTest, UnknownIdAndBadParameters) {
+TEST(SelTest, UnknownIdBadParametersAndAnEmptySel) {
     auto system = demoSystem();
     struct Case {
         const char* id;
@@ -197,14 +193,12 @@ TEST(SelTest, UnknownIdAndBadParameters) {
             EXPECT_EQ(e.Get()[0].Code, c.code) << c.id << " " << (c.range ? c.range : "");
         }
     }
-}
-
-TEST(SelTest, EmptySelAnswersLastWithNoEntriesButFailsAnId) {
-    auto system = systemOver(platformWith(""));
-    Result r = selQuery(*system, "ffff");
+    // An empty SEL answers the last entry with no entries, but fails an ID.
+    auto empty = systemOver(platformWith(""));
+    Result r = selQuery(*empty, "ffff");
     ASSERT_EQ(r.size(), 1u);
     EXPECT_TRUE(r["/BMC/SEL/TRANSLATED"].Values.empty());
-    EXPECT_THROW(selQuery(*system, "1"), ResultStatus);
+    EXPECT_THROW(selQuery(*empty, "1"), ResultStatus);
 }
 
 TEST(InventoryTest, FruOemAndSmbiosPaths) {
