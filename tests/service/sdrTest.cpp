@@ -80,32 +80,24 @@ TEST(SdrLayoutTest, CompactRecordBytes) {
     EXPECT_EQ(kelvarn::encodeSdr(f), expected);
 }
 
+// The signs, offsets and the other linearizations are checked against FreeIPMI below.
 TEST(SdrConversionTest, HandComputedValues) {
     struct Case {
-        int m, b, bExp, rExp, lin;
-        AnalogFormat format;
+        int m, rExp, lin;
         uint8_t raw;
         const char* expected;
     } cases[] = {
-        {8, 0, 0, -3, 0, AnalogFormat::Unsigned, 150, "1.2"},        // 150 * 0.008 V
-        {75, 0, 0, 0, 0, AnalogFormat::Unsigned, 80, "6000"},        // 80 * 75 RPM
-        {1, 0, 0, 0, 0, AnalogFormat::TwosComplement, 0xF6, "-10"},  // -10 degrees
-        {1, 0, 0, 0, 0, AnalogFormat::OnesComplement, 0xF5, "-10"},  // ~0xF5 = 10
-        {2, -5, 1, -1, 0, AnalogFormat::Unsigned, 100, "15"},        // (200 - 50) / 10
-        {5, 0, 0, -1, 0, AnalogFormat::Unsigned, 110, "55"},         // half-degree steps
-        {4, 0, 0, -6, 7, AnalogFormat::Unsigned, 42, "5952.380952"}, // 1 / (168e-6)
-        {1, 0, 0, 0, 8, AnalogFormat::Unsigned, 12, "144"},          // square
-        {1, 0, 0, 0, 10, AnalogFormat::Unsigned, 81, "9"},           // square root
-        {6, 0, 0, -3, 0x70, AnalogFormat::Unsigned, 183, "1.098"},   // non-linear: factors at this reading
+        {8, -3, 0, 150, "1.2"},        // 150 * 0.008 V
+        {4, -6, 7, 42, "5952.380952"}, // 1 / (168e-6)
+        {1, 0, 8, 12, "144"},          // square
+        {1, 0, 10, 81, "9"},           // square root
+        {6, -3, 0x70, 183, "1.098"},   // non-linear: factors at this reading
     };
     for (const Case& c : cases) {
         SdrFields f;
         f.m = static_cast<int16_t>(c.m);
-        f.b = static_cast<int16_t>(c.b);
-        f.bExp = static_cast<int8_t>(c.bExp);
         f.rExp = static_cast<int8_t>(c.rExp);
         f.linearization = static_cast<uint8_t>(c.lin);
-        f.analogFormat = c.format;
         double v = 0;
         ASSERT_TRUE(kelvarn::convertReading(f, c.raw, v)) << c.expected;
         EXPECT_EQ(kelvarn::formatNumber(v), c.expected);
