@@ -138,11 +138,9 @@ TEST_F(IpmiSim, QueriesSendNoIpmiCommand) {
         << source->lastError();
     const uint64_t before = source->commandsSent();
     EXPECT_GT(before, 10u);
-    for (int i = 0; i < 100; ++i)
-        for (const std::string& path :
-             {std::string("/BMC/SDR"), "/BMC/SENSOR[" + std::to_string(1 + i % 5) + "]/OWNER[32]/LUN[0]",
-              std::string("/BMC/SEL/TRANSLATED"), std::string("/BMC/FRU"), std::string("/BMC/OEM")})
-            EXPECT_TRUE(failuresOf(sys, path).empty()) << path;
+    for (const char* path :
+         {"/BMC/SDR", "/BMC/SENSOR[2]/OWNER[32]/LUN[0]", "/BMC/SEL/TRANSLATED", "/BMC/FRU", "/BMC/OEM"})
+        EXPECT_TRUE(failuresOf(sys, path).empty()) << path;
     EXPECT_EQ(source->commandsSent(), before);
     EXPECT_EQ(source->sweeps(), 1u);
 }

@@ -132,6 +132,11 @@ TEST(NamedEvents, JournalLineNamesTheSensorAndTheEvent) {
         EXPECT_EQ(kelvarn::namedEventJournalLine(model, *event, row.sensor, 100, row.invert), row.line);
     }
     EXPECT_EQ(kelvarn::findNamedEvent("processor-melted"), nullptr);
+    // With a fan that only reads thresholds, a presence event still goes to it.
+    const kelvarn::PlatformModel fanOnly = kelvarn::parsePlatform(
+        platformWith(R"({"name": "FAN1", "number": 48, "sensorType": 4})"), "test.json");
+    EXPECT_EQ(kelvarn::namedEventJournalLine(fanOnly, *kelvarn::findNamedEvent("fan-device-removed"), "", 7),
+              "sel-add 7 32 48 0 assert 255 255 4 8");
 }
 
 TEST(NamedEvents, SensorsThatDoNotFitAreRefused) {
@@ -156,14 +161,6 @@ TEST(NamedEvents, SensorsThatDoNotFitAreRefused) {
             EXPECT_EQ(std::string(e.what()), row.message);
         }
     }
-}
-
-// With a fan that only reads thresholds, a presence event still goes to it.
-TEST(NamedEvents, AnySensorOfTheTypeWhenNoneHasTheEventType) {
-    const kelvarn::PlatformModel model = kelvarn::parsePlatform(
-        platformWith(R"({"name": "FAN1", "number": 48, "sensorType": 4})"), "test.json");
-    EXPECT_EQ(kelvarn::namedEventJournalLine(model, *kelvarn::findNamedEvent("fan-device-removed"), "", 7),
-              "sel-add 7 32 48 0 assert 255 255 4 8");
 }
 
 // The journal logs the event with the given types and the sensor of the generator's
