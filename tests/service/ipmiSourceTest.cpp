@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <set>
-#include <sstream>
 #include <thread>
 #include <tuple>
 
@@ -24,33 +23,26 @@ using kelvarn::IpmiSettings;
 using kelvarn::IpmiThresholds;
 using Clock = std::chrono::steady_clock;
 
-Bytes hex(const std::string& text) {
-    Bytes b;
-    std::istringstream in(text);
-    unsigned v;
-    while (in >> std::hex >> v)
-        b.push_back(uint8_t(v));
-    return b;
-}
-
 // The records of tests/data/ipmi/bmc.emu: full "CPU Temp" (1), "12V" (2),
 // "FAN1" (3); compact "PSU1 Status" (4), "Fan Redund" (5).
 std::vector<Bytes> testSdr() {
     return {
-        hex("01 00 51 01 33 20 00 01 03 01 7f 68 01 01 85 72 85 72 1b 1b 00 01 00 00 01 00 00 00 00 00 "
-            "00 00 00 00 ff 00 00 5a 50 00 05 0a 02 02 00 00 00 c8 43 50 55 20 54 65 6d 70"),
-        hex("02 00 51 01 2e 20 00 02 07 01 7f 68 02 01 85 72 85 72 1b 1b 00 04 00 00 06 00 00 00 00 e0 "
-            "00 00 00 00 ff 00 00 d7 d2 00 b9 be 02 02 00 00 00 c3 31 32 56"),
-        hex("03 00 51 01 2f 20 00 03 1d 01 7f 68 04 01 05 70 05 00 03 03 00 12 00 00 32 00 00 00 00 00 "
-            "00 00 00 00 ff 00 00 00 00 00 14 1e 02 02 00 00 00 c4 46 41 4e 31"),
-        hex("04 00 51 02 26 20 00 04 0a 01 7f 40 08 6f 0f 00 0f 00 0f 00 c0 00 00 00 00 00 00 00 00 00 00 "
+        bytesOf("01 00 51 01 33 20 00 01 03 01 7f 68 01 01 85 72 85 72 1b 1b 00 01 00 00 01 00 00 00 00 00 "
+                "00 00 00 00 ff 00 00 5a 50 00 05 0a 02 02 00 00 00 c8 43 50 55 20 54 65 6d 70"),
+        bytesOf("02 00 51 01 2e 20 00 02 07 01 7f 68 02 01 85 72 85 72 1b 1b 00 04 00 00 06 00 00 00 00 e0 "
+                "00 00 00 00 ff 00 00 d7 d2 00 b9 be 02 02 00 00 00 c3 31 32 56"),
+        bytesOf("03 00 51 01 2f 20 00 03 1d 01 7f 68 04 01 05 70 05 00 03 03 00 12 00 00 32 00 00 00 00 00 "
+                "00 00 00 00 ff 00 00 00 00 00 14 1e 02 02 00 00 00 c4 46 41 4e 31"),
+        bytesOf(
+            "04 00 51 02 26 20 00 04 0a 01 7f 40 08 6f 0f 00 0f 00 0f 00 c0 00 00 00 00 00 00 00 00 00 00 "
             "cb 50 53 55 31 20 53 74 61 74 75 73"),
-        hex("05 00 51 02 25 20 00 05 1d 01 7f 40 04 0b ff 00 ff 00 ff 00 c0 00 00 00 00 00 00 00 00 00 00 "
+        bytesOf(
+            "05 00 51 02 25 20 00 05 1d 01 7f 40 04 0b ff 00 ff 00 ff 00 c0 00 00 00 00 00 00 00 00 00 00 "
             "ca 46 61 6e 20 52 65 64 75 6e 64")};
 }
 
 std::array<uint8_t, 16> selRaw(const std::string& text) {
-    Bytes b = hex(text);
+    Bytes b = bytesOf(text);
     std::array<uint8_t, 16> a{};
     std::copy(b.begin(), b.end(), a.begin());
     return a;

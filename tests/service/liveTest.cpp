@@ -5,7 +5,6 @@
 #include <fstream>
 
 #include "kelvarn/Journal.h"
-#include "kelvarn/Sdr.h"
 #include "serviceTestUtil.h"
 #include "support/files.h"
 
@@ -123,31 +122,16 @@ TEST_F(JournalTest, HalfWrittenBadShrunkAndRemovedJournals) {
 // An "ipmitool sdr dump" file: records back to back, here a full sensor record with a
 // nominal reading, a compact one and a management controller locator (type 0x12).
 TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
-    kelvarn::SdrFields full;
-    full.recordId = 1;
-    full.number = 0x30;
-    full.sensorType = 1;
-    full.analogFlags = 0x01;
-    full.nominal = 40;
-    full.readableMask = 0x10;
-    full.thresholds[kelvarn::kUpperCritical] = 90;
-    full.name = "Temp";
-    kelvarn::SdrFields compact;
-    compact.recordId = 2;
-    compact.recordType = 2;
-    compact.number = 0x31;
-    compact.sensorType = 0x0D;
-    compact.eventReadingType = 0x6F;
-    compact.analogFormat = kelvarn::AnalogFormat::None;
-    compact.name = "Bay";
-    const kelvarn::Bytes locator = {0x03, 0x00, 0x51, 0x12, 0x0b, 0x20, 0x00, 0x00,
-                                    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xc0 | 0x00};
+    // Full "Temp" (48): nominal 40 given, upper critical 90; compact "Bay" (49): drive slot.
+    const kelvarn::Bytes records = bytesOf("01 00 51 01 2f 20 00 30 00 01 7f 68 01 01 00 00 00 00 10 00 00 "
+                                           "00 00 00 01 00 00 00 00 00 01 28 00 00 "
+                                           "ff 00 00 5a 00 00 00 00 00 00 00 00 00 c4 54 65 6d 70 "
+                                           "02 00 51 02 1e 20 00 31 00 01 7f 68 0d 6f 00 00 00 00 00 00 c0 "
+                                           "00 00 00 00 00 00 00 00 00 00 c3 42 61 79 "
+                                           "03 00 51 12 0b 20 00 00 00 00 00 00 00 00 00 c0");
     hmtest::TempDir dir;
     const std::string dump = dir / "sdr.bin", platform = dir / "p.json";
-    std::string records;
-    for (const kelvarn::Bytes& rec : {kelvarn::encodeSdr(full), kelvarn::encodeSdr(compact), locator})
-        records.append(rec.begin(), rec.end());
-    hmtest::writeFile(dump, records);
+    hmtest::writeFile(dump, std::string(records.begin(), records.end()));
     hmtest::writeFile(platform,
                       R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sdrDump": "sdr.bin",)"
                       R"( "readings": [{"number": 49, "states": ["DRIVE_FAULT"]}]}})");

@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
@@ -82,6 +84,16 @@ inline size_t selSize(SDK::System& system) {
         return SIZE_MAX;
     }
     return r["/BMC/SEL/TRANSLATED"].Values.size();
+}
+
+// "01 a0 ff" as bytes.
+inline std::vector<uint8_t> bytesOf(const std::string& text) {
+    std::vector<uint8_t> b;
+    std::istringstream in(text);
+    unsigned v;
+    while (in >> std::hex >> v)
+        b.push_back(uint8_t(v));
+    return b;
 }
 
 // A platform file text holding the given sensors and SEL entries.
