@@ -96,11 +96,13 @@ TEST(QueryFailureTest, OtherExceptionsBecomeInternalErrors) {
     EXPECT_EQ(std::make_tuple(system.Flags(), other.Flags()), std::make_tuple(14, 1));
 }
 
-// Names, thresholds and the conversion of every raw value of the full records are checked
-// against FreeIPMI (sdrTest); here, current readings and the record attributes.
-TEST(SensorValueTest, DemoServerAnswers) {
+// The demo server: current readings and record attributes (names, thresholds and the
+// conversion of every raw value of the full records are checked against FreeIPMI in
+// sdrTest), inventory, collections and whole subtrees.
+TEST(DemoServerTest, SensorsInventoryAndCollections) {
+    auto system = demoSystem();
     expectValues(
-        *demoSystem(),
+        *system,
         {
             {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "52"},
             {"/BMC/SENSOR[20]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "11.214"},
@@ -117,28 +119,48 @@ TEST(SensorValueTest, DemoServerAnswers) {
             {"/BMC/SENSOR[96]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "ALL_DEASSERTED"},
             {"/BMC/SENSOR[0]/NAME", "Inlet Temp"},
             {"/BMC/SENSOR[27]/NAME", "Fan Redundancy"},
+            {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE", "23"},
+            {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/SERIAL_NUMBER", "C819AK21N0417"},
+            {"/BMC/FRU[0]/RECORD/DECODED/PRODUCTAREA/ASSET_TAG", "IT-004211"},
+            {"/BMC/OEM/PRODUCTID", "2210"},
+            {"/SMBIOS/Type3/ThermalState", "Safe"},
+            {"/SMBIOS/Type3/SecurityStatus", "None"},
+            // power-on Disabled (0), keyboard Not Implemented (2), administrator Enabled (1), front panel 2
+            {"/SMBIOS/Type24/HardwareSecuritySettings", "38"},
+            {"/SMBIOS/Type24/HardwareSecuritySettings/KeyboardPassword", "Not Implemented"},
+            {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", "2"},
+            {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "2"},
+            {"/SMBIOS/ProcessorInfo[1]/Upgrade", "Socket LGA771"},
+            {"/SMBIOS/ProcessorInfo[1]/VoltageCapability", "1.2V"},
+            {"/SMBIOS/MemoryArray/TotalNoOfArray", "2"},
+            {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", "6"},
+            {"/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent", "4"},
+            {"/SMBIOS/MemoryArray[1]/MemoryErrorCorrection", "Multi-bit ECC"},
+            {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/FormFactor", "FB-DIMM"},
+            {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/Synchronous", "Supported"},
+            {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/CMOS", "Not supported"},
+            {"/SMBIOS/MemoryArray[1]/MemoryDevice[4]/DevicePresent", "False"},
         });
-}
-
-TEST(SensorValueTest, CollectionsAndTheWholeSensor) {
-    auto system = demoSystem();
-    Result temps;
-    system->Get("/BMC/SDR/SENSOR_TYPE[1]", temps);
-    EXPECT_EQ(temps.size(), 10u);
-    EXPECT_EQ(temps.begin()->first, "/BMC/SDR[0]");
-    Result none;
-    system->Get("/BMC/SDR/SENSOR_TYPE[200]", none);
-    EXPECT_TRUE(none.empty());
-    Result compact, sdr;
-    system->Get("/BMC/SDR/RECORD_TYPE[2]", compact);
-    system->Get("/BMC/SDR", sdr);
-    EXPECT_EQ(compact.size(), 18u);
-    EXPECT_EQ(sdr.size(), 50u); // 32 full, 18 compact
-    Result sensor;
-    system->Get("/BMC/SENSOR[4]/OWNER[32]/LUN[0]", sensor);
+    auto keysOf = [&](const char* path) {
+        Result r;
+        system->Get(path, r);
+        return r;
+    };
+    EXPECT_EQ(keysOf("/BMC/SDR/SENSOR_TYPE[1]").size(), 10u);
+    EXPECT_EQ(keysOf("/BMC/SDR/SENSOR_TYPE[1]").begin()->first, "/BMC/SDR[0]");
+    EXPECT_TRUE(keysOf("/BMC/SDR/SENSOR_TYPE[200]").empty());
+    EXPECT_EQ(keysOf("/BMC/SDR/RECORD_TYPE[2]").size(), 18u);
+    EXPECT_EQ(keysOf("/BMC/SDR").size(), 50u); // 32 full, 18 compact
+    Result sensor = keysOf("/BMC/SENSOR[4]/OWNER[32]/LUN[0]");
     ASSERT_EQ(sensor.size(), 11u); // name, value, six thresholds, three attributes
     EXPECT_EQ(sensor["/BMC/SENSOR[4]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONRECOVERABLE"].Values.at(0), "95");
     EXPECT_EQ(sensor["/BMC/SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"].NodeType, 0);
+    Result processor = keysOf("/SMBIOS/ProcessorInfo[0]"), memory = keysOf("/SMBIOS/MemoryArray");
+    EXPECT_EQ(processor.size(), 16u);
+    EXPECT_EQ(processor["/SMBIOS/ProcessorInfo[0]/ProcessorType"].Values.at(0), "Central processor");
+    EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[5]/DevicePresent"].Values.at(0), "False");
+    EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[0]/DevicePresent"].Values.at(0), "True");
+    EXPECT_EQ(memory.count("/SMBIOS/ProcessorInfo/TotalNoOfProcessor"), 0u);
 }
 
 TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
@@ -201,43 +223,6 @@ TEST(SelTest, UnknownIdBadParametersAndAnEmptySel) {
     EXPECT_THROW(selQuery(*empty, "1"), ResultStatus);
 }
 
-TEST(InventoryTest, FruOemAndSmbiosPaths) {
-    auto system = demoSystem();
-    expectValues(
-        *system,
-        {
-            {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE", "23"},
-            {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/SERIAL_NUMBER", "C819AK21N0417"},
-            {"/BMC/FRU[0]/RECORD/DECODED/PRODUCTAREA/ASSET_TAG", "IT-004211"},
-            {"/BMC/OEM/PRODUCTID", "2210"},
-            {"/SMBIOS/Type3/ThermalState", "Safe"},
-            {"/SMBIOS/Type3/SecurityStatus", "None"},
-            // power-on Disabled (0), keyboard Not Implemented (2), administrator Enabled (1), front panel 2
-            {"/SMBIOS/Type24/HardwareSecuritySettings", "38"},
-            {"/SMBIOS/Type24/HardwareSecuritySettings/KeyboardPassword", "Not Implemented"},
-            {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", "2"},
-            {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "2"},
-            {"/SMBIOS/ProcessorInfo[1]/Upgrade", "Socket LGA771"},
-            {"/SMBIOS/ProcessorInfo[1]/VoltageCapability", "1.2V"},
-            {"/SMBIOS/MemoryArray/TotalNoOfArray", "2"},
-            {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", "6"},
-            {"/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent", "4"},
-            {"/SMBIOS/MemoryArray[1]/MemoryErrorCorrection", "Multi-bit ECC"},
-            {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/FormFactor", "FB-DIMM"},
-            {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/Synchronous", "Supported"},
-            {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/CMOS", "Not supported"},
-            {"/SMBIOS/MemoryArray[1]/MemoryDevice[4]/DevicePresent", "False"},
-        });
-    Result processor, memory;
-    system->Get("/SMBIOS/ProcessorInfo[0]", processor);
-    EXPECT_EQ(processor.size(), 16u);
-    EXPECT_EQ(processor["/SMBIOS/ProcessorInfo[0]/ProcessorType"].Values.at(0), "Central processor");
-    system->Get("/SMBIOS/MemoryArray", memory);
-    EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[5]/DevicePresent"].Values.at(0), "False");
-    EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[0]/DevicePresent"].Values.at(0), "True");
-    EXPECT_EQ(memory.count("/SMBIOS/ProcessorInfo/TotalNoOfProcessor"), 0u);
-}
-
 TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
     struct Case {
         std::string text;
@@ -253,7 +238,8 @@ TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
         {platformWith(R"({"name": "A", "number": 1, "m": 600})"),
          "test.json: /bmc/sensors/0/m: 600 is out of range -512..511"},
         {platformWith(R"({"name": "A", "number": 1}, {"name": "B", "number": 1})"),
-         "test.json: /bmc/sensors/1/number: duplicate sensor number 1 (owner 32, LUN byte 0) already used at "
+         "test.json: /bmc/sensors/1/number: duplicate sensor number 1 (owner 32, LUN byte 0) already "
+         "used at "
          "/bmc/sensors/0"},
         {platformWith(R"({"sdr": "01 00 51 02 1ff"})"),
          "test.json: /bmc/sensors/0/sdr: \"1ff\" is not a byte"},
