@@ -33,8 +33,9 @@ const Bytes kFullRecord = {
     0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
     'P',  '1',  '2',  'V'};
 
-// The fields read from the record, and the same bytes written back from them.
-TEST(SdrLayoutTest, FullRecordFieldsAndBytes) {
+// The fields read from the full record, the same bytes written back from them; a compact
+// record's bytes.
+TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     SdrFields f;
     ASSERT_TRUE(kelvarn::decodeSdr(kFullRecord, f));
     EXPECT_EQ(
@@ -55,10 +56,8 @@ TEST(SdrLayoutTest, FullRecordFieldsAndBytes) {
     EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), f));                           // record type 0
     f.name = "ABCDEFGHIJKLMNOPQ";                                                   // longer than 16
     EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
-}
-
-TEST(SdrLayoutTest, CompactRecordBytes) {
-    SdrFields f;
+    // A compact record written from its fields.
+    f = SdrFields();
     f.recordId = 0x0010;
     f.recordType = 0x02;
     f.number = 0x41;
@@ -73,11 +72,9 @@ TEST(SdrLayoutTest, CompactRecordBytes) {
     f.readableMask = 0x7F;
     f.analogFormat = AnalogFormat::None;
     f.name = "PSU2 Status";
-    const Bytes expected = {0x10, 0x00, 0x51, 0x02, 0x26, 0x20, 0x00, 0x41, 0x0a, 0x02, 0x63,
-                            0x40, 0x08, 0x6f, 0x07, 0x00, 0x07, 0x00, 0x7f, 0x00, 0xc0, 0x00,
-                            0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xcb, 'P',
-                            'S',  'U',  '2',  ' ',  'S',  't',  'a',  't',  'u',  's'};
-    EXPECT_EQ(kelvarn::encodeSdr(f), expected);
+    EXPECT_EQ(kelvarn::encodeSdr(f),
+              bytesOf("10 00 51 02 26 20 00 41 0a 02 63 40 08 6f 07 00 07 00 7f 00 c0 00 00 "
+                      "00 00 00 00 00 00 00 00 cb 50 53 55 32 20 53 74 61 74 75 73"));
 }
 
 // The signs, offsets and the other linearizations are checked against FreeIPMI below.
