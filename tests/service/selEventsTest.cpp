@@ -19,7 +19,7 @@ Raw systemEvent(uint8_t sensorType, uint8_t number, uint8_t dirType, uint8_t dat
             0x00, 0x04, sensorType, number, dirType, data1, 0xff, 0xff};
 }
 
-TEST(SelEntryText, ReadsAsTheBmcToolsPrintIt) {
+TEST(SelEntryText, TextsAndTimeStampsReadAsTheBmcToolsPrintThem) {
     const struct {
         uint8_t sensorType, number, dirType, data1;
         const char* sensor;
@@ -45,20 +45,15 @@ TEST(SelEntryText, ReadsAsTheBmcToolsPrintIt) {
         EXPECT_EQ(kelvarn::selEntryText(systemEvent(row.sensorType, row.number, row.dirType, row.data1),
                                         row.sensor),
                   row.text);
-    Raw oem = systemEvent(0x01, 4, 0x01, 0x59);
-    oem[2] = 0xE0;
-    EXPECT_EQ(kelvarn::selEntryText(oem, "CPU2 Temp"), "OEM record type 0xe0");
-}
-
-TEST(SelEntryText, TimeStampIsUtcDateAndTime) {
+    // Time stamps: UTC date and time; none for an OEM record without one.
     Raw raw = systemEvent(0x01, 4, 0x01, 0x59);
     EXPECT_EQ(kelvarn::selTimestampText(raw), "2025-11-21 04:40:00");
+    raw[2] = 0xE0;
+    EXPECT_EQ(kelvarn::selEntryText(raw, "CPU2 Temp"), "OEM record type 0xe0");
+    EXPECT_EQ(kelvarn::selTimestampText(raw), "");
+    raw[2] = 0xC0; // OEM record with a time stamp
     raw[3] = raw[4] = raw[5] = raw[6] = 0;
     EXPECT_EQ(kelvarn::selTimestampText(raw), "1970-01-01 00:00:00");
-    raw[2] = 0xC0; // OEM record with a time stamp
-    EXPECT_EQ(kelvarn::selTimestampText(raw), "1970-01-01 00:00:00");
-    raw[2] = 0xE0; // OEM record without one
-    EXPECT_EQ(kelvarn::selTimestampText(raw), "");
 }
 
 // The five entries the built-in demo server logged before any agent started.
