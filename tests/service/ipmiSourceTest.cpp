@@ -349,40 +349,66 @@ TEST(IpmiSource, FirstQueryWaitsForTheFirstSweepOnly) {
         "BMC data unavailable: nothing read yet from IPMI over LAN at mock:623: no answer from the mock BMC");
 }
 
-// The "ipmi-*" keys of a service configuration text, as the IPMI source reads them.
-IpmiSettings settingsOf(IpmiSettings::Mode mode, const std::string& text) {
-    return kelvarn::parseIpmiSettings(mode, kelvarn::parseServiceConfig(text, "k.conf").ipmi, "k.conf");
+// A service configuration text read as the service reads it: its own keys, then the
+// "ipmi-*" ones as the IPMI source reads them for the BMC it names.
+IpmiSettings settingsOf(const std::string& text) {
+    const kelvarn::ServiceConfig c = kelvarn::parseServiceConfig(text, "/etc/k.conf");
+    return kelvarn::parseIpmiSettings(
+        c.bmc == "ipmi-lan" ? IpmiSettings::Mode::Lan : IpmiSettings::Mode::Inband, c.ipmi, "/etc/k.conf");
 }
 
-TEST(IpmiSettings, KeysAndTheirErrors) {
-    const auto lan = IpmiSettings::Mode::Lan, inband = IpmiSettings::Mode::Inband;
-    IpmiSettings s =
-        settingsOf(lan, "ipmi-host=10.0.0.5\nipmi-port=6230\nipmi-user=monitor\nipmi-password-file=/p\n"
-                        "ipmi-privilege=operator\nipmi-cipher-suite=17\nipmi-workarounds=opensesspriv,sun20\n"
-                        "ipmi-refresh-ms=500\nipmi-stale-after=4\nipmi-slow-every=10\n"
-                        "ipmi-max-commands-per-second=20\nipmi-sdr-cache=/var/tmp\n");
-    EXPECT_EQ(std::make_tuple(s.host, s.port, s.user, s.privilege, s.cipherSuite, s.workarounds, s.refreshMs,
-                              s.staleAfter, s.slowEvery, s.maxCommandsPerSecond, s.sdrCacheDir),
-              std::make_tuple("10.0.0.5", 6230u, "monitor", 3, 17, 0x18u, 500u, 4u, 10u, 20u, "/var/tmp"));
-    IpmiSettings defaults = settingsOf(inband, "");
+TEST(ServiceConfiguration, KeysAndTheirErrors) {
+    // source | platform | journal | bmc | smbios; relative paths are the configuration's neighbours.
+    auto keys = [](const std::string& text) {
+        const kelvarn::ServiceConfig c = kelvarn::parseServiceConfig(text, "/etc/k.conf");
+        return c.source + "|" + c.platform + "|" + c.journal + "|" + c.bmc + "|" + c.smbios;
+    };
+    EXPECT_EQ(keys("smbios=dump:t.bin\n"), "demo|||demo|dump:/etc/t.bin");
+    EXPECT_EQ(keys("# kelvarn\n source = simulated \nplatform=rack.json\n"),
+              "simulated|/etc/rack.json|/etc/rack.json.journal|simulated|simulated");
+    EXPECT_EQ(keys("source=demo\nsmbios=sysfs\n"), "demo|||demo|sysfs");
+    EXPECT_EQ(keys("smbios=sysfs:/tmp/dmi\nbmc=simulated\nplatform=p.json\njournal=/j\n"),
+              "demo|/etc/p.json|/j|simulated|sysfs:/tmp/dmi");
+    IpmiSettings s = settingsOf(
+        "bmc=ipmi-lan\nipmi-host=10.0.0.5\nipmi-port=6230\nipmi-user=monitor\nipmi-password-file=p\n"
+        "ipmi-privilege=operator\nipmi-cipher-suite=17\nipmi-workarounds=opensesspriv,sun20\n"
+        "ipmi-refresh-ms=500\nipmi-stale-after=4\nipmi-slow-every=10\n"
+        "ipmi-max-commands-per-second=20\nipmi-sdr-cache=/var/tmp\n");
+    EXPECT_EQ(std::make_tuple(s.host, s.port, s.user, s.passwordFile, s.privilege, s.cipherSuite,
+                              s.workarounds, s.refreshMs, s.staleAfter, s.slowEvery, s.maxCommandsPerSecond,
+                              s.sdrCacheDir),
+              std::make_tuple("10.0.0.5", 6230u, "monitor", "/etc/p", 3, 17, 0x18u, 500u, 4u, 10u, 20u,
+                              "/var/tmp"));
+    IpmiSettings defaults = settingsOf("bmc=ipmi-inband\n");
     EXPECT_EQ(std::make_tuple(defaults.refreshMs, defaults.staleAfter, defaults.maxCommandsPerSecond),
               std::make_tuple(2000u, 3u, 9u));
-    const std::tuple<IpmiSettings::Mode, const char*, const char*> bad[] = {
-        {inband, "ipmi-port=0", "ipmi-port \"0\" is not a number from 1 to 65535"},
-        {inband, "ipmi-cipher-suite=3x", "ipmi-cipher-suite \"3x\" is not a number from 0 to 17"},
-        {inband, "ipmi-privilege=root", "ipmi-privilege \"root\" is not \"user\", \"operator\" or \"admin\""},
-        {inband, "ipmi-workarounds=opensesspriv,,", "ipmi-workarounds: unknown workaround \"\""},
-        {inband, "ipmi-colour=red", "unknown key \"ipmi-colour\""},
-        {lan, "ipmi-host=h\nipmi-user=u", "bmc=ipmi-lan needs ipmi-password-file"},
+    // What follows "/etc/k.conf"; nullptr: any message.
+    const std::pair<const char*, const char*> bad[] = {
+        {"smbios=floppy\n", ":1: smbios \"floppy\" is not \"simulated\", \"demo\", \"sysfs\", \"sysfs:DIR\", "
+                            "\"dump:FILE\" or \"firmware\""},
+        {"smbios=dump:\n", ":1: smbios \"dump:\" names no path"},
+        {"\nbmc=snmp\n", ":2: bmc \"snmp\" is not \"simulated\", \"demo\", \"ipmi-inband\" or \"ipmi-lan\""},
+        {"bmc=simulated\n", ": source=simulated needs platform=<file>"},
+        {"source=simulated\n", ": source=simulated needs platform=<file>"},
+        {"bmc\n", ":1: expected key=value"},
+        {"source=ipmi\n", nullptr},
+        {"colour=red\n", nullptr},
+        {"ipmi-port=0", ": ipmi-port \"0\" is not a number from 1 to 65535"},
+        {"ipmi-cipher-suite=3x", ": ipmi-cipher-suite \"3x\" is not a number from 0 to 17"},
+        {"ipmi-privilege=root", ": ipmi-privilege \"root\" is not \"user\", \"operator\" or \"admin\""},
+        {"ipmi-workarounds=opensesspriv,,", ": ipmi-workarounds: unknown workaround \"\""},
+        {"ipmi-colour=red", ": unknown key \"ipmi-colour\""},
+        {"bmc=ipmi-lan\nipmi-host=h\nipmi-user=u", ": bmc=ipmi-lan needs ipmi-password-file"},
     };
     for (const auto& b : bad) {
         try {
-            settingsOf(std::get<0>(b), std::get<1>(b));
-            ADD_FAILURE() << std::get<2>(b);
+            settingsOf(b.first);
+            ADD_FAILURE() << b.first << " accepted";
         } catch (const std::runtime_error& e) {
-            EXPECT_EQ(std::string(e.what()), std::string("k.conf: ") + std::get<2>(b));
+            EXPECT_EQ(std::string(e.what()), b.second ? std::string("/etc/k.conf") + b.second : e.what());
         }
     }
+    EXPECT_THROW(kelvarn::loadPlatformFile("/nonexistent/platform.json"), kelvarn::PlatformFileError);
 }
 
 } // namespace

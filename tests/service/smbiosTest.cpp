@@ -515,40 +515,4 @@ TEST(SmbiosComposition, ConfigurationTakesBmcAndSmbiosFromDifferentSources) {
                        {"/SMBIOS/MemoryArray/TotalNoOfArray", "0"}});
 }
 
-TEST(ServiceConfiguration, KeysAndTheirErrors) {
-    kelvarn::ServiceConfig c =
-        kelvarn::parseServiceConfig("smbios=dump:t.bin\n", "/etc/kelvarn/kelvarn.conf");
-    EXPECT_EQ(c.bmc, "demo");
-    EXPECT_EQ(c.smbios, "dump:/etc/kelvarn/t.bin");
-    c = kelvarn::parseServiceConfig("# kelvarn\n source = simulated \nplatform=rack.json\n",
-                                    "/etc/kelvarn/kelvarn.conf");
-    EXPECT_EQ(c.source, "simulated");
-    EXPECT_EQ(c.platform, "/etc/kelvarn/rack.json");
-    EXPECT_EQ(kelvarn::parseServiceConfig("source=demo\nsmbios=sysfs\n", "/x/k.conf").smbios, "sysfs");
-    c = kelvarn::parseServiceConfig("smbios=sysfs:/tmp/dmi\nbmc=simulated\nplatform=p.json\n", "/x/k.conf");
-    EXPECT_EQ(c.smbios, "sysfs:/tmp/dmi");
-    EXPECT_EQ(c.bmc, "simulated");
-    EXPECT_EQ(c.journal, "/x/p.json.journal");
-    const std::pair<const char*, const char*> bad[] = {
-        {"smbios=floppy\n", "k.conf:1: smbios \"floppy\" is not \"simulated\", \"demo\", \"sysfs\", "
-                            "\"sysfs:DIR\", \"dump:FILE\" or \"firmware\""},
-        {"smbios=dump:\n", "k.conf:1: smbios \"dump:\" names no path"},
-        {"\nbmc=snmp\n",
-         "k.conf:2: bmc \"snmp\" is not \"simulated\", \"demo\", \"ipmi-inband\" or \"ipmi-lan\""},
-        {"bmc=simulated\n", "k.conf: source=simulated needs platform=<file>"},
-        {"source=simulated\n", "k.conf: source=simulated needs platform=<file>"},
-        {"source=ipmi\n", nullptr},
-        {"colour=red\n", nullptr},
-    };
-    for (const auto& b : bad) {
-        try {
-            kelvarn::parseServiceConfig(b.first, "k.conf");
-            ADD_FAILURE() << b.first << " accepted";
-        } catch (const kelvarn::PlatformFileError& e) {
-            EXPECT_EQ(std::string(e.what()), b.second ? b.second : e.what());
-        }
-    }
-    EXPECT_THROW(kelvarn::loadPlatformFile("/nonexistent/platform.json"), kelvarn::PlatformFileError);
-}
-
 } // namespace
