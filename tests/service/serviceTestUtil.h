@@ -114,27 +114,16 @@ template <typename F> bool eventually(F check, int limitMs = 5000) {
 }
 
 // KELVARN_CONFIG names `file` (and the process responder is read again) while
-// the object lives; then the previous setting comes back.
-class ScopedConfig {
-public:
+// the object lives; then it names none.
+struct ScopedConfig {
     explicit ScopedConfig(const std::string& file) {
-        const char* old = std::getenv("KELVARN_CONFIG");
-        m_had = old != nullptr;
-        m_old = old ? old : "";
         setenv("KELVARN_CONFIG", file.c_str(), 1);
         kelvarn::setProcessResponder(nullptr);
     }
     ~ScopedConfig() {
-        if (m_had)
-            setenv("KELVARN_CONFIG", m_old.c_str(), 1);
-        else
-            unsetenv("KELVARN_CONFIG");
+        unsetenv("KELVARN_CONFIG");
         kelvarn::setProcessResponder(nullptr);
     }
-
-private:
-    bool m_had;
-    std::string m_old;
 };
 
 #endif
