@@ -149,12 +149,11 @@ TEST(NamedEvents, SensorsThatDoNotFitAreRefused) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.event);
-        try {
-            kelvarn::namedEventJournalLine(model, *kelvarn::findNamedEvent(row.event), row.sensor, 100);
-            ADD_FAILURE() << "no refusal";
-        } catch (const kelvarn::PlatformFileError& e) {
-            EXPECT_EQ(std::string(e.what()), row.message);
-        }
+        EXPECT_EQ(refusal<kelvarn::PlatformFileError>([&] {
+                      kelvarn::namedEventJournalLine(model, *kelvarn::findNamedEvent(row.event), row.sensor,
+                                                     100);
+                  }),
+                  row.message);
     }
 }
 

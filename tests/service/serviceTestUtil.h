@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -53,15 +54,32 @@ inline void expectValues(SDK::System& system, const Expected& expected) {
         EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
 }
 
-// The failures of one query (empty when it succeeded).
-inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& path) {
-    Result r;
+// The failures `f` throws (empty when it throws none).
+template <typename F> std::vector<RStatus> statusesOf(F f) {
     try {
-        system.Get(path, r);
+        f();
     } catch (const ResultStatus& e) {
         return e.Get();
     }
     return {};
+}
+
+// The failures of one query (empty when it succeeded).
+inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& path) {
+    return statusesOf([&] {
+        Result r;
+        system.Get(path, r);
+    });
+}
+
+// The message of the E that `f` throws; "<accepted>" when it throws none.
+template <typename E = std::runtime_error, typename F> std::string refusal(F f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "<accepted>";
 }
 
 // The poller's SEL request: from record `id` (hex), at most `range` entries.
