@@ -188,11 +188,8 @@ TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
     for (int round = 0; round < 50; ++round)
         for (const char* p :
              {"/BMC/SDR", "/BMC/SDR/SENSOR_TYPE[1]", "/BMC/SENSOR[0]/NAME", "/BMC/SENSOR[3]/OWNER[32]/LUN[0]",
-              "/BMC/SEL/TRANSLATED", "/BMC/FRU", "/BMC/OEM"}) {
-            Result r;
-            sys.Get(p, r);
-            EXPECT_FALSE(r.empty()) << p;
-        }
+              "/BMC/SEL/TRANSLATED", "/BMC/FRU", "/BMC/OEM"})
+            EXPECT_FALSE(resultOf(sys, p).empty()) << p;
     const auto sdr = rig.source->sharedSdrRepository();
     EXPECT_EQ(rig.source->sharedSdrRepository().get(), sdr.get());
     ASSERT_EQ(sdr->size(), 5u);

@@ -131,11 +131,7 @@ TEST(DemoServerTest, SensorsInventoryAndCollections) {
             {"/SMBIOS/MemoryArray[1]/MemoryDevice[3]/TypeDetail/CMOS", "Not supported"},
             {"/SMBIOS/MemoryArray[1]/MemoryDevice[4]/DevicePresent", "False"},
         });
-    auto keysOf = [&](const char* path) {
-        Result r;
-        system->Get(path, r);
-        return r;
-    };
+    auto keysOf = [&](const char* path) { return resultOf(*system, path); };
     EXPECT_EQ(keysOf("/BMC/SDR/SENSOR_TYPE[1]").size(), 10u);
     EXPECT_EQ(keysOf("/BMC/SDR/SENSOR_TYPE[1]").begin()->first, "/BMC/SDR[0]");
     EXPECT_TRUE(keysOf("/BMC/SDR/SENSOR_TYPE[200]").empty());

@@ -116,8 +116,7 @@ TEST(SdrConversionTest, HandComputedValues) {
 // and the conversion of each raw value 0-255 against INTERPRET_SENSOR_VALUE[r].
 void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecords) {
     auto system = systemOver(platformText);
-    Result all;
-    system->Get("/BMC/SDR/RECORD_TYPE[1]", all);
+    const Result all = resultOf(*system, "/BMC/SDR/RECORD_TYPE[1]");
     ASSERT_EQ(all.size(), expectedFullRecords);
     ipmi_sdr_ctx_t ctx = ipmi_sdr_ctx_create();
     ASSERT_NE(ctx, nullptr);

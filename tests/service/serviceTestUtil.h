@@ -34,6 +34,13 @@ inline std::unique_ptr<SDK::System> demoSystem() {
     return systemOver(kelvarn::demoPlatformText());
 }
 
+// The answer to one query.
+inline Result resultOf(SDK::System& system, const std::string& path) {
+    Result r;
+    system.Get(path, r);
+    return r;
+}
+
 // The value of the entry keyed by `path` after querying it; the failure's text when the query fails.
 inline std::string valueOf(SDK::System& system, const std::string& path) {
     Result r;
