@@ -114,18 +114,14 @@ TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
     EXPECT_NE(std::filesystem::last_write_time(cache), built);
 }
 
-// The source made from the settings directly; its queries send no command after the first sweep.
+// The source made from the configured settings directly, refreshing once a minute; its
+// queries send no command after the first sweep.
 TEST_F(IpmiSim, QueriesSendNoIpmiCommand) {
-    kelvarn::IpmiSettings s;
-    s.mode = kelvarn::IpmiSettings::Mode::Lan;
-    s.host = "127.0.0.1";
-    s.port = m_sim.port();
-    s.user = "ipmiusr";
-    s.passwordFile = m_sim.dir() + "/bmc.pass";
-    s.cipherSuite = 3;
-    s.workarounds = 0x10; // opensesspriv: ipmi_sim's answer to Open Session
+    const std::string conf = m_sim.dir() + "/kelvarn.conf";
+    kelvarn::IpmiSettings s =
+        kelvarn::parseIpmiSettings(kelvarn::IpmiSettings::Mode::Lan,
+                                   kelvarn::parseServiceConfig(hmtest::readFile(conf), conf).ipmi, conf);
     s.refreshMs = 60000;
-    s.sdrCacheDir = m_sim.dir() + "/cache";
     auto source = std::make_shared<kelvarn::IpmiSource>(s, kelvarn::makeFreeIpmiBackend(s));
     SDK::System sys(kelvarn::makePlatformResponder(source));
     ASSERT_EQ(valueOf(sys, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "45")

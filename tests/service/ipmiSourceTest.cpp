@@ -288,14 +288,9 @@ TEST(IpmiSource, BmcGoingAwayFailsAfterTheBoundThenComesBack) {
     bool onlyValuesBefore = true;
     EXPECT_TRUE(eventually([&] {
         Result r;
-        try {
-            rig.system->Get(kCpuValue, r);
-            onlyValuesBefore = onlyValuesBefore && r[kCpuValue].Values.at(0) == "45";
-            return false;
-        } catch (const ResultStatus& e) {
-            failure = e.Get();
-            return true;
-        }
+        failure = statusesOf([&] { rig.system->Get(kCpuValue, r); });
+        onlyValuesBefore = onlyValuesBefore && (!failure.empty() || r[kCpuValue].Values.at(0) == "45");
+        return !failure.empty();
     }));
     EXPECT_TRUE(onlyValuesBefore);
     // The last sweep ended at most one period before the BMC went away.
