@@ -122,12 +122,7 @@ void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecor
     ASSERT_NE(ctx, nullptr);
     for (const auto& entry : all) {
         SCOPED_TRACE(entry.first);
-        Bytes rec;
-        for (const char* p = entry.second.Values[0].c_str(); *p;) {
-            char* end;
-            rec.push_back(static_cast<uint8_t>(strtol(p, &end, 16)));
-            p = end;
-        }
+        const Bytes rec = bytesOf(entry.second.Values[0]);
         uint16_t recordId;
         uint8_t recordType, number, owner, ownerType, lun, channel, sensorType, eventType;
         ASSERT_EQ(ipmi_sdr_parse_record_id_and_type(ctx, rec.data(), rec.size(), &recordId, &recordType), 0);
