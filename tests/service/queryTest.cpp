@@ -75,12 +75,9 @@ public:
 // Other exceptions become internal errors; flags are kept per object.
 TEST(QueryFailureTest, OtherExceptionsBecomeInternalErrors) {
     SDK::System system(std::make_shared<ThrowingResponder>()), other(std::make_shared<ThrowingResponder>());
-    for (const char* path : {"/std", "/int"}) {
-        std::vector<RStatus> f = failuresOf(system, path);
-        ASSERT_EQ(f.size(), 1u);
-        EXPECT_EQ(f[0].Code, 1087);
-    }
-    EXPECT_NE(failuresOf(system, "/std")[0].Message.find("index 9"), std::string::npos);
+    EXPECT_EQ(failureOf(system, "/int").rfind("1087: ", 0), 0u);
+    EXPECT_EQ(failureOf(system, "/std").rfind("1087: ", 0), 0u);
+    EXPECT_NE(failureOf(system, "/std").find("index 9"), std::string::npos);
     system.SetFlags(14);
     other.SetFlags(1);
     EXPECT_EQ(std::make_tuple(system.Flags(), other.Flags()), std::make_tuple(14, 1));

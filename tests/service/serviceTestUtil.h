@@ -79,6 +79,13 @@ inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& p
     });
 }
 
+// A query's one failure as "code: message"; "<n failures>" otherwise.
+inline std::string failureOf(SDK::System& system, const std::string& path) {
+    const std::vector<RStatus> f = failuresOf(system, path);
+    return f.size() == 1 ? std::to_string(f[0].Code) + ": " + f[0].Message
+                         : "<" + std::to_string(f.size()) + " failures>";
+}
+
 // The message of the E that `f` throws; "<accepted>" when it throws none.
 template <typename E = std::runtime_error, typename F> std::string refusal(F f) {
     try {
