@@ -33,8 +33,7 @@ const Bytes kFullRecord = {
     0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
     'P',  '1',  '2',  'V'};
 
-// The fields read from the full record, the same bytes written back from them; a compact
-// record's bytes.
+// The fields read from a full and a compact record, and the same bytes written back from them.
 TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     SdrFields f;
     ASSERT_TRUE(kelvarn::decodeSdr(kFullRecord, f));
@@ -56,25 +55,18 @@ TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), f));                           // record type 0
     f.name = "ABCDEFGHIJKLMNOPQ";                                                   // longer than 16
     EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
-    // A compact record written from its fields.
-    f = SdrFields();
-    f.recordId = 0x0010;
-    f.recordType = 0x02;
-    f.number = 0x41;
-    f.entityId = 0x0A;
-    f.entityInstance = 2;
-    f.initialization = 0x63;
-    f.capabilities = 0x40;
-    f.sensorType = 0x08;
-    f.eventReadingType = 0x6F;
-    f.assertionMask = 0x0007;
-    f.deassertionMask = 0x0007;
-    f.readableMask = 0x7F;
-    f.analogFormat = AnalogFormat::None;
-    f.name = "PSU2 Status";
-    EXPECT_EQ(kelvarn::encodeSdr(f),
-              bytesOf("10 00 51 02 26 20 00 41 0a 02 63 40 08 6f 07 00 07 00 7f 00 c0 00 00 "
-                      "00 00 00 00 00 00 00 00 cb 50 53 55 32 20 53 74 61 74 75 73"));
+    // A compact record: its fields, and the same bytes written back from them.
+    const Bytes compact =
+        bytesOf("10 00 51 02 26 20 00 41 0a 02 63 40 08 6f 07 00 07 00 7f 00 c0 00 00 00 00 "
+                "00 00 00 00 00 00 cb 50 53 55 32 20 53 74 61 74 75 73");
+    SdrFields c;
+    ASSERT_TRUE(kelvarn::decodeSdr(compact, c));
+    EXPECT_EQ(std::make_tuple(c.recordId, c.recordType, c.owner, c.number, c.entityId, c.entityInstance,
+                              c.initialization, c.capabilities, c.sensorType, c.eventReadingType,
+                              c.assertionMask, c.deassertionMask, c.readableMask, c.analogFormat, c.name),
+              std::make_tuple(0x0010, 0x02, 0x20, 0x41, 0x0A, 2, 0x63, 0x40, 0x08, 0x6F, 0x0007, 0x0007, 0x7F,
+                              AnalogFormat::None, "PSU2 Status"));
+    EXPECT_EQ(kelvarn::encodeSdr(c), compact);
 }
 
 // The signs, offsets and the other linearizations are checked against FreeIPMI below.
