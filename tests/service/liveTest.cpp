@@ -1,11 +1,18 @@
-// Live changes through the journal, and SDR repositories replayed from
-// "ipmitool sdr dump" files.
+// Live changes through the journal (also from another thread), one query object
+// shared by two threads, SDR repositories replayed from "ipmitool sdr
+// dump" files, and platform files converted from "ipmitool -v sdr" listings: a
+// listing written here, and the 95-sensor listing of a real server from the shared
+// real-data set.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cmath>
 #include <fstream>
+#include <sstream>
+#include <thread>
 
+#include "kelvarn/IpmitoolListing.h"
 #include "kelvarn/Journal.h"
-#include "kelvarn/Sdr.h"
 #include "serviceTestUtil.h"
 #include "support/files.h"
 
@@ -83,8 +90,7 @@ TEST_F(JournalTest, SelEventsFollowTheNewestRecordAndClearEmptiesTheSel) {
     // CPU2 Temp (sensor 4, temperature, threshold type), upper critical going high.
     kelvarn::appendJournal(journal, "sel-add 1763700000 32 4 9 assert 92 90");
     kelvarn::appendJournal(journal, "sel-raw 07 00 02 00 00 00 00 20 00 04 05 80 6f 00 ff ff");
-    Result r;
-    system->Get("/BMC/SEL/TRANSLATED[5]", r);
+    Result r = resultOf(*system, "/BMC/SEL/TRANSLATED[5]");
     // 1763700000 = 0x691FED20; event data 1 = 0x50 | offset 9.
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/RAW"].Values.at(0),
               "06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a");
@@ -120,41 +126,82 @@ TEST_F(JournalTest, HalfWrittenBadShrunkAndRemovedJournals) {
     EXPECT_EQ(valueOf(*system, kCpu2), "87");
 }
 
+// One query object shared by two threads, as the request thread and the SEL
+// poller share it.
+TEST(SharedSystemTest, TwoThreadsQueryOneObject) {
+    auto system = demoSystem();
+    std::atomic<int> wrong{0};
+    auto tables = [&] {
+        for (int i = 0; i < 150; ++i) {
+            system->SetFlags(i % 2 ? 1 : 14);
+            if (resultOf(*system, "/BMC/SDR/SENSOR_TYPE[1]").size() != 10)
+                ++wrong;
+            if (valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE") != "52")
+                ++wrong;
+            if (failuresOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NOPE").size() != 1)
+                ++wrong;
+        }
+    };
+    auto poller = [&] {
+        for (int i = 0; i < 150; ++i) {
+            system->SetFlags(1);
+            if (selQuery(*system, "ffff")["/BMC/SEL/TRANSLATED"].Values.size() != 1)
+                ++wrong;
+            if (valueOf(*system, "/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent") != "4")
+                ++wrong;
+        }
+    };
+    std::thread a(tables), b(poller);
+    a.join();
+    b.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+// Changes written in quick succession by one thread while another queries:
+// every change is kept, in order.
+TEST_F(JournalTest, QuickChangesFromAnotherThreadAreAllKept) {
+    const int changes = 200;
+    std::thread writer([&] {
+        for (int i = 0; i < changes; ++i)
+            kelvarn::appendJournal(journal,
+                                   "sel-add " + std::to_string(1763700000 + i) + " 32 4 7 assert 255 255");
+    });
+    size_t seen = 0;
+    int shrinks = 0;
+    for (int i = 0; i < 200; ++i) {
+        size_t now = resultOf(*system, "/BMC/SEL/TRANSLATED")["/BMC/SEL/TRANSLATED"].Values.size();
+        if (now < seen)
+            ++shrinks;
+        seen = now;
+    }
+    writer.join();
+    Result r = resultOf(*system, "/BMC/SEL/TRANSLATED");
+    ASSERT_EQ(r["/BMC/SEL/TRANSLATED"].Values.size(), 5u + changes);
+    EXPECT_EQ(shrinks, 0);
+    EXPECT_EQ(source->rejectedChanges(), 0u);
+    // Record IDs run on from the demo's five without a gap.
+    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[204]/VALUE"].Values.at(0), "00cd");
+}
+
 // An "ipmitool sdr dump" file: records back to back, here a full sensor record with a
 // nominal reading, a compact one and a management controller locator (type 0x12).
 TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
-    kelvarn::SdrFields full;
-    full.recordId = 1;
-    full.number = 0x30;
-    full.sensorType = 1;
-    full.analogFlags = 0x01;
-    full.nominal = 40;
-    full.readableMask = 0x10;
-    full.thresholds[kelvarn::kUpperCritical] = 90;
-    full.name = "Temp";
-    kelvarn::SdrFields compact;
-    compact.recordId = 2;
-    compact.recordType = 2;
-    compact.number = 0x31;
-    compact.sensorType = 0x0D;
-    compact.eventReadingType = 0x6F;
-    compact.analogFormat = kelvarn::AnalogFormat::None;
-    compact.name = "Bay";
-    const kelvarn::Bytes locator = {0x03, 0x00, 0x51, 0x12, 0x0b, 0x20, 0x00, 0x00,
-                                    0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xc0 | 0x00};
+    // Full "Temp" (48): nominal 40 given, upper critical 90; compact "Bay" (49): drive slot.
+    const kelvarn::Bytes records = bytesOf("01 00 51 01 2f 20 00 30 00 01 7f 68 01 01 00 00 00 00 10 00 00 "
+                                           "00 00 00 01 00 00 00 00 00 01 28 00 00 "
+                                           "ff 00 00 5a 00 00 00 00 00 00 00 00 00 c4 54 65 6d 70 "
+                                           "02 00 51 02 1e 20 00 31 00 01 7f 68 0d 6f 00 00 00 00 00 00 c0 "
+                                           "00 00 00 00 00 00 00 00 00 00 c3 42 61 79 "
+                                           "03 00 51 12 0b 20 00 00 00 00 00 00 00 00 00 c0");
     hmtest::TempDir dir;
     const std::string dump = dir / "sdr.bin", platform = dir / "p.json";
-    std::string records;
-    for (const kelvarn::Bytes& rec : {kelvarn::encodeSdr(full), kelvarn::encodeSdr(compact), locator})
-        records.append(rec.begin(), rec.end());
-    hmtest::writeFile(dump, records);
+    hmtest::writeFile(dump, std::string(records.begin(), records.end()));
     hmtest::writeFile(platform,
                       R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sdrDump": "sdr.bin",)"
                       R"( "readings": [{"number": 49, "states": ["DRIVE_FAULT"]}]}})");
     auto source = std::make_shared<kelvarn::SimulatedSource>("dump", kelvarn::loadPlatformFile(platform));
     SDK::System system(kelvarn::makePlatformResponder(source));
-    Result all;
-    system.Get("/BMC/SDR", all);
+    Result all = resultOf(system, "/BMC/SDR");
     EXPECT_EQ(all.size(), 3u);
     EXPECT_EQ(all["/BMC/SDR[2]"].Values.at(0), "03 00 51 12 0b 20 00 00 00 00 00 00 00 00 00 c0");
     EXPECT_EQ(valueOf(system, "/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "40");
@@ -163,12 +210,106 @@ TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
 
     // A dump cut inside a record is refused.
     { std::ofstream(dump, std::ios::binary | std::ios::app) << std::string("\x04\x00\x51\x01\x30\x20", 6); }
-    try {
-        kelvarn::loadPlatformFile(platform);
-        ADD_FAILURE() << "cut dump accepted";
-    } catch (const kelvarn::PlatformFileError& e) {
-        EXPECT_NE(std::string(e.what()).find("record at byte"), std::string::npos) << e.what();
+    const std::string why = refusal<kelvarn::PlatformFileError>([&] { kelvarn::loadPlatformFile(platform); });
+    EXPECT_NE(why.find("record at byte"), std::string::npos) << why;
+}
+
+const char* const kListing = R"(Sensor ID              : Volt_P12V (0xd2)
+ Entity ID             : 7.1 (System Board)
+ Sensor Type (Threshold)  : Voltage (0x02)
+ Sensor Reading        : 12.152 (+/- 0) Volts
+ Status                : ok
+ Upper critical        : 12.600
+ Lower critical        : 11.400
+ Readable Thresholds   : lcr ucr
+ Settable Thresholds   : lcr ucr
+
+Sensor ID              : Fan_SYS0 (0xa0)
+ Entity ID             : 29.1 (Fan Device)
+ Sensor Type (Threshold)  : Fan (0x04)
+ Sensor Reading        : 5400 (+/- 0) RPM
+ Lower critical        : 500.000
+ Readable Thresholds   : lcr
+
+Sensor ID              : Inlet (0x01)
+ Entity ID             : 55.1 (Air Inlet)
+ Sensor Type (Threshold)  : Temperature (0x01)
+ Sensor Reading        : -5 (+/- 0) degrees C
+ Lower critical        : -20.000
+ Upper critical        : 45.000
+ Readable Thresholds   : lcr ucr
+
+Sensor ID              : PSU1 Status (0xe0)
+ Entity ID             : 10.1 (Power Supply)
+ Sensor Type (Discrete): Power Supply (0x08)
+ Sensor Reading        : 3h
+ Assertions Enabled    : Power Supply
+                         [Presence detected]
+
+Sensor ID              : HDD0 (0xf0)
+ Entity ID             : 4.1 (Disk or Disk Bay)
+ Sensor Type (Discrete): Drive Slot / Bay (0x0d)
+ Sensor Reading        : No Reading
+)";
+
+TEST(IpmitoolListingTest, ReadingsAndThresholdsComeOutAsListed) {
+    expectValues(*systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt")),
+                 {
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/NAME", "Volt_P12V"},
+                     // 12.152 V cannot be held in one byte at 1 mV steps: M 495, Rexp -4, raw 245.
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12.1275"},
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/RESOLUTION", "495"},
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "255"},
+                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONCRITICAL", "NOT SUPPORTED"},
+                     // 5400 and 500 RPM: exactly, with M 100.
+                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "5400"},
+                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "5"},
+                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/RESOLUTION", "100"},
+                     // Negative temperatures: two's complement, M 5: raw -1 and -4.
+                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "-5"},
+                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "252"},
+                     {"/BMC/SENSOR[224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE",
+                      "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED"},
+                     {"/BMC/SENSOR[240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
+                 });
+}
+
+TEST(IpmitoolListingTest, RefusesWhatItCannotRead) {
+    for (const char* bad : {"Entity ID : 7.1\n", "Sensor ID : NoNumber\n Sensor Type (Discrete): X (0x01)\n",
+                            "Sensor ID : A (0x10)\n Sensor Reading : 0h\n"}) {
+        const std::string why = refusal<kelvarn::PlatformFileError>(
+            [&] { kelvarn::platformFromIpmitoolListing(bad, "bad.txt"); });
+        EXPECT_EQ(why.rfind("bad.txt:1: ", 0), 0u) << why;
     }
+}
+
+// The real server's listing lives in the shared real-data set beside the
+// repository; it is read from there, not copied.
+TEST(IpmitoolListingTest, RealServerListing) {
+    const std::string path = std::string(HM_SOURCE_DIR) + "/../shared/realdata/rackhd/ipmi-sdr-v-output";
+    const std::string text = hmtest::readFile(path);
+    if (text.empty())
+        GTEST_SKIP() << path << " is not available";
+    auto system = systemOver(kelvarn::platformFromIpmitoolListing(text, path));
+    EXPECT_EQ(resultOf(*system, "/BMC/SDR").size(), 95u);
+    // Every threshold sensor's reading as listed, to within one percent.
+    std::istringstream lines(text);
+    std::string line, number;
+    int checked = 0;
+    while (std::getline(lines, line)) {
+        if (line.rfind("Sensor ID", 0) == 0)
+            number = std::to_string(std::stol(line.substr(line.rfind("(0x") + 1), nullptr, 16));
+        if (line.find("Sensor Reading") == std::string::npos || line.find("(+/-") == std::string::npos)
+            continue;
+        double listed = std::stod(line.substr(line.find(':') + 1));
+        std::string ours =
+            valueOf(*system, "/BMC/SENSOR[" + number + "]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE");
+        EXPECT_NEAR(std::stod(ours), listed, 0.01 * std::fabs(listed) + 1e-9) << "sensor " << number;
+        ++checked;
+    }
+    EXPECT_EQ(checked, 48);
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[210]/OWNER[32]/LUN[0]/NAME"), "Volt_P12V");
+    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[210]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "12");
 }
 
 } // namespace

@@ -33,8 +33,8 @@ const Bytes kFullRecord = {
     0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
     'P',  '1',  '2',  'V'};
 
-// The fields read from the record, and the same bytes written back from them.
-TEST(SdrLayoutTest, FullRecordFieldsAndBytes) {
+// The fields read from a full and a compact record, and the same bytes written back from them.
+TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     SdrFields f;
     ASSERT_TRUE(kelvarn::decodeSdr(kFullRecord, f));
     EXPECT_EQ(
@@ -55,57 +55,38 @@ TEST(SdrLayoutTest, FullRecordFieldsAndBytes) {
     EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), f));                           // record type 0
     f.name = "ABCDEFGHIJKLMNOPQ";                                                   // longer than 16
     EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
+    // A compact record: its fields, and the same bytes written back from them.
+    const Bytes compact =
+        bytesOf("10 00 51 02 26 20 00 41 0a 02 63 40 08 6f 07 00 07 00 7f 00 c0 00 00 00 00 "
+                "00 00 00 00 00 00 cb 50 53 55 32 20 53 74 61 74 75 73");
+    SdrFields c;
+    ASSERT_TRUE(kelvarn::decodeSdr(compact, c));
+    EXPECT_EQ(std::make_tuple(c.recordId, c.recordType, c.owner, c.number, c.entityId, c.entityInstance,
+                              c.initialization, c.capabilities, c.sensorType, c.eventReadingType,
+                              c.assertionMask, c.deassertionMask, c.readableMask, c.analogFormat, c.name),
+              std::make_tuple(0x0010, 0x02, 0x20, 0x41, 0x0A, 2, 0x63, 0x40, 0x08, 0x6F, 0x0007, 0x0007, 0x7F,
+                              AnalogFormat::None, "PSU2 Status"));
+    EXPECT_EQ(kelvarn::encodeSdr(c), compact);
 }
 
-TEST(SdrLayoutTest, CompactRecordBytes) {
-    SdrFields f;
-    f.recordId = 0x0010;
-    f.recordType = 0x02;
-    f.number = 0x41;
-    f.entityId = 0x0A;
-    f.entityInstance = 2;
-    f.initialization = 0x63;
-    f.capabilities = 0x40;
-    f.sensorType = 0x08;
-    f.eventReadingType = 0x6F;
-    f.assertionMask = 0x0007;
-    f.deassertionMask = 0x0007;
-    f.readableMask = 0x7F;
-    f.analogFormat = AnalogFormat::None;
-    f.name = "PSU2 Status";
-    const Bytes expected = {0x10, 0x00, 0x51, 0x02, 0x26, 0x20, 0x00, 0x41, 0x0a, 0x02, 0x63,
-                            0x40, 0x08, 0x6f, 0x07, 0x00, 0x07, 0x00, 0x7f, 0x00, 0xc0, 0x00,
-                            0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xcb, 'P',
-                            'S',  'U',  '2',  ' ',  'S',  't',  'a',  't',  'u',  's'};
-    EXPECT_EQ(kelvarn::encodeSdr(f), expected);
-}
-
+// The signs, offsets and the other linearizations are checked against FreeIPMI below.
 TEST(SdrConversionTest, HandComputedValues) {
     struct Case {
-        int m, b, bExp, rExp, lin;
-        AnalogFormat format;
+        int m, rExp, lin;
         uint8_t raw;
         const char* expected;
     } cases[] = {
-        {8, 0, 0, -3, 0, AnalogFormat::Unsigned, 150, "1.2"},        // 150 * 0.008 V
-        {75, 0, 0, 0, 0, AnalogFormat::Unsigned, 80, "6000"},        // 80 * 75 RPM
-        {1, 0, 0, 0, 0, AnalogFormat::TwosComplement, 0xF6, "-10"},  // -10 degrees
-        {1, 0, 0, 0, 0, AnalogFormat::OnesComplement, 0xF5, "-10"},  // ~0xF5 = 10
-        {2, -5, 1, -1, 0, AnalogFormat::Unsigned, 100, "15"},        // (200 - 50) / 10
-        {5, 0, 0, -1, 0, AnalogFormat::Unsigned, 110, "55"},         // half-degree steps
-        {4, 0, 0, -6, 7, AnalogFormat::Unsigned, 42, "5952.380952"}, // 1 / (168e-6)
-        {1, 0, 0, 0, 8, AnalogFormat::Unsigned, 12, "144"},          // square
-        {1, 0, 0, 0, 10, AnalogFormat::Unsigned, 81, "9"},           // square root
-        {6, 0, 0, -3, 0x70, AnalogFormat::Unsigned, 183, "1.098"},   // non-linear: factors at this reading
+        {8, -3, 0, 150, "1.2"},        // 150 * 0.008 V
+        {4, -6, 7, 42, "5952.380952"}, // 1 / (168e-6)
+        {1, 0, 8, 12, "144"},          // square
+        {1, 0, 10, 81, "9"},           // square root
+        {6, -3, 0x70, 183, "1.098"},   // non-linear: factors at this reading
     };
     for (const Case& c : cases) {
         SdrFields f;
         f.m = static_cast<int16_t>(c.m);
-        f.b = static_cast<int16_t>(c.b);
-        f.bExp = static_cast<int8_t>(c.bExp);
         f.rExp = static_cast<int8_t>(c.rExp);
         f.linearization = static_cast<uint8_t>(c.lin);
-        f.analogFormat = c.format;
         double v = 0;
         ASSERT_TRUE(kelvarn::convertReading(f, c.raw, v)) << c.expected;
         EXPECT_EQ(kelvarn::formatNumber(v), c.expected);
@@ -127,19 +108,13 @@ TEST(SdrConversionTest, HandComputedValues) {
 // and the conversion of each raw value 0-255 against INTERPRET_SENSOR_VALUE[r].
 void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecords) {
     auto system = systemOver(platformText);
-    Result all;
-    system->Get("/BMC/SDR/RECORD_TYPE[1]", all);
+    const Result all = resultOf(*system, "/BMC/SDR/RECORD_TYPE[1]");
     ASSERT_EQ(all.size(), expectedFullRecords);
     ipmi_sdr_ctx_t ctx = ipmi_sdr_ctx_create();
     ASSERT_NE(ctx, nullptr);
     for (const auto& entry : all) {
         SCOPED_TRACE(entry.first);
-        Bytes rec;
-        for (const char* p = entry.second.Values[0].c_str(); *p;) {
-            char* end;
-            rec.push_back(static_cast<uint8_t>(strtol(p, &end, 16)));
-            p = end;
-        }
+        const Bytes rec = bytesOf(entry.second.Values[0]);
         uint16_t recordId;
         uint8_t recordType, number, owner, ownerType, lun, channel, sensorType, eventType;
         ASSERT_EQ(ipmi_sdr_parse_record_id_and_type(ctx, rec.data(), rec.size(), &recordId, &recordType), 0);

@@ -19,7 +19,7 @@ Raw systemEvent(uint8_t sensorType, uint8_t number, uint8_t dirType, uint8_t dat
             0x00, 0x04, sensorType, number, dirType, data1, 0xff, 0xff};
 }
 
-TEST(SelEntryText, ReadsAsTheBmcToolsPrintIt) {
+TEST(SelEntryText, TextsAndTimeStampsReadAsTheBmcToolsPrintThem) {
     const struct {
         uint8_t sensorType, number, dirType, data1;
         const char* sensor;
@@ -45,20 +45,15 @@ TEST(SelEntryText, ReadsAsTheBmcToolsPrintIt) {
         EXPECT_EQ(kelvarn::selEntryText(systemEvent(row.sensorType, row.number, row.dirType, row.data1),
                                         row.sensor),
                   row.text);
-    Raw oem = systemEvent(0x01, 4, 0x01, 0x59);
-    oem[2] = 0xE0;
-    EXPECT_EQ(kelvarn::selEntryText(oem, "CPU2 Temp"), "OEM record type 0xe0");
-}
-
-TEST(SelEntryText, TimeStampIsUtcDateAndTime) {
+    // Time stamps: UTC date and time; none for an OEM record without one.
     Raw raw = systemEvent(0x01, 4, 0x01, 0x59);
     EXPECT_EQ(kelvarn::selTimestampText(raw), "2025-11-21 04:40:00");
+    raw[2] = 0xE0;
+    EXPECT_EQ(kelvarn::selEntryText(raw, "CPU2 Temp"), "OEM record type 0xe0");
+    EXPECT_EQ(kelvarn::selTimestampText(raw), "");
+    raw[2] = 0xC0; // OEM record with a time stamp
     raw[3] = raw[4] = raw[5] = raw[6] = 0;
     EXPECT_EQ(kelvarn::selTimestampText(raw), "1970-01-01 00:00:00");
-    raw[2] = 0xC0; // OEM record with a time stamp
-    EXPECT_EQ(kelvarn::selTimestampText(raw), "1970-01-01 00:00:00");
-    raw[2] = 0xE0; // OEM record without one
-    EXPECT_EQ(kelvarn::selTimestampText(raw), "");
 }
 
 // The five entries the built-in demo server logged before any agent started.
@@ -132,6 +127,11 @@ TEST(NamedEvents, JournalLineNamesTheSensorAndTheEvent) {
         EXPECT_EQ(kelvarn::namedEventJournalLine(model, *event, row.sensor, 100, row.invert), row.line);
     }
     EXPECT_EQ(kelvarn::findNamedEvent("processor-melted"), nullptr);
+    // With a fan that only reads thresholds, a presence event still goes to it.
+    const kelvarn::PlatformModel fanOnly = kelvarn::parsePlatform(
+        platformWith(R"({"name": "FAN1", "number": 48, "sensorType": 4})"), "test.json");
+    EXPECT_EQ(kelvarn::namedEventJournalLine(fanOnly, *kelvarn::findNamedEvent("fan-device-removed"), "", 7),
+              "sel-add 7 32 48 0 assert 255 255 4 8");
 }
 
 TEST(NamedEvents, SensorsThatDoNotFitAreRefused) {
@@ -149,21 +149,12 @@ TEST(NamedEvents, SensorsThatDoNotFitAreRefused) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.event);
-        try {
-            kelvarn::namedEventJournalLine(model, *kelvarn::findNamedEvent(row.event), row.sensor, 100);
-            ADD_FAILURE() << "no refusal";
-        } catch (const kelvarn::PlatformFileError& e) {
-            EXPECT_EQ(std::string(e.what()), row.message);
-        }
+        EXPECT_EQ(refusal<kelvarn::PlatformFileError>([&] {
+                      kelvarn::namedEventJournalLine(model, *kelvarn::findNamedEvent(row.event), row.sensor,
+                                                     100);
+                  }),
+                  row.message);
     }
-}
-
-// With a fan that only reads thresholds, a presence event still goes to it.
-TEST(NamedEvents, AnySensorOfTheTypeWhenNoneHasTheEventType) {
-    const kelvarn::PlatformModel model = kelvarn::parsePlatform(
-        platformWith(R"({"name": "FAN1", "number": 48, "sensorType": 4})"), "test.json");
-    EXPECT_EQ(kelvarn::namedEventJournalLine(model, *kelvarn::findNamedEvent("fan-device-removed"), "", 7),
-              "sel-add 7 32 48 0 assert 255 255 4 8");
 }
 
 // The journal logs the event with the given types and the sensor of the generator's
@@ -187,9 +178,8 @@ TEST(NamedEvents, JournalAppliesTheTypesAndTheLun) {
         {43, 0, 0x02, 0x20, 0xed, 0x1f, 0x69, 0x20, 0x00, 0x04, 0x04, 9, 0x01, 0x0B, 0xff, 0xff},
         {44, 0, 0x02, 0x20, 0xed, 0x1f, 0x69, 0x20, 0x00, 0x04, 0x01, 9, 0x01, 0x07, 0xff, 0xff},
     };
-    for (size_t i = 0; i < 3; ++i) {
+    for (size_t i = 0; i < 3; ++i)
         EXPECT_EQ(model.sel[i + 1].raw, expected[i]) << i;
-    }
     const char* const refused[] = {
         "",
         "reading 32 0 9",

@@ -10,8 +10,11 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
@@ -29,6 +32,13 @@ inline std::unique_ptr<SDK::System> systemOver(const std::string& platformText) 
 
 inline std::unique_ptr<SDK::System> demoSystem() {
     return systemOver(kelvarn::demoPlatformText());
+}
+
+// The answer to one query.
+inline Result resultOf(SDK::System& system, const std::string& path) {
+    Result r;
+    system.Get(path, r);
+    return r;
 }
 
 // The value of the entry keyed by `path` after querying it; the failure's text when the query fails.
@@ -51,15 +61,39 @@ inline void expectValues(SDK::System& system, const Expected& expected) {
         EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
 }
 
-// The failures of one query (empty when it succeeded).
-inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& path) {
-    Result r;
+// The failures `f` throws (empty when it throws none).
+template <typename F> std::vector<RStatus> statusesOf(F f) {
     try {
-        system.Get(path, r);
+        f();
     } catch (const ResultStatus& e) {
         return e.Get();
     }
     return {};
+}
+
+// The failures of one query (empty when it succeeded).
+inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& path) {
+    return statusesOf([&] {
+        Result r;
+        system.Get(path, r);
+    });
+}
+
+// A query's one failure as "code: message"; "<n failures>" otherwise.
+inline std::string failureOf(SDK::System& system, const std::string& path) {
+    const std::vector<RStatus> f = failuresOf(system, path);
+    return f.size() == 1 ? std::to_string(f[0].Code) + ": " + f[0].Message
+                         : "<" + std::to_string(f.size()) + " failures>";
+}
+
+// The message of the E that `f` throws; "<accepted>" when it throws none.
+template <typename E = std::runtime_error, typename F> std::string refusal(F f) {
+    try {
+        f();
+    } catch (const E& e) {
+        return e.what();
+    }
+    return "<accepted>";
 }
 
 // The poller's SEL request: from record `id` (hex), at most `range` entries.
@@ -84,6 +118,16 @@ inline size_t selSize(SDK::System& system) {
     return r["/BMC/SEL/TRANSLATED"].Values.size();
 }
 
+// "01 a0 ff" as bytes.
+inline std::vector<uint8_t> bytesOf(const std::string& text) {
+    std::vector<uint8_t> b;
+    std::istringstream in(text);
+    unsigned v;
+    while (in >> std::hex >> v)
+        b.push_back(uint8_t(v));
+    return b;
+}
+
 // A platform file text holding the given sensors and SEL entries.
 inline std::string platformWith(const std::string& sensors, const std::string& sel = "") {
     return R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sensors": [)" + sensors +
@@ -102,27 +146,16 @@ template <typename F> bool eventually(F check, int limitMs = 5000) {
 }
 
 // KELVARN_CONFIG names `file` (and the process responder is read again) while
-// the object lives; then the previous setting comes back.
-class ScopedConfig {
-public:
+// the object lives; then it names none.
+struct ScopedConfig {
     explicit ScopedConfig(const std::string& file) {
-        const char* old = std::getenv("KELVARN_CONFIG");
-        m_had = old != nullptr;
-        m_old = old ? old : "";
         setenv("KELVARN_CONFIG", file.c_str(), 1);
         kelvarn::setProcessResponder(nullptr);
     }
     ~ScopedConfig() {
-        if (m_had)
-            setenv("KELVARN_CONFIG", m_old.c_str(), 1);
-        else
-            unsetenv("KELVARN_CONFIG");
+        unsetenv("KELVARN_CONFIG");
         kelvarn::setProcessResponder(nullptr);
     }
-
-private:
-    bool m_had;
-    std::string m_old;
 };
 
 #endif

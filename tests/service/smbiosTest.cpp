@@ -208,14 +208,11 @@ TEST(SmbiosTable, EntryPointsAreCheckedAndBoundTheTable) {
     };
     for (const auto& b : bad) {
         SCOPED_TRACE(b.second);
-        try {
+        const std::string what = refusal<SmbiosError>([&] {
             b.first.size() == 5 ? kelvarn::smbios::parseFirmwareTable(b.first) : parseDumpFile(b.first);
-            ADD_FAILURE() << "accepted";
-        } catch (const SmbiosError& e) {
-            const std::string what = e.what();
-            EXPECT_TRUE(b.first.size() == 5 ? what == b.second : what.find(b.second) != std::string::npos)
-                << what;
-        }
+        });
+        EXPECT_TRUE(b.first.size() == 5 ? what == b.second : what.find(b.second) != std::string::npos)
+            << what;
     }
 }
 
@@ -245,10 +242,7 @@ TEST(SmbiosSource, UnreadableDumpFailsEachQueryUntilItIsThere) {
     TempDir dir;
     const std::string file = dir / "later.bin", path = "/SMBIOS/ProcessorInfo/TotalNoOfProcessor";
     auto sys = systemOverDump(file);
-    auto f = failuresOf(*sys, path);
-    ASSERT_EQ(f.size(), 1u);
-    EXPECT_EQ(f[0].Code, kelvarn::kSourceUnavailable);
-    EXPECT_EQ(f[0].Message, "SMBIOS data source unavailable: " + file + ": cannot be opened");
+    EXPECT_EQ(failureOf(*sys, path), "1086: SMBIOS data source unavailable: " + file + ": cannot be opened");
     writeBytes(file, Bytes(64, 0));
     EXPECT_EQ(failuresOf(*sys, path).at(0).Message,
               "SMBIOS data source unavailable: " + file +
@@ -432,8 +426,15 @@ size_t compareWithDmidecode(const std::string& file, const std::string& firmware
 
 TEST(SmbiosAgainstDmidecode, RealServersTables) {
     const std::string dir = std::string(HM_SOURCE_DIR) + "/../shared/realdata/siderolabs-go-smbios";
-    if (!hmtest::haveProgram("dmidecode") || !std::filesystem::is_directory(dir))
-        GTEST_SKIP() << "dmidecode or " << dir << " is not there";
+    if (!std::filesystem::is_directory(dir))
+        GTEST_SKIP() << dir << " is not there";
+    // dmidecode's chassis manufacturer, processor count, second socket, first core count and
+    // first memory device's locator, written down by hand: checked without dmidecode too.
+    const std::map<std::string, std::vector<std::string>> byHand = {
+        {"Dell-PowerEdge-R630-Dual-Xeon.dmi", {"Dell Inc.", "2", "CPU2", "8", "A1"}},
+        {"SuperMicro-Dual-Xeon.dmi", {"Supermicro", "2", "CPU 2", "8", "P1-DIMMA1"}},
+        {"SuperMicro-Quad-Opteron.dmi", {"Supermicro", "4", "CPU 2", "12", "P1_1A"}}};
+    const bool dmidecode = hmtest::haveProgram("dmidecode");
     TempDir tmp;
     size_t tables = 0;
     for (const auto& entry : std::filesystem::directory_iterator(dir)) {
@@ -444,13 +445,22 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
         const std::string text = hmtest::readFile(entry.path().string());
         const Bytes table(text.begin(), text.end());
         writeBytes(tmp / "dump.bin", dumpOf(table, false));
+        const std::vector<std::string>& v = byHand.at(entry.path().filename().string());
+        expectValues(*systemOverDump(tmp / "dump.bin"),
+                     {{"/SMBIOS/Type3/Manufacturer", v[0]},
+                      {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", v[1]},
+                      {"/SMBIOS/ProcessorInfo[1]/SocketDesignation", v[2]},
+                      {"/SMBIOS/ProcessorInfo[0]/CoreCount", v[3]},
+                      {"/SMBIOS/MemoryArray[0]/MemoryDevice[0]/DeviceLocator", v[4]}});
+        ++tables;
+        if (!dmidecode)
+            continue;
         EXPECT_GT(compareWithDmidecode(tmp / "dump.bin"), 200u);
         // Windows' answer: calling method 0, version 3.0 as in the dump, DMI revision 0, the table's length.
         Bytes firmware = {0, 3, 0, 0, 0, 0, 0, 0};
         putLittle(firmware, 4, table.size(), 4);
         writeBytes(tmp / "firmware.bin", cat({firmware, table}));
         EXPECT_GT(compareWithDmidecode(tmp / "dump.bin", tmp / "firmware.bin"), 200u);
-        ++tables;
     }
     EXPECT_EQ(tables, 3u);
 }
@@ -513,42 +523,6 @@ TEST(SmbiosComposition, ConfigurationTakesBmcAndSmbiosFromDifferentSources) {
                        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", "1"},
                        {"/SMBIOS/ProcessorInfo[0]/Upgrade", "Socket F"},
                        {"/SMBIOS/MemoryArray/TotalNoOfArray", "0"}});
-}
-
-TEST(ServiceConfiguration, KeysAndTheirErrors) {
-    kelvarn::ServiceConfig c =
-        kelvarn::parseServiceConfig("smbios=dump:t.bin\n", "/etc/kelvarn/kelvarn.conf");
-    EXPECT_EQ(c.bmc, "demo");
-    EXPECT_EQ(c.smbios, "dump:/etc/kelvarn/t.bin");
-    c = kelvarn::parseServiceConfig("# kelvarn\n source = simulated \nplatform=rack.json\n",
-                                    "/etc/kelvarn/kelvarn.conf");
-    EXPECT_EQ(c.source, "simulated");
-    EXPECT_EQ(c.platform, "/etc/kelvarn/rack.json");
-    EXPECT_EQ(kelvarn::parseServiceConfig("source=demo\nsmbios=sysfs\n", "/x/k.conf").smbios, "sysfs");
-    c = kelvarn::parseServiceConfig("smbios=sysfs:/tmp/dmi\nbmc=simulated\nplatform=p.json\n", "/x/k.conf");
-    EXPECT_EQ(c.smbios, "sysfs:/tmp/dmi");
-    EXPECT_EQ(c.bmc, "simulated");
-    EXPECT_EQ(c.journal, "/x/p.json.journal");
-    const std::pair<const char*, const char*> bad[] = {
-        {"smbios=floppy\n", "k.conf:1: smbios \"floppy\" is not \"simulated\", \"demo\", \"sysfs\", "
-                            "\"sysfs:DIR\", \"dump:FILE\" or \"firmware\""},
-        {"smbios=dump:\n", "k.conf:1: smbios \"dump:\" names no path"},
-        {"\nbmc=snmp\n",
-         "k.conf:2: bmc \"snmp\" is not \"simulated\", \"demo\", \"ipmi-inband\" or \"ipmi-lan\""},
-        {"bmc=simulated\n", "k.conf: source=simulated needs platform=<file>"},
-        {"source=simulated\n", "k.conf: source=simulated needs platform=<file>"},
-        {"source=ipmi\n", nullptr},
-        {"colour=red\n", nullptr},
-    };
-    for (const auto& b : bad) {
-        try {
-            kelvarn::parseServiceConfig(b.first, "k.conf");
-            ADD_FAILURE() << b.first << " accepted";
-        } catch (const kelvarn::PlatformFileError& e) {
-            EXPECT_EQ(std::string(e.what()), b.second ? b.second : e.what());
-        }
-    }
-    EXPECT_THROW(kelvarn::loadPlatformFile("/nonexistent/platform.json"), kelvarn::PlatformFileError);
 }
 
 } // namespace
