@@ -143,6 +143,15 @@ TEST_F(EventHandlerTest, RemainingListedDevicesDecideTheHealth) {
     EXPECT_EQ(t.h.healthStatus(), 4);
     EXPECT_EQ(t.client.healthStores, std::vector<int32_t>({4}));
     expectHealthTrap(takeTrap(t.h), 4, "critical to nonCritical");
+    // A device that turns critical, then back to non-critical, leaves its old list each time.
+    t.h.addEvent(makeEvent(15, 5, 31, ""));
+    takeTrap(t.h);
+    expectHealthTrap(takeTrap(t.h), 5, "nonCritical to critical");
+    t.h.addEvent(makeEvent(15, 4, 31, ""));
+    takeTrap(t.h);
+    EXPECT_TRUE(t.h.criticalList().empty());
+    EXPECT_EQ(t.h.nonCriticalList(), Ids({31}));
+    expectHealthTrap(takeTrap(t.h), 4, "critical to nonCritical");
 }
 
 TEST_F(EventHandlerTest, SeverityOutsideTheVocabularyIsNotListedButSetsTheHealth) {
