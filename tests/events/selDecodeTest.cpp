@@ -7,6 +7,7 @@
 #include <string>
 
 #include "events/eventDecoders.h"
+#include "events/eventDescriptions.h"
 #include "events/selPoller.h"
 
 namespace {
@@ -129,6 +130,21 @@ TEST(SelDecode, TemperatureDescriptionsKeepTheSharedWording) {
             EXPECT_STREQ(d.status, row.status);
         }
     }
+}
+
+// Each sensor-specific offset is described once: a row pasted with a wrong offset shadows
+// another and leaves its own offset without a description.
+TEST(SelDecode, EachSensorSpecificOffsetHasOneDescription) {
+    size_t count = 0;
+    const EventOffsetDescription* rows = offsetDescriptions(&count);
+    ASSERT_GT(count, 0u);
+    for (size_t i = 0; i < count; ++i) {
+        EXPECT_EQ(findOffsetDescription(rows[i].sensorType, rows[i].offset), &rows[i])
+            << "sensor type " << int(rows[i].sensorType) << " offset " << int(rows[i].offset);
+    }
+    const EventOffsetDescription* uncorrectable = findOffsetDescription(0x07, 11); // processor
+    ASSERT_NE(uncorrectable, nullptr);
+    EXPECT_STREQ(uncorrectable->assertion, "machine check exception (uncorrectable)");
 }
 
 TEST(SelDecode, RoutingOfANullRecordIsRefused) {
