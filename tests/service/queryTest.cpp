@@ -234,6 +234,8 @@ TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
         {platformWith("", R"({"raw": "01 02"})"),
          "test.json: /bmc/sel/0/raw: a SEL entry is 16 bytes, 2 given"},
         {platformWith("", R"({"sensor": 9, "offset": 1})"), "test.json: /bmc/sel/0/sensor: no sensor 9"},
+        {R"({"format": "kelvarn-platform", "version": 1, "smbios": {"processors": [{"colour": 1}]}})",
+         "test.json: /smbios/processors/0/colour: unknown field"},
     };
     for (const Case& c : cases) {
         const std::string why =
