@@ -32,7 +32,7 @@ constexpr uint8_t kCcOk = 0x00;
 constexpr uint8_t kCcReservationCancelled = 0xC5;
 constexpr uint8_t kCcCannotReturnBytes = 0xCA; // a partial read asked for more than the BMC returns
 constexpr uint8_t kCcNotPresent = 0xCB;        // requested sensor, data or record not present
-constexpr uint8_t kCcUnspecified = 0xFF;
+constexpr uint8_t kCcOtherError = 0xFF;        // an error of no particular kind
 
 // The software ID and slave address of the BMC as a sensor owner.
 constexpr uint8_t kBmcSlaveAddress = 0x20;

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "kelvarn/IpmiCommands.h"
+#include "kelvarn/Sdr.h"
 
 namespace kelvarn {
 
@@ -64,7 +65,8 @@ public:
         // Byte 6 the owner (bit 0: a system software ID), 7 the LUN, 8 the
         // number, 14 the event/reading type; only the BMC's own sensors are
         // read, as this transport does not bridge.
-        if (record.size() < 14 || (record[3] != 0x01 && record[3] != 0x02) || record[5] != kBmcSlaveAddress)
+        if (record.size() < 14 || (record[3] != kSdrFullSensor && record[3] != kSdrCompactSensor) ||
+            record[5] != kBmcSlaveAddress)
             return false;
         return readingOf(call(kGetSensorReading, record[6] & 3, {{"sensor_number", record[7]}}), out);
     }
@@ -176,8 +178,7 @@ private:
         while (record.size() < length) {
             const size_t count = std::min(part, length - record.size());
             const Response r = sdrPart(reservation, id, record.size(), count);
-            if ((r.completionCode == kCcCannotReturnBytes || r.completionCode == kCcUnspecified) &&
-                part > 1) {
+            if ((r.completionCode == kCcCannotReturnBytes || r.completionCode == kCcOtherError) && part > 1) {
                 part = std::max<size_t>(1, part / 2); // a BMC with a smaller limit
                 m_sdrPart = part;
                 continue;
