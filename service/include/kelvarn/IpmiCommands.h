@@ -71,8 +71,9 @@ KELVARN_API extern const Command kGetSelInfo;
 KELVARN_API extern const Command kGetSelEntry;
 KELVARN_API extern const Command kGetFruInventoryAreaInfo;
 KELVARN_API extern const Command kReadFruData;
-// The FRU inventory's common header (not a command: the first 8 bytes of FRU data).
+// The FRU inventory's common header (not a command: the first bytes of FRU data).
 KELVARN_API extern const Layout kFruCommonHeader;
+constexpr size_t kFruHeaderLength = 8;
 
 // A decoded message: the fields present, and the trailing bytes of a
 // rest-of-message field.
@@ -112,6 +113,9 @@ KELVARN_API IpmiThresholds thresholdsOf(const Message& getSensorThresholds);
 // false: the BMC flags the reading unavailable or the sensor's scanning disabled.
 KELVARN_API bool readingOf(const Message& getSensorReading, SensorReading& out);
 
+// The FRU inventory's common header: false when too short, not of format 1 or
+// its checksum is wrong.
+KELVARN_API bool decodeFruHeader(const Bytes& inventory, Message& header);
 // FRU inventory data (from offset 0) decoded into the chassis, board and
 // product fields; fields that are absent or malformed stay empty.
 KELVARN_API FruInfo decodeFru(const Bytes& inventory);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <utility>
 
 #include "kelvarn/IpmiCommands.h"
@@ -28,7 +29,6 @@ constexpr uint16_t kFirstRecord = 0x0000, kLastRecord = 0xFFFF;
 constexpr uint8_t kWholeRecord = 0xFF;
 constexpr size_t kSelEntryLength = 16;
 constexpr uint8_t kFruBlock = 16;
-constexpr size_t kFruHeaderLength = 8;
 
 // The cache file: this first line, then the repository's record count and
 // time stamps and each record as a 2-byte length and its bytes (little-endian).
@@ -80,7 +80,8 @@ public:
 
     std::vector<std::array<uint8_t, 16>> readSel() override {
         std::vector<std::array<uint8_t, 16>> entries;
-        for (uint32_t id = kFirstRecord, n = 0; id != kLastRecord && n <= kLastRecord; ++n) {
+        std::set<uint32_t> seen; // a next record ID seen before ends the walk
+        for (uint32_t id = kFirstRecord; id != kLastRecord && seen.insert(id).second;) {
             const Response r = exchange(kGetSelEntry, 0,
                                         {{"record_id", id}, {"offset", 0}, {"bytes_to_read", kWholeRecord}});
             if (r.completionCode == kCcNotPresent && id == kFirstRecord)
@@ -106,7 +107,7 @@ public:
         Bytes inventory(size, 0);
         readFruBytes(inventory, 0, kFruHeaderLength, unit);
         Message header;
-        if (!decode(kFruCommonHeader, inventory, header))
+        if (!decodeFruHeader(inventory, header))
             return FruInfo();
         // The chassis, board and product areas: their length byte, then the rest.
         for (const char* field :
@@ -195,7 +196,8 @@ private:
     std::vector<Bytes> readRepository() {
         std::vector<Bytes> records;
         uint16_t reservation = reserve();
-        for (uint32_t id = kFirstRecord, n = 0; id != kLastRecord && n <= kLastRecord; ++n) {
+        std::set<uint32_t> seen; // a next record ID seen before ends the walk
+        for (uint32_t id = kFirstRecord; id != kLastRecord && seen.insert(id).second;) {
             uint16_t next = 0;
             for (unsigned tries = 1;; ++tries) {
                 try {

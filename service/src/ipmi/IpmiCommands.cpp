@@ -94,6 +94,8 @@ const Field kFruHeader[] = {
     {"checksum", 8, R},
 };
 
+constexpr uint8_t kFruFormatVersion = 1;
+
 // FRU type/length byte: bits 7:6 the type, 5:0 the data length; 0xC1 ends the fields.
 constexpr uint8_t kFruEndOfFields = 0xC1;
 enum FruType : uint8_t { kFruBinary = 0, kFruBcdPlus = 1, kFruSixBitAscii = 2, kFruLanguage = 3 };
@@ -296,10 +298,19 @@ bool readingOf(const Message& m, SensorReading& out) {
     return true;
 }
 
+bool decodeFruHeader(const Bytes& inventory, Message& header) {
+    if (!decode(kFruCommonHeader, inventory, header) || header["format_version"] != kFruFormatVersion)
+        return false;
+    uint8_t sum = 0;
+    for (size_t i = 0; i < kFruHeaderLength; ++i)
+        sum = uint8_t(sum + inventory[i]);
+    return sum == 0;
+}
+
 FruInfo decodeFru(const Bytes& inventory) {
     FruInfo fru;
     Message header;
-    if (!decode(kFruCommonHeader, inventory, header))
+    if (!decodeFruHeader(inventory, header))
         return fru;
     // An info area: version, length in 8-byte units, then its fields.
     auto area = [&](const char* offsetField) {
