@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "kelvarn/Ipmi.h"
+#include "kelvarn/IpmiCommands.h"
 #include "serviceTestUtil.h"
 #include "support/ipmiSim.h"
 
@@ -132,6 +133,62 @@ TEST_F(IpmiSim, QueriesSendNoIpmiCommand) {
         EXPECT_TRUE(failuresOf(sys, path).empty()) << path;
     EXPECT_EQ(source->commandsSent(), before);
     EXPECT_EQ(source->sweeps(), 1u);
+}
+
+// The backend made of the command layer over FreeIPMI's raw call reads what the
+// FreeIPMI backend reads: the device ID, every SDR record (built and then from its
+// cache), every reading and threshold, the SEL entries and the FRU fields.
+TEST_F(IpmiSim, CommandBackendEqualsFreeIpmis) {
+    const std::string conf = m_sim.dir() + "/kelvarn.conf";
+    const kelvarn::IpmiSettings s =
+        kelvarn::parseIpmiSettings(kelvarn::IpmiSettings::Mode::Lan,
+                                   kelvarn::parseServiceConfig(hmtest::readFile(conf), conf).ipmi, conf);
+    ASSERT_NE(m_sim.console("sel_add 0x20 0x02 0 0 0 0 0x20 0x00 0x04 0x01 0x01 0x01 0x59 0x5b 0x5a")
+                  .find("Added record"),
+              std::string::npos);
+    auto freeIpmi = kelvarn::makeFreeIpmiBackend(s);
+    auto ours = kelvarn::makeCommandBackend([&] { return kelvarn::makeFreeIpmiRawTransport(s); });
+    freeIpmi->open();
+    ours->open();
+    const auto a = freeIpmi->getDeviceId(), b = ours->getDeviceId();
+    EXPECT_EQ(std::vector<unsigned>({a.deviceId, a.manufacturerId, a.productId, a.firmwareMajor,
+                                     a.firmwareMinor, a.ipmiMajor, a.ipmiMinor}),
+              std::vector<unsigned>({b.deviceId, b.manufacturerId, b.productId, b.firmwareMajor,
+                                     b.firmwareMinor, b.ipmiMajor, b.ipmiMinor}));
+    const auto sdr = freeIpmi->readSdr(m_sim.dir() + "/freeipmi/sdr");
+    ASSERT_EQ(sdr.size(), 5u);
+    EXPECT_EQ(ours->readSdr(m_sim.dir() + "/ours/sdr"), sdr);
+    const uint64_t sent = ours->commandsSent();
+    EXPECT_EQ(ours->readSdr(m_sim.dir() + "/ours/sdr"), sdr);
+    EXPECT_EQ(ours->commandsSent(), sent + 1); // the repository's time stamps only
+    for (const auto& r : sdr) {
+        SCOPED_TRACE(r[7]);
+        kelvarn::SensorReading x, y;
+        ASSERT_TRUE(freeIpmi->readSensor(r, x));
+        ASSERT_TRUE(ours->readSensor(r, y));
+        EXPECT_EQ(std::make_pair(x.raw, x.states), std::make_pair(y.raw, y.states));
+        kelvarn::IpmiThresholds t, u;
+        if (r[3] == 0x01) {
+            ASSERT_TRUE(freeIpmi->getThresholds(r[7], t));
+            ASSERT_TRUE(ours->getThresholds(r[7], u));
+            EXPECT_EQ(std::make_pair(t.readable, t.values), std::make_pair(u.readable, u.values));
+        }
+    }
+    EXPECT_TRUE(freeIpmi->getSelInfo() == ours->getSelInfo());
+    const auto sel = freeIpmi->readSel();
+    EXPECT_EQ(sel.size(), 2u);
+    EXPECT_EQ(ours->readSel(), sel);
+    const kelvarn::FruInfo f = freeIpmi->readFru(), g = ours->readFru();
+    EXPECT_EQ(f.chassisType, g.chassisType);
+    EXPECT_EQ(std::vector<std::string>({f.chassisPartNumber, f.chassisSerialNumber, f.boardManufacturer,
+                                        f.boardProductName, f.boardSerialNumber, f.boardPartNumber,
+                                        f.productManufacturer, f.productName, f.productPartNumber,
+                                        f.productVersion, f.productSerialNumber, f.productAssetTag}),
+              std::vector<std::string>({g.chassisPartNumber, g.chassisSerialNumber, g.boardManufacturer,
+                                        g.boardProductName, g.boardSerialNumber, g.boardPartNumber,
+                                        g.productManufacturer, g.productName, g.productPartNumber,
+                                        g.productVersion, g.productSerialNumber, g.productAssetTag}));
+    EXPECT_EQ(g.productName, "KV-1000");
 }
 
 // In-band through a device that is not there: a failed query naming the

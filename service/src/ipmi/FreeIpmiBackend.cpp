@@ -9,11 +9,7 @@
 #include <stdexcept>
 #include <utility>
 
-extern "C" {
-#include <freeipmi/freeipmi.h>
-}
-
-#include "kelvarn/Ipmi.h"
+#include "FreeIpmiContext.h"
 
 namespace kelvarn {
 namespace {
@@ -23,8 +19,10 @@ namespace {
 constexpr unsigned kSessionTimeoutMs = 5000;
 constexpr unsigned kRetransmissionMs = 500;
 
+} // namespace
+
 // Errors after which the session or device handle is no use any more.
-bool sessionLost(ipmi_ctx_t ctx) {
+bool freeIpmiSessionLost(ipmi_ctx_t ctx) {
     switch (ipmi_ctx_errnum(ctx)) {
     case IPMI_ERR_SESSION_TIMEOUT:
     case IPMI_ERR_CONNECTION_TIMEOUT:
@@ -37,6 +35,65 @@ bool sessionLost(ipmi_ctx_t ctx) {
         return false;
     }
 }
+
+ipmi_ctx_t openFreeIpmiContext(const IpmiSettings& settings) {
+    ipmi_ctx_t ctx = ipmi_ctx_create();
+    if (!ctx)
+        throw std::bad_alloc();
+    if (settings.mode == IpmiSettings::Mode::Lan) {
+        std::string password;
+        try {
+            password = readPasswordFile(settings.passwordFile);
+        } catch (const std::runtime_error& e) {
+            closeFreeIpmiContext(ctx);
+            throw IpmiFailure(std::string("password file ") + e.what(), true);
+        }
+        const std::string host = settings.host + ":" + std::to_string(settings.port);
+        int rc =
+            ipmi_ctx_open_outofband_2_0(ctx, host.c_str(), settings.user.c_str(), password.c_str(), nullptr,
+                                        0, settings.privilege, settings.cipherSuite, kSessionTimeoutMs,
+                                        kRetransmissionMs, settings.workarounds, IPMI_FLAGS_DEFAULT);
+        std::fill(password.begin(), password.end(), '\0');
+        if (rc < 0) {
+            std::string why = ipmi_ctx_errormsg(ctx);
+            closeFreeIpmiContext(ctx);
+            throw IpmiFailure("IPMI session with " + host + " not opened: " + why, true);
+        }
+    } else {
+        // A named device is the kernel driver's; otherwise FreeIPMI probes
+        // its in-band drivers (the kernel driver first).
+        int rc;
+        if (!settings.device.empty()) {
+            rc = ipmi_ctx_open_inband(ctx, IPMI_DEVICE_OPENIPMI, 0, 0, 0, settings.device.c_str(), 0,
+                                      IPMI_FLAGS_DEFAULT) < 0
+                     ? -1
+                     : 1;
+        } else {
+            ipmi_driver_type_t driver;
+            rc = ipmi_ctx_find_inband(ctx, &driver, 0, 0, 0, nullptr, 0, IPMI_FLAGS_DEFAULT);
+        }
+        if (rc <= 0) {
+            std::string why = rc == 0 ? "no in-band IPMI interface found (is the ipmi_si/ipmi_devintf driver "
+                                        "loaded and /dev/ipmi0 readable?)"
+                                      : ipmi_ctx_errormsg(ctx);
+            closeFreeIpmiContext(ctx);
+            throw IpmiFailure("in-band IPMI not opened" +
+                                  (settings.device.empty() ? std::string() : " on " + settings.device) +
+                                  ": " + why,
+                              true);
+        }
+    }
+    return ctx;
+}
+
+void closeFreeIpmiContext(ipmi_ctx_t ctx) {
+    if (ctx) {
+        ipmi_ctx_close(ctx);
+        ipmi_ctx_destroy(ctx);
+    }
+}
+
+namespace {
 
 // A fiid object freed on scope exit.
 class Fiid {
@@ -67,54 +124,8 @@ public:
 
     void open() override {
         close();
-        m_ctx = ipmi_ctx_create();
-        if (!m_ctx)
-            throw std::bad_alloc();
         ++m_commands;
-        if (m_settings.mode == IpmiSettings::Mode::Lan) {
-            std::string password;
-            try {
-                password = readPasswordFile(m_settings.passwordFile);
-            } catch (const std::runtime_error& e) {
-                close();
-                throw IpmiFailure(std::string("password file ") + e.what(), true);
-            }
-            const std::string host = m_settings.host + ":" + std::to_string(m_settings.port);
-            int rc = ipmi_ctx_open_outofband_2_0(m_ctx, host.c_str(), m_settings.user.c_str(),
-                                                 password.c_str(), nullptr, 0, m_settings.privilege,
-                                                 m_settings.cipherSuite, kSessionTimeoutMs, kRetransmissionMs,
-                                                 m_settings.workarounds, IPMI_FLAGS_DEFAULT);
-            std::fill(password.begin(), password.end(), '\0');
-            if (rc < 0) {
-                std::string why = ipmi_ctx_errormsg(m_ctx);
-                close();
-                throw IpmiFailure("IPMI session with " + host + " not opened: " + why, true);
-            }
-        } else {
-            // A named device is the kernel driver's; otherwise FreeIPMI probes
-            // its in-band drivers (the kernel driver first).
-            int rc;
-            if (!m_settings.device.empty()) {
-                rc = ipmi_ctx_open_inband(m_ctx, IPMI_DEVICE_OPENIPMI, 0, 0, 0, m_settings.device.c_str(), 0,
-                                          IPMI_FLAGS_DEFAULT) < 0
-                         ? -1
-                         : 1;
-            } else {
-                ipmi_driver_type_t driver;
-                rc = ipmi_ctx_find_inband(m_ctx, &driver, 0, 0, 0, nullptr, 0, IPMI_FLAGS_DEFAULT);
-            }
-            if (rc <= 0) {
-                std::string why = rc == 0
-                                      ? "no in-band IPMI interface found (is the ipmi_si/ipmi_devintf driver "
-                                        "loaded and /dev/ipmi0 readable?)"
-                                      : ipmi_ctx_errormsg(m_ctx);
-                close();
-                throw IpmiFailure(
-                    "in-band IPMI not opened" +
-                        (m_settings.device.empty() ? std::string() : " on " + m_settings.device) + ": " + why,
-                    true);
-            }
-        }
+        m_ctx = openFreeIpmiContext(m_settings);
         m_sensorRead = ipmi_sensor_read_ctx_create(m_ctx);
         if (!m_sensorRead) {
             close();
@@ -127,10 +138,7 @@ public:
         if (m_sensorRead)
             ipmi_sensor_read_ctx_destroy(m_sensorRead);
         m_sensorRead = nullptr;
-        if (m_ctx) {
-            ipmi_ctx_close(m_ctx);
-            ipmi_ctx_destroy(m_ctx);
-        }
+        closeFreeIpmiContext(m_ctx);
         m_ctx = nullptr;
     }
 
@@ -232,7 +240,7 @@ public:
             break;
         }
         if (rc < 0) {
-            if (e == IPMI_SENSOR_READ_ERR_IPMI_ERROR && sessionLost(m_ctx))
+            if (e == IPMI_SENSOR_READ_ERR_IPMI_ERROR && freeIpmiSessionLost(m_ctx))
                 throw IpmiFailure(std::string("sensor reading: ") + ipmi_ctx_errormsg(m_ctx), true);
             return false;
         }
@@ -248,7 +256,7 @@ public:
         Fiid rs(tmpl_cmd_get_sensor_thresholds_rs);
         ++m_commands;
         if (ipmi_cmd_get_sensor_thresholds(ctx(), sensorNumber, rs.get()) < 0) {
-            if (sessionLost(m_ctx))
+            if (freeIpmiSessionLost(m_ctx))
                 fail("Get Sensor Thresholds");
             return false;
         }
@@ -291,7 +299,7 @@ public:
         ++m_commands; // the reservation
         if (ipmi_sel_parse(sel, IPMI_SEL_RECORD_ID_FIRST, IPMI_SEL_RECORD_ID_LAST,
                            &FreeIpmiBackend::collectSel, &collect) < 0) {
-            if (ipmi_sel_ctx_errnum(sel) == IPMI_SEL_ERR_IPMI_ERROR && sessionLost(m_ctx))
+            if (ipmi_sel_ctx_errnum(sel) == IPMI_SEL_ERR_IPMI_ERROR && freeIpmiSessionLost(m_ctx))
                 fail("SEL read");
             throw IpmiFailure(std::string("SEL read: ") + ipmi_sel_ctx_errormsg(sel), false);
         }
@@ -314,7 +322,7 @@ public:
         if (ipmi_fru_open_device_id(f, 0) < 0) {
             if (ipmi_fru_ctx_errnum(f) == IPMI_FRU_ERR_NO_FRU_INFORMATION)
                 return fru; // a BMC without FRU data
-            if (ipmi_fru_ctx_errnum(f) == IPMI_FRU_ERR_IPMI_ERROR && sessionLost(m_ctx))
+            if (ipmi_fru_ctx_errnum(f) == IPMI_FRU_ERR_IPMI_ERROR && freeIpmiSessionLost(m_ctx))
                 fail("FRU read");
             throw IpmiFailure(std::string("FRU read: ") + ipmi_fru_ctx_errormsg(f), false);
         }
@@ -422,11 +430,11 @@ private:
     }
 
     [[noreturn]] void fail(const std::string& what) {
-        throw IpmiFailure(what + ": " + ipmi_ctx_errormsg(m_ctx), sessionLost(m_ctx));
+        throw IpmiFailure(what + ": " + ipmi_ctx_errormsg(m_ctx), freeIpmiSessionLost(m_ctx));
     }
 
     [[noreturn]] void sdrFail(ipmi_sdr_ctx_t sdr, const std::string& what) {
-        bool lost = ipmi_sdr_ctx_errnum(sdr) == IPMI_SDR_ERR_IPMI_ERROR && sessionLost(m_ctx);
+        bool lost = ipmi_sdr_ctx_errnum(sdr) == IPMI_SDR_ERR_IPMI_ERROR && freeIpmiSessionLost(m_ctx);
         throw IpmiFailure(what + ": " + ipmi_sdr_ctx_errormsg(sdr), lost);
     }
 

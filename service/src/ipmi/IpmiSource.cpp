@@ -6,6 +6,7 @@
 
 #include "kelvarn/Errors.h"
 #include "kelvarn/Ipmi.h"
+#include "kelvarn/IpmiCommands.h"
 
 namespace kelvarn {
 
@@ -26,7 +27,8 @@ enum : size_t {
     kFullRecordMinimum = 48,
     kCompactRecordMinimum = 32,
 };
-constexpr uint8_t kFullRecord = 0x01, kCompactRecord = 0x02, kThresholdType = 0x01, kBmcOwner = 0x20;
+constexpr uint8_t kFullRecord = 0x01, kCompactRecord = 0x02, kThresholdType = 0x01,
+                  kBmcOwner = ipmi::kBmcSlaveAddress;
 
 bool isSensorRecord(const Bytes& r) {
     return (r.size() >= kFullRecordMinimum && r[kRecordType] == kFullRecord) ||
