@@ -58,7 +58,7 @@ platformdescription = "Second host test rack"
 platformid = 7310
 trapsenabled = 1
 setsenabled = 0
-debugenabled = 0
+debugenabled = 1
 manufacturer = "Example Systems"
 productname = "ES-R2200 Server"
 productversion = "2.4"
@@ -182,6 +182,18 @@ bothTrapped() { # bothTrapped SECONDS
     done
     return 1
 }
+# An entry logged before an agent's first look at the SEL is taken as already there: wait
+# for both agents to have read it once (their traces say so).
+firstPollsDone() { # firstPollsDone SECONDS
+    local deadline=$((SECONDS + $1)) first="First time reading the SEL"
+    while [ $SECONDS -lt $deadline ]; do
+        grep -qF "$first" "$work/linux-agent.log" 2>/dev/null && grep -qF "$first" "$work/windows-agent.log" 2>/dev/null &&
+            return 0
+        sleep 1
+    done
+    return 1
+}
+check "both agents have read the SEL once" firstPollsDone 60
 KELVARN_CONFIG=$work/kelvarn.conf "$linux/bin/kelvarn-sim" sel-add "CPU2 Temp" 9 >"$work/sel-add.txt" 2>&1
 check "both hosts send the SEL entry's traps" bothTrapped 90
 sleep 2 # any further trap of the event arrives too
@@ -195,7 +207,7 @@ sameTraps() {
 check "the traps are the same: enterprise, generic and specific number, bindings" sameTraps
 
 if [ "$failures" -ne 0 ]; then
-    for f in snmpwalk.diff snmpbulkwalk.diff traps.diff windows-traps.txt linux-traps.txt; do
+    for f in snmpwalk.diff snmpbulkwalk.diff sel-add.txt traps.diff windows-traps.txt linux-traps.txt; do
         [ -s "$work/$f" ] && { echo "--- $f (< hmagentd, > winExtDLL)"; head -40 "$work/$f"; }
     done
     echo "--- snmpd.exe"
