@@ -109,7 +109,7 @@ TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
             return failuresOf(sys, "/BMC/SENSOR[5]/NAME").empty() &&
                    valueOf(sys, "/BMC/SENSOR[5]/NAME") == "Intrusion";
         },
-        10000))
+        30000))
         << added;
     EXPECT_NE(std::filesystem::last_write_time(cache), built);
 }

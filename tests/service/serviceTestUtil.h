@@ -134,8 +134,9 @@ inline std::string platformWith(const std::string& sensors, const std::string& s
            R"(], "sel": [)" + sel + "]}}";
 }
 
-// Polls `check` until it holds or `limitMs` passes.
-template <typename F> bool eventually(F check, int limitMs = 5000) {
+// Polls `check` until it holds or `limitMs` passes (a bound for a hung source, not a speed
+// check: a loaded machine may take seconds).
+template <typename F> bool eventually(F check, int limitMs = 30000) {
     auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
     while (std::chrono::steady_clock::now() < end) {
         if (check())
