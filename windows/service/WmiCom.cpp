@@ -14,6 +14,8 @@
 namespace kelvarn {
 namespace {
 
+constexpr LONG kNextTimeoutMs = 30000;
+
 // An owned BSTR made from UTF-8 text.
 class Bstr {
 public:
@@ -160,9 +162,10 @@ public:
     }
     HResult next(bool& found) override {
         ULONG count = 0;
-        const HRESULT hr = m_enum->Next(WBEM_INFINITE, 1, &m_instance, &count);
+        // A provider that does not answer within this time counts as one that failed.
+        const HRESULT hr = m_enum->Next(kNextTimeoutMs, 1, &m_instance, &count);
         found = SUCCEEDED(hr) && count == 1;
-        return hr;
+        return hr == WBEM_S_TIMEDOUT ? HResult(WBEM_E_TIMED_OUT) : HResult(hr);
     }
     HResult getInstanceProperty(const std::string& name, WmiValue& value) override {
         return getValue(m_instance, name, value);

@@ -135,7 +135,8 @@ private:
         // The BMC's address as the driver knows it; the usual one when not given.
         WmiValue address;
         if (!failed(m_com->getInstanceProperty("BMCAddress", address)) &&
-            address.type == WmiValue::Type::Byte)
+            (address.type == WmiValue::Type::Byte || address.type == WmiValue::Type::Uint32) &&
+            address.number != 0 && address.number <= 0xFF)
             m_responder = uint8_t(address.number);
         if (HResult hr = m_com->getObject(kClass); failed(hr))
             openFailed(std::string("GetObject(") + kClass + ")", hr);
