@@ -269,7 +269,7 @@ private:
         namespace fs = std::filesystem;
         std::error_code e;
         const fs::path dir = fs::path(file).parent_path();
-        if (!dir.empty() && !fs::create_directory(dir, e) && e)
+        if (!dir.empty() && !fs::create_directories(dir, e) && e)
             throw IpmiFailure("SDR cache folder " + dir.string() + " not created: " + e.message(), false);
         Bytes out(kCacheMagic, kCacheMagic + sizeof kCacheMagic - 1);
         auto put = [&](uint32_t v, size_t bytes) {
