@@ -7,7 +7,7 @@ packages=(build-essential cmake ninja-build pkg-config nlohmann-json3-dev libfre
 if [ "${1:-build}" = test ]; then
     packages+=(googletest libgtest-dev libgmock-dev clang-format clang-tidy snmp snmpd snmptrapd smitools dmidecode ipmitool openipmi freeipmi-tools clang libclang-rt-14-dev
                debhelper dpkg-dev fakeroot lintian debootstrap
-               prometheus-snmp-exporter prometheus zabbix-server-pgsql zabbix-frontend-php php-cli php-pgsql postgresql)
+               prometheus-snmp-exporter prometheus-ipmi-exporter prometheus zabbix-server-pgsql zabbix-frontend-php php-cli php-pgsql postgresql)
 fi
 
 missing=()
