@@ -5,7 +5,9 @@
 .DESCRIPTION
     Copies hmSubagent.dll and the query-service DLLs it needs (kelvarn.dll, pickmere.dll)
     into the installation folder, keeps an existing configuration file or installs the
-    sample one, and writes the registry:
+    sample one, does the same for the query service's configuration kelvarn.conf (the
+    server's own BMC through Windows' IPMI driver and its SMBIOS table: bmc=ipmi-inband,
+    smbios=firmware), and writes the registry:
 
       HKLM\SOFTWARE\Arveni\FleetwatchSNMP\Parameters
           ConfigFile   path of the configuration file
@@ -14,6 +16,8 @@
           Pathname     path of hmSubagent.dll
       HKLM\SYSTEM\CurrentControlSet\Services\SNMP\Parameters\ExtensionAgents
           <n>          "SOFTWARE\Arveni\FleetwatchSNMP\CurrentVersion", under the first free number
+      HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment
+          KELVARN_CONFIG  path of kelvarn.conf (kept when it names another existing file)
 
     The installation folder is added to the system PATH so that the SNMP service finds
     kelvarn.dll and pickmere.dll; Windows services see a changed PATH after a restart of
@@ -33,8 +37,9 @@
     hmSubagent.log in InstallDir. At most 127 characters.
 
 .PARAMETER Uninstall
-    Removes the registration, the registry keys, the DLLs and the PATH entry. The
-    configuration and trace files are kept.
+    Removes the registration, the registry keys, the DLLs, the PATH entry and
+    KELVARN_CONFIG when it names the installed kelvarn.conf. The configuration and trace
+    files are kept.
 
 .EXAMPLE
     .\install-hmSubagent.ps1
@@ -55,6 +60,7 @@ Set-StrictMode -Version 2.0
 $ErrorActionPreference = 'Stop'
 
 $dlls = @('hmSubagent.dll', 'kelvarn.dll', 'pickmere.dll')
+$queryConfigName = 'kelvarn.conf'
 $agentKeyName = 'SOFTWARE\Arveni\FleetwatchSNMP'
 $agentKey = "HKLM:\$agentKeyName"
 $parametersKey = "$agentKey\Parameters"
@@ -162,6 +168,7 @@ function Install-Agent {
     } else {
         Write-Host "Kept the existing configuration $ConfigFile."
     }
+    Install-QueryServiceConfiguration $sourceDir
 
     New-Item -Path $parametersKey -Force | Out-Null
     New-ItemProperty -Path $parametersKey -Name ConfigFile -PropertyType String -Value $ConfigFile -Force | Out-Null
@@ -186,6 +193,31 @@ function Install-Agent {
     }
 }
 
+# The query service's configuration beside the DLLs, named by the system environment
+# variable KELVARN_CONFIG; an existing file is kept, as is a variable naming another file
+# that exists.
+function Install-QueryServiceConfiguration([string]$sourceDir) {
+    $queryConfig = Join-Path $InstallDir $queryConfigName
+    if (-not (Test-Path $queryConfig)) {
+        $sample = Join-Path $sourceDir $queryConfigName
+        if (Test-Path $sample) {
+            Copy-Item -Path $sample -Destination $queryConfig
+        } else {
+            Set-Content -Path $queryConfig -Encoding Ascii -Value @('# kelvarn query service', 'bmc = ipmi-inband', 'smbios = firmware')
+        }
+        Write-Host "Installed the query service's configuration as $queryConfig."
+    } else {
+        Write-Host "Kept the existing query service configuration $queryConfig."
+    }
+    $current = (Get-ItemProperty -Path $environmentKey -Name KELVARN_CONFIG -ErrorAction SilentlyContinue)
+    if ($null -ne $current -and $current.KELVARN_CONFIG -ine $queryConfig -and (Test-Path $current.KELVARN_CONFIG)) {
+        Write-Host "Kept KELVARN_CONFIG, which names $($current.KELVARN_CONFIG)."
+    } else {
+        New-ItemProperty -Path $environmentKey -Name KELVARN_CONFIG -PropertyType String -Value $queryConfig -Force | Out-Null
+        Write-Host "Set the system environment variable KELVARN_CONFIG to $queryConfig; the SNMP service sees it after a restart of the computer (until then the query service reads the same live sources by default)."
+    }
+}
+
 function Uninstall-Agent {
     $service = Get-Service -Name SNMP -ErrorAction SilentlyContinue
     $wasRunning = $null -ne $service -and $service.Status -eq 'Running'
@@ -204,6 +236,11 @@ function Uninstall-Agent {
         if (Test-Path $path) { Remove-Item -Path $path -Force }
     }
     Write-Host "Removed the DLLs from $InstallDir (configuration and trace files are kept)."
+    $current = (Get-ItemProperty -Path $environmentKey -Name KELVARN_CONFIG -ErrorAction SilentlyContinue)
+    if ($null -ne $current -and $current.KELVARN_CONFIG -ieq (Join-Path $InstallDir $queryConfigName)) {
+        Remove-ItemProperty -Path $environmentKey -Name KELVARN_CONFIG
+        Write-Host 'Removed the system environment variable KELVARN_CONFIG.'
+    }
     if (Test-OnMachinePath $InstallDir) {
         $kept = (Get-MachinePath).Split(';') | Where-Object { $_ -ne '' -and $_.TrimEnd('\') -ine $InstallDir.TrimEnd('\') }
         Set-MachinePath ($kept -join ';')

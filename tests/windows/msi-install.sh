@@ -28,8 +28,9 @@ msiinfo export "$msi" Component >"$work/component.idt"
 msiinfo export "$msi" Registry >"$work/registry.idt"
 msiinfo export "$msi" Property >"$work/property.idt"
 check "the package's version is $version" grep -qxP "ProductVersion\t$version\r?" "$work/property.idt"
-check "the configuration file's component is 64-bit, permanent and never overwritten (400)" \
-    grep -qP "^Configuration\t\{[0-9A-F-]+\}\tINSTALLDIR\t400\t" "$work/component.idt"
+check "the configuration files' components are 64-bit, permanent and never overwritten (400)" \
+    test "$(grep -cP "^(Configuration|QueryServiceConfiguration)\t\{[0-9A-F-]+\}\tINSTALLDIR\t400\t" \
+        "$work/component.idt")" -eq 2
 check "the package registers the agent with the SNMP service" \
     grep -qF 'SYSTEM\CurrentControlSet\Services\SNMP\Parameters\ExtensionAgents	hmSubagent	SOFTWARE\Arveni\FleetwatchSNMP\CurrentVersion' \
     "$work/registry.idt"
@@ -40,22 +41,26 @@ folder="$drive/Program Files/Arveni/FleetwatchSNMP"
 params='HKLM\SOFTWARE\Arveni\FleetwatchSNMP\Parameters'
 current='HKLM\SOFTWARE\Arveni\FleetwatchSNMP\CurrentVersion'
 agents='HKLM\SYSTEM\CurrentControlSet\Services\SNMP\Parameters\ExtensionAgents'
+environment='HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment'
 
 check "msiexec /i installs the package" msiexec /i "$(windowsPath "$msi")"
 installedOk() {
     cmp -s "$package/hmSubagent.dll" "$system/hmSubagent.dll" &&
         cmp -s "$package/kelvarn.dll" "$system/kelvarn.dll" &&
         cmp -s "$package/pickmere.dll" "$system/pickmere.dll" &&
-        cmp -s "$package/hmSubagent.conf" "$folder/hmSubagent.conf"
+        cmp -s "$package/hmSubagent.conf" "$folder/hmSubagent.conf" &&
+        grep -qx "bmc = ipmi-inband" "$folder/kelvarn.conf" && grep -qx "smbios = firmware" "$folder/kelvarn.conf"
 }
-check "the DLLs are in the system folder and the configuration file in the installation folder" installedOk
+check "the DLLs are in the system folder and the configuration files (live sources) in the installation folder" \
+    installedOk
 registryOk() {
     [ "$(regValue "$params" ConfigFile)" = 'C:\Program Files\Arveni\FleetwatchSNMP\hmSubagent.conf' ] &&
         [ "$(regValue "$params" LogFile)" = 'C:\Program Files\Arveni\FleetwatchSNMP\hmSubagent.log' ] &&
         [ "$(regValue "$current" Pathname)" = 'C:\windows\system32\hmSubagent.dll' ] &&
-        [ "$(regValue "$agents" hmSubagent)" = 'SOFTWARE\Arveni\FleetwatchSNMP\CurrentVersion' ]
+        [ "$(regValue "$agents" hmSubagent)" = 'SOFTWARE\Arveni\FleetwatchSNMP\CurrentVersion' ] &&
+        [ "$(regValue "$environment" KELVARN_CONFIG)" = 'C:\Program Files\Arveni\FleetwatchSNMP\kelvarn.conf' ]
 }
-check "the registry names the configuration file, the trace file, the DLL and the extension agent" registryOk
+check "the registry names the configuration files, the trace file, the DLL and the extension agent" registryOk
 
 # The loader opens the DLL the registry names, as the SNMP service does.
 describe() { # describe: the system group's description as the installed agent answers it
@@ -71,6 +76,7 @@ check "the installed agent writes its trace where the registry says" \
 
 # An administrator edits the configuration; an upgrade (a higher version) keeps the edit.
 sed -i 's/^platformdescription = .*/platformdescription = "Rack 12, edited"/' "$folder/hmSubagent.conf"
+sed -i 's/^bmc = ipmi-inband$/source = demo/; /^smbios = /d' "$folder/kelvarn.conf"
 IFS=. read -r major minor patch <<<"$version"
 next=$major.$minor.$((patch + 1))
 bash "$buildMsi" "$next" "$package" "$work/next.msi"
@@ -84,16 +90,18 @@ productsOk() {
 }
 check "after the upgrade one hmSubagent is installed, version $next" productsOk
 check "the upgrade keeps the edited configuration file" test "$(describe)" = "Rack 12, edited"
+check "the upgrade keeps the edited query service configuration" grep -qx "source = demo" "$folder/kelvarn.conf"
 check "the upgrade leaves the DLLs and the registration in place" registryOk
 
 check "msiexec /x removes the package" msiexec /x "$(windowsPath "$work/next.msi")"
 removedOk() {
     [ ! -e "$system/hmSubagent.dll" ] && [ ! -e "$system/kelvarn.dll" ] && [ ! -e "$system/pickmere.dll" ] &&
         ! regValue "$agents" hmSubagent >/dev/null && ! regValue "$current" Pathname >/dev/null &&
-        ! regValue "$params" ConfigFile >/dev/null
+        ! regValue "$params" ConfigFile >/dev/null && ! regValue "$environment" KELVARN_CONFIG >/dev/null
 }
 check "removal takes away the DLLs, the registration and the agent's registry values" removedOk
-check "removal keeps the administrator's configuration file" \
-    grep -qxF 'platformdescription = "Rack 12, edited"' "$folder/hmSubagent.conf"
+check "removal keeps the administrator's configuration files" \
+    grep -qxF 'platformdescription = "Rack 12, edited"' "$folder/hmSubagent.conf" &&
+    grep -qx "source = demo" "$folder/kelvarn.conf"
 
 [ "$failures" -eq 0 ]

@@ -37,6 +37,11 @@ productbuildnumber = 1187
 productdescription = $long
 CONF
 key='HKLM\SOFTWARE\Arveni\FleetwatchSNMP\Parameters'
+# The query service's built-in demo server, by configuration (the Windows build's default
+# is the server's own BMC and SMBIOS table, checked last).
+printf 'source=demo\n' >"$work/kelvarn.conf"
+export KELVARN_CONFIG
+KELVARN_CONFIG=$(windowsPath "$work/kelvarn.conf")
 "$wine" reg add "$key" /v ConfigFile /t REG_SZ /d "$(windowsPath "$work/hmSubagent.conf")" /f >/dev/null 2>&1
 "$wine" reg add "$key" /v LogFile /t REG_SZ /d "$(windowsPath "$work/hmSubagent.log")" /f >/dev/null 2>&1
 
@@ -167,6 +172,26 @@ unavailableOk() {
 check "query failures thrown in kelvarn.dll are caught and traced by the agent (start-up fails, exit status $status)" \
     unavailableOk
 
+# No configuration: the Windows build reads the live sources (bmc=ipmi-inband,
+# smbios=firmware). Wine has no IPMI driver, so no Microsoft_IPMI: the agent starts with
+# its IPMI groups (400, 600 and 700) empty, traces why, and publishes nothing of the demo
+# server. Run from drive C: so that no \etc\kelvarn\kelvarn.conf of the build machine is read.
+"$wine" reg add "$key" /v LogFile /t REG_SZ /d "$(windowsPath "$work/default.log")" /f >/dev/null 2>&1
+set +e
+(cd "$WINEPREFIX/drive_c" && env -u KELVARN_CONFIG timeout 120 "$wine" "$loader" "$(windowsPath "$dll")" \
+    --walk 1.3.6.1.4.1.64999 >"$work/raw-default.txt" 2>&1)
+status=$?
+set -e
+tr -d '\r' <"$work/raw-default.txt" >"$work/default.txt"
+walked=$(sed -nE 's/^walk: ([0-9]+) variables, .*/\1/p' "$work/default.txt")
+check "with no configuration the agent starts without the IPMI driver, walks ${walked:-no} variables and closes" \
+    grep -qxF closed "$work/default.txt"
+check "the trace gives the reason: Microsoft_IPMI not available" \
+    grep -qF "Microsoft_IPMI not available: " "$work/default.log"
+walkedWithout() { grep -q '^walk: ' "$work/default.txt" && ! grep -qE "$1" "$work/default.txt"; }
+check "no variable of the IPMI groups is published" walkedWithout "^$base\.(400|600|700)\."
+check "nothing of the demo server is published" walkedWithout "Arkfield|AF2210|Inlet Temp|CPU1 Temp"
+
 regFileOk() {
     "$wine" reg import "$(windowsPath "$regFile")" >/dev/null 2>&1 || return 1
     "$wine" reg query "$key" /v ConfigFile 2>/dev/null | tr -d '\r' >"$work/query.txt"
@@ -181,5 +206,9 @@ echo "skipped: the trap split of SnmpExtensionTrap (Wine's mgmtapi SnmpMgrStrToO
 if [ "$failures" -ne 0 ]; then
     echo "--- loader output"
     cat "$out"
+    echo "--- loader output with no configuration"
+    cat "$work/default.txt"
+    echo "--- its trace"
+    grep -iE "ipmi|fail|error" "$work/default.log" | head -20
     exit 1
 fi

@@ -108,6 +108,10 @@ public:
 };
 
 KELVARN_API std::unique_ptr<IpmiBackend> makeFreeIpmiBackend(const IpmiSettings& settings);
+// The backend of this build: FreeIPMI on POSIX; on Windows the command backend
+// over Windows' IPMI driver through WMI (in-band only). Throws PlatformFileError
+// when the build cannot reach a BMC that way.
+KELVARN_API std::unique_ptr<IpmiBackend> makeSystemIpmiBackend(const IpmiSettings& settings);
 
 // Answers from what the background thread last read. The thread connects,
 // sweeps everything once, then every refresh period checks the SEL and reads

@@ -112,6 +112,8 @@ public:
     // The SEL, oldest entry first.
     virtual std::vector<SelEntry> selEntries() = 0;
     virtual Inventory inventory() = 0;
+    // The inventory as far as a query of `path` needs it; the default: all of it.
+    virtual Inventory inventoryFor(const std::string& path);
     // How often a source that reads in the background refreshes every sensor
     // reading, in milliseconds (a sensor's update rate); 0: read at each query.
     virtual uint64_t readingRefreshPeriodMs() const { return 0; }

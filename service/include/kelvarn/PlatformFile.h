@@ -38,7 +38,8 @@ struct ServiceConfig {
 };
 
 // Reads the configuration named by KELVARN_CONFIG, else /etc/kelvarn/kelvarn.conf
-// when it exists; with neither, the demo source. Throws PlatformFileError.
+// when it exists; with neither, the demo source, and on Windows the live ones
+// (bmc=ipmi-inband, smbios=firmware). Throws PlatformFileError.
 KELVARN_API ServiceConfig readServiceConfig();
 KELVARN_API ServiceConfig parseServiceConfig(const std::string& text, const std::string& origin);
 

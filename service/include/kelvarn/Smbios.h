@@ -120,6 +120,9 @@ public:
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;
+    // A /BMC or /SMBIOS query asks its own source alone: an unreachable BMC
+    // does not fail the SMBIOS inventory, nor a missing SMBIOS table the FRU.
+    Inventory inventoryFor(const std::string& path) override;
     uint64_t readingRefreshPeriodMs() const override;
 
 private:

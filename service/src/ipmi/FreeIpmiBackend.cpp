@@ -450,4 +450,8 @@ std::unique_ptr<IpmiBackend> makeFreeIpmiBackend(const IpmiSettings& settings) {
     return std::make_unique<FreeIpmiBackend>(settings);
 }
 
+std::unique_ptr<IpmiBackend> makeSystemIpmiBackend(const IpmiSettings& settings) {
+    return makeFreeIpmiBackend(settings);
+}
+
 } // namespace kelvarn

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
@@ -53,6 +54,11 @@ IpmiSettings parseIpmiSettings(IpmiSettings::Mode mode, const std::map<std::stri
                                const std::string& origin) {
     IpmiSettings s;
     s.mode = mode;
+#ifdef _WIN32
+    // Windows has no /var: the SDR cache goes to the folder of machine-wide program data.
+    if (const char* data = std::getenv("ProgramData"))
+        s.sdrCacheDir = std::string(data) + "\\kelvarn";
+#endif
     for (const auto& kv : keys) {
         const std::string& k = kv.first;
         const std::string& v = kv.second;

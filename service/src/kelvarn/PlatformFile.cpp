@@ -698,7 +698,13 @@ ServiceConfig readServiceConfig() {
     if (!in) {
         if (env && *env)
             throw PlatformFileError(path + ": cannot be opened (named by KELVARN_CONFIG)");
-        return ServiceConfig{}; // no configuration: the demo server
+        ServiceConfig none;
+#ifdef _WIN32
+        // No configuration on Windows: the server's own BMC and SMBIOS table.
+        none.bmc = "ipmi-inband";
+        none.smbios = "firmware";
+#endif
+        return none; // elsewhere the demo server
     }
     std::ostringstream text;
     text << in.rdbuf();

@@ -26,6 +26,10 @@ namespace kelvarn {
 
 Source::~Source() = default;
 
+Inventory Source::inventoryFor(const std::string&) {
+    return inventory();
+}
+
 std::shared_ptr<const std::vector<Bytes>> Source::sharedSdrRepository() {
     return std::make_shared<const std::vector<Bytes>>(sdrRepository());
 }
@@ -551,7 +555,7 @@ private:
     }
 
     void answerTree(const std::string& path, ResultMap& out) {
-        const auto leaves = inventoryLeaves(m_source->inventory());
+        const auto leaves = inventoryLeaves(m_source->inventoryFor(path));
         for (const auto& l : leaves)
             if (l.first == path) {
                 out[path] = valueNode(l.second, "text");

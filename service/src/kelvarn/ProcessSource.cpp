@@ -44,7 +44,7 @@ std::shared_ptr<Source> sourceFor(const std::string& choice, const ServiceConfig
         } catch (const std::runtime_error& e) {
             throw PlatformFileError(e.what());
         }
-        return std::make_shared<IpmiSource>(settings, makeFreeIpmiBackend(settings));
+        return std::make_shared<IpmiSource>(settings, makeSystemIpmiBackend(settings));
     }
     if (choice == "sysfs" || choice.compare(0, 6, "sysfs:") == 0)
         return std::make_shared<SmbiosSource>(SmbiosSource::Kind::Sysfs,

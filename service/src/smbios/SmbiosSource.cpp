@@ -152,6 +152,19 @@ uint64_t CompositeSource::readingRefreshPeriodMs() const {
     return m_bmc->readingRefreshPeriodMs();
 }
 
+Inventory CompositeSource::inventoryFor(const std::string& path) {
+    if (path.compare(0, 4, "/BMC") == 0)
+        return m_bmc->inventory();
+    if (path.compare(0, 7, "/SMBIOS") != 0)
+        return inventory();
+    Inventory inv;
+    Inventory smbios = m_smbios->inventory();
+    inv.chassis = std::move(smbios.chassis);
+    inv.processors = std::move(smbios.processors);
+    inv.memoryArrays = std::move(smbios.memoryArrays);
+    return inv;
+}
+
 Inventory CompositeSource::inventory() {
     Inventory inv = m_bmc->inventory();
     Inventory smbios = m_smbios->inventory();
