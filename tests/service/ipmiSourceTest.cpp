@@ -17,6 +17,8 @@
 #include "kelvarn/Errors.h"
 #include "kelvarn/Ipmi.h"
 #include "kelvarn/IpmiPacer.h"
+#include "kelvarn/PlatformFile.h"
+#include "kelvarn/Smbios.h"
 #include "serviceTestUtil.h"
 #include "support/files.h"
 
@@ -57,6 +59,7 @@ std::array<uint8_t, 16> selRaw(const std::string& text) {
 struct MockBmc {
     std::mutex lock;
     bool reachable = true;
+    bool absent = false; // unreachable for want of a driver
     int openDelayMs = 0;
     std::vector<Bytes> sdr = testSdr();
     std::map<uint8_t, kelvarn::SensorReading> readings;
@@ -122,7 +125,7 @@ private:
         ++m_bmc->commands;
         m_bmc->callers.insert(std::this_thread::get_id());
         if (!m_bmc->reachable)
-            throw IpmiFailure("no answer from the mock BMC", true);
+            throw IpmiFailure("no answer from the mock BMC", true, m_bmc->absent);
         return g;
     }
     std::shared_ptr<MockBmc> m_bmc;
@@ -155,6 +158,30 @@ struct Rig {
 
 const std::string kCpu = "/BMC/SENSOR[1]/OWNER[32]/LUN[0]";
 const std::string kCpuValue = kCpu + "/INTERPRET_SENSOR_VALUE";
+
+// Beside a BMC that does not answer, the SMBIOS answers fail too (a start-up then fails
+// and is tried again); beside a BMC with no driver at all they come from the SMBIOS source.
+TEST(IpmiSource, SmbiosAnswersBesideABmcWithoutDriverOnly) {
+    for (bool absent : {false, true}) {
+        SCOPED_TRACE(absent ? "no driver" : "no answer");
+        auto bmc = std::make_shared<MockBmc>();
+        bmc->reachable = false;
+        bmc->absent = absent;
+        IpmiSettings s = fastSettings(60000);
+        s.startupWaitMs = 2000;
+        auto ipmi = std::make_shared<kelvarn::IpmiSource>(s, std::make_unique<MockBackend>(bmc));
+        auto smbios = std::make_shared<kelvarn::SimulatedSource>(
+            "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
+        SDK::System sys(
+            kelvarn::makePlatformResponder(std::make_shared<kelvarn::CompositeSource>(ipmi, smbios)));
+        const std::string processors = valueOf(sys, "/SMBIOS/ProcessorInfo/TotalNoOfProcessor");
+        EXPECT_EQ(processors.rfind("<failed: ", 0) == 0, !absent) << processors;
+        if (absent) {
+            EXPECT_EQ(processors, "2");
+        }
+        EXPECT_EQ(valueOf(sys, "/BMC/OEM/PRODUCTID").rfind("<failed: ", 0), 0u);
+    }
+}
 
 TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
     Rig rig;

@@ -56,11 +56,16 @@ KELVARN_API std::string readPasswordFile(const std::string& path);
 // (reconnect); otherwise one command failed.
 class KELVARN_API IpmiFailure : public std::runtime_error {
 public:
-    IpmiFailure(const std::string& message, bool lost) : std::runtime_error(message), m_lost(lost) {}
+    // `absent`: the way to the BMC is not there at all (no IPMI driver), as opposed to a
+    // BMC that does not answer.
+    IpmiFailure(const std::string& message, bool lost, bool absent = false)
+        : std::runtime_error(message), m_lost(lost), m_absent(absent) {}
     bool lost() const { return m_lost; }
+    bool absent() const { return m_absent; }
 
 private:
     bool m_lost;
+    bool m_absent;
 };
 
 struct IpmiDeviceId {
@@ -139,6 +144,8 @@ public:
     // How often every reading is refreshed under the budget (0 before the
     // first sweep): what a manager sees as the sensors' update rate.
     uint64_t readingRefreshPeriodMs() const override { return m_periodMs.load(); }
+    // The last attempt found no way to the BMC at all (no IPMI driver).
+    bool absent() const override { return m_absent.load(); }
     std::string lastError() const;
 
 private:
@@ -181,6 +188,7 @@ private:
     std::atomic<uint64_t> m_commands{0};
     std::atomic<uint64_t> m_sweeps{0};
     std::atomic<uint64_t> m_periodMs{0};
+    std::atomic<bool> m_absent{false};
 
     // Owned by the background thread.
     bool m_open = false;

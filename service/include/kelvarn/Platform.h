@@ -114,6 +114,9 @@ public:
     virtual Inventory inventory() = 0;
     // The inventory as far as a query of `path` needs it; the default: all of it.
     virtual Inventory inventoryFor(const std::string& path);
+    // The source's hardware interface is not there at all (no driver): waiting will not
+    // bring its answers.
+    virtual bool absent() const { return false; }
     // How often a source that reads in the background refreshes every sensor
     // reading, in milliseconds (a sensor's update rate); 0: read at each query.
     virtual uint64_t readingRefreshPeriodMs() const { return 0; }

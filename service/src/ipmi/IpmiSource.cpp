@@ -144,6 +144,7 @@ void IpmiSource::run() {
             break;
         } catch (const IpmiFailure& e) {
             error = e.what();
+            m_absent = e.absent();
         } catch (const std::exception& e) {
             error = e.what();
         }
@@ -296,6 +297,7 @@ void IpmiSource::sweep(bool slow, bool full) {
     next->contact = Clock::now();
     next->loaded = true;
     m_sweeps++;
+    m_absent = false;
     std::lock_guard<std::mutex> guard(m_lock);
     m_memory = std::move(next);
     m_lastError.clear();

@@ -64,7 +64,7 @@ bool failed(HResult hr) {
 
 // Opening failed: the driver cannot be used.
 [[noreturn]] void absent(const std::string& reason) {
-    throw IpmiFailure(kAbsent + reason, true);
+    throw IpmiFailure(kAbsent + reason, true, true);
 }
 [[noreturn]] void openFailed(const std::string& call, HResult hr) {
     absent(call + " failed: " + describeHResult(hr));

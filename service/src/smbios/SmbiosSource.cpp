@@ -153,11 +153,18 @@ uint64_t CompositeSource::readingRefreshPeriodMs() const {
 }
 
 Inventory CompositeSource::inventoryFor(const std::string& path) {
-    if (path.compare(0, 4, "/BMC") == 0)
-        return m_bmc->inventory();
     if (path.compare(0, 7, "/SMBIOS") != 0)
         return inventory();
+    // A BMC that does not answer fails the SMBIOS answers too, so that a start-up without
+    // it fails and is tried again (the sensor tables find their rows only at start-up).
+    // A server with no way to its BMC at all (no IPMI driver) is served its SMBIOS facts.
     Inventory inv;
+    try {
+        inv = m_bmc->inventory();
+    } catch (const std::exception&) {
+        if (!m_bmc->absent())
+            throw;
+    }
     Inventory smbios = m_smbios->inventory();
     inv.chassis = std::move(smbios.chassis);
     inv.processors = std::move(smbios.processors);
