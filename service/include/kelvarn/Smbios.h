@@ -120,12 +120,14 @@ public:
     bool sensorReading(const SensorAddress& address, SensorReading& out) override;
     std::vector<SelEntry> selEntries() override;
     Inventory inventory() override;
-    // A /BMC or /SMBIOS query asks its own source alone: an unreachable BMC
-    // does not fail the SMBIOS inventory, nor a missing SMBIOS table the FRU.
+    // A /SMBIOS query is answered without the BMC only when the BMC has no
+    // driver at all (absent()); a BMC that does not answer fails it too.
     Inventory inventoryFor(const std::string& path) override;
     uint64_t readingRefreshPeriodMs() const override;
 
 private:
+    // `inv` with the SMBIOS source's chassis, processors and memory arrays.
+    Inventory withSmbios(Inventory inv);
     std::shared_ptr<Source> m_bmc, m_smbios;
 };
 

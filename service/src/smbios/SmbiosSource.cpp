@@ -165,15 +165,14 @@ Inventory CompositeSource::inventoryFor(const std::string& path) {
         if (!m_bmc->absent())
             throw;
     }
-    Inventory smbios = m_smbios->inventory();
-    inv.chassis = std::move(smbios.chassis);
-    inv.processors = std::move(smbios.processors);
-    inv.memoryArrays = std::move(smbios.memoryArrays);
-    return inv;
+    return withSmbios(std::move(inv));
 }
 
 Inventory CompositeSource::inventory() {
-    Inventory inv = m_bmc->inventory();
+    return withSmbios(m_bmc->inventory());
+}
+
+Inventory CompositeSource::withSmbios(Inventory inv) {
     Inventory smbios = m_smbios->inventory();
     inv.chassis = std::move(smbios.chassis);
     inv.processors = std::move(smbios.processors);
