@@ -281,8 +281,9 @@ TEST(IpmiPacer, PacesEvenlyAndPlansTheRefresh) {
         uint64_t periodMs;
         bool within;
     } plans[] = {
-        {240, 9, 2000, 17, 30000, true}, {240, 0, 2000, 240, 2000, true}, {5, 30, 100, 2, 300, true},
-        {240, 1, 500, 1, 120000, false}, {4, 100, 1000, 4, 1000, true},   {0, 9, 2000, 0, 2000, true},
+        {240, 9, 2000, 16, 30000, true}, {1000, 9, 2000, 17, 118000, true}, {240, 0, 2000, 240, 2000, true},
+        {5, 30, 100, 2, 300, true},      {240, 1, 500, 1, 120000, false},   {4, 100, 1000, 4, 1000, true},
+        {0, 9, 2000, 0, 2000, true},
     };
     for (const auto& p : plans) {
         const kelvarn::RefreshPlan plan = kelvarn::planRefresh(p.sensors, p.perSecond, p.pollMs);

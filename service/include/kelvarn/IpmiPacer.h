@@ -29,7 +29,8 @@ private:
 };
 
 // The steady refresh within a budget of `perSecond` commands: one SEL check
-// every `pollMs`, the readings of `sensors` sensors round-robin in what is left.
+// every `pollMs`, the readings of `sensors` sensors round-robin in what is left,
+// as few a poll as keep the shortest period the budget allows.
 struct RefreshPlan {
     unsigned readingsPerPoll = 0; // readings sent between two SEL checks
     uint64_t periodMs = 0;        // every reading is refreshed at least this often
