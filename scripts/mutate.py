@@ -166,8 +166,11 @@ def main():
     parser.add_argument("--timeout", type=int, default=300, help="seconds for one mutant's build and tests")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     parser.add_argument("--first", type=int, default=1, help="start at this mutant of the sample (resume a run)")
+    parser.add_argument("--only", help="run only these mutants of the sample (numbers as the run prints them, "
+                        "comma-separated), e.g. those another suite killed")
     args = parser.parse_args()
     tree = os.path.abspath(args.tree)
+    only = {int(n) for n in args.only.split(",")} if args.only else None
     build = os.path.abspath(args.build or os.path.join(tree, "build", "mutate"))
 
     sites = candidate_sites(tree)
@@ -222,7 +225,7 @@ def main():
     started = time.time()
     try:
         for index, site in enumerate(sample, 1):
-            if index < args.first:
+            if index < args.first or (only and index not in only):
                 continue
             t0 = time.time()
             path = os.path.join(tree, site["file"])
