@@ -351,11 +351,21 @@ TEST(IpmiSource, BmcGoingAwayFailsAfterTheBoundThenComesBack) {
     EXPECT_GE(rig.bmc->opens, opensWhileAway);
 }
 
+// The first query waits for the first sweep while it goes on sending commands (a first
+// read of about 13 commands at 10 a second, past a start-up wait of 400 ms); a BMC that
+// took one command and then says nothing, or that does not answer, is given up on.
 TEST(IpmiSource, FirstQueryWaitsForTheFirstSweepOnly) {
-    Rig slow, away;
-    slow.bmc->openDelayMs = 300;
-    slow.start(fastSettings(60000));
+    IpmiSettings s = fastSettings(60000);
+    s.startupWaitMs = 400;
+    s.startupCommandsPerSecond = 10;
+    Rig slow, silent, away;
+    slow.start(s);
     EXPECT_EQ(valueOf(*slow.system, kCpu + "/NAME"), "CPU Temp");
+    s.startupCommandsPerSecond = 0;
+    silent.bmc->openDelayMs = 2000;
+    silent.start(s);
+    EXPECT_EQ(valueOf(*silent.system, kCpuValue).rfind("<failed: BMC data unavailable: nothing read yet", 0),
+              0u);
     away.bmc->reachable = false;
     away.start(fastSettings(60000));
     EXPECT_EQ(

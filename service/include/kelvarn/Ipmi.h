@@ -108,7 +108,8 @@ public:
     virtual std::vector<std::array<uint8_t, 16>> readSel() = 0;
     // FRU device 0's chassis, board and product fields.
     virtual FruInfo readFru() = 0;
-    // How many IPMI requests were sent so far.
+    // How many IPMI requests were sent so far; may be asked from another
+    // thread while a call runs.
     virtual uint64_t commandsSent() const = 0;
 };
 
@@ -124,7 +125,8 @@ KELVARN_API std::unique_ptr<IpmiBackend> makeSystemIpmiBackend(const IpmiSetting
 // read every slowEvery periods or when the SEL or SDR changed (thresholds,
 // under a budget, only at a full sweep); it reconnects by itself after a
 // failure. Commands are paced evenly within the budget. Nothing here waits on the BMC except
-// the first query, which waits up to startupWaitMs for the first sweep.
+// the first query, which waits for the first sweep while it goes on sending commands, and
+// at most startupWaitMs after the last one.
 class KELVARN_API IpmiSource : public Source {
 public:
     IpmiSource(IpmiSettings settings, std::unique_ptr<IpmiBackend> backend);

@@ -2,6 +2,7 @@
 // reservation and kept in a cache file, the SEL walked record by record, FRU
 // device 0 read in blocks, readings and thresholds one command each.
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -297,8 +298,8 @@ private:
 
     IpmiConnect m_connect;
     std::unique_ptr<IpmiTransport> m_transport;
-    size_t m_sdrPart = kSdrPart; // what the BMC was last found to return
-    uint64_t m_commands = 0;
+    size_t m_sdrPart = kSdrPart;         // what the BMC was last found to return
+    std::atomic<uint64_t> m_commands{0}; // read by the source's other threads too
 };
 
 } // namespace

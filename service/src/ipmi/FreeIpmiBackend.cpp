@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -441,7 +442,7 @@ private:
     IpmiSettings m_settings;
     ipmi_ctx_t m_ctx = nullptr;
     ipmi_sensor_read_ctx_t m_sensorRead = nullptr;
-    uint64_t m_commands = 0;
+    std::atomic<uint64_t> m_commands{0}; // read by the source's other threads too
 };
 
 } // namespace

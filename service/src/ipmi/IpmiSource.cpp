@@ -304,9 +304,19 @@ void IpmiSource::sweep(bool slow, bool full) {
 }
 
 void IpmiSource::waitForFirstSweep() {
+    // Waited for while the BMC keeps taking commands: a first read of a large
+    // repository at a slow BMC's pace can take minutes, and what the first
+    // queries find is what the agent's tables are made of. A whole startupWaitMs
+    // in which no command went out ends the wait.
     std::unique_lock<std::mutex> lock(m_lock);
-    m_wake.wait_for(lock, std::chrono::milliseconds(m_settings.startupWaitMs),
-                    [this] { return m_startupDone; });
+    uint64_t seen = m_backend->commandsSent();
+    while (!m_wake.wait_for(lock, std::chrono::milliseconds(m_settings.startupWaitMs),
+                            [this] { return m_startupDone; })) {
+        const uint64_t sent = m_backend->commandsSent();
+        if (sent == seen)
+            return;
+        seen = sent;
+    }
 }
 
 std::shared_ptr<const IpmiSource::Memory> IpmiSource::current() {
