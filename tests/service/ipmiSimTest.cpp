@@ -114,27 +114,6 @@ TEST_F(IpmiSim, ThroughTheConfiguredServiceValuesEqualIpmitools) {
     EXPECT_NE(std::filesystem::last_write_time(cache), built);
 }
 
-// The source made from the configured settings directly, refreshing once a minute; its
-// queries send no command after the first sweep.
-TEST_F(IpmiSim, QueriesSendNoIpmiCommand) {
-    const std::string conf = m_sim.dir() + "/kelvarn.conf";
-    kelvarn::IpmiSettings s =
-        kelvarn::parseIpmiSettings(kelvarn::IpmiSettings::Mode::Lan,
-                                   kelvarn::parseServiceConfig(hmtest::readFile(conf), conf).ipmi, conf);
-    s.refreshMs = 60000;
-    auto source = std::make_shared<kelvarn::IpmiSource>(s, kelvarn::makeFreeIpmiBackend(s));
-    SDK::System sys(kelvarn::makePlatformResponder(source));
-    ASSERT_EQ(valueOf(sys, "/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "45")
-        << source->lastError();
-    const uint64_t before = source->commandsSent();
-    EXPECT_GT(before, 10u);
-    for (const char* path :
-         {"/BMC/SDR", "/BMC/SENSOR[2]/OWNER[32]/LUN[0]", "/BMC/SEL/TRANSLATED", "/BMC/FRU", "/BMC/OEM"})
-        EXPECT_TRUE(failuresOf(sys, path).empty()) << path;
-    EXPECT_EQ(source->commandsSent(), before);
-    EXPECT_EQ(source->sweeps(), 1u);
-}
-
 // The backend made of the command layer over FreeIPMI's raw call reads what the
 // FreeIPMI backend reads: the device ID, every SDR record (built and then from its
 // cache), every reading and threshold, the SEL entries and the FRU fields.
@@ -150,11 +129,11 @@ TEST_F(IpmiSim, CommandBackendEqualsFreeIpmis) {
     auto ours = kelvarn::makeCommandBackend([&] { return kelvarn::makeFreeIpmiRawTransport(s); });
     freeIpmi->open();
     ours->open();
-    const auto a = freeIpmi->getDeviceId(), b = ours->getDeviceId();
-    EXPECT_EQ(std::vector<unsigned>({a.deviceId, a.manufacturerId, a.productId, a.firmwareMajor,
-                                     a.firmwareMinor, a.ipmiMajor, a.ipmiMinor}),
-              std::vector<unsigned>({b.deviceId, b.manufacturerId, b.productId, b.firmwareMajor,
-                                     b.firmwareMinor, b.ipmiMajor, b.ipmiMinor}));
+    auto id = [](const kelvarn::IpmiDeviceId& d) {
+        return std::vector<unsigned>({d.deviceId, d.manufacturerId, d.productId, d.firmwareMajor,
+                                      d.firmwareMinor, d.ipmiMajor, d.ipmiMinor});
+    };
+    EXPECT_EQ(id(freeIpmi->getDeviceId()), id(ours->getDeviceId()));
     const auto sdr = freeIpmi->readSdr(m_sim.dir() + "/freeipmi/sdr");
     ASSERT_EQ(sdr.size(), 5u);
     EXPECT_EQ(ours->readSdr(m_sim.dir() + "/ours/sdr"), sdr);
@@ -178,17 +157,15 @@ TEST_F(IpmiSim, CommandBackendEqualsFreeIpmis) {
     const auto sel = freeIpmi->readSel();
     EXPECT_EQ(sel.size(), 2u);
     EXPECT_EQ(ours->readSel(), sel);
-    const kelvarn::FruInfo f = freeIpmi->readFru(), g = ours->readFru();
-    EXPECT_EQ(f.chassisType, g.chassisType);
-    EXPECT_EQ(std::vector<std::string>({f.chassisPartNumber, f.chassisSerialNumber, f.boardManufacturer,
-                                        f.boardProductName, f.boardSerialNumber, f.boardPartNumber,
-                                        f.productManufacturer, f.productName, f.productPartNumber,
-                                        f.productVersion, f.productSerialNumber, f.productAssetTag}),
-              std::vector<std::string>({g.chassisPartNumber, g.chassisSerialNumber, g.boardManufacturer,
-                                        g.boardProductName, g.boardSerialNumber, g.boardPartNumber,
-                                        g.productManufacturer, g.productName, g.productPartNumber,
-                                        g.productVersion, g.productSerialNumber, g.productAssetTag}));
-    EXPECT_EQ(g.productName, "KV-1000");
+    auto fru = [](const kelvarn::FruInfo& f) {
+        return std::vector<std::string>(
+            {std::to_string(f.chassisType), f.chassisPartNumber, f.chassisSerialNumber, f.boardManufacturer,
+             f.boardProductName, f.boardSerialNumber, f.boardPartNumber, f.productManufacturer, f.productName,
+             f.productPartNumber, f.productVersion, f.productSerialNumber, f.productAssetTag});
+    };
+    const auto f = fru(freeIpmi->readFru());
+    EXPECT_EQ(f, fru(ours->readFru()));
+    EXPECT_EQ(f[8], "KV-1000");
 }
 
 // In-band through a device that is not there: a failed query naming the
@@ -202,9 +179,8 @@ TEST(IpmiInband, MissingDeviceIsAFailedQuery) {
         std::make_shared<kelvarn::IpmiSource>(s, kelvarn::makeFreeIpmiBackend(s))));
     const std::string failure = failureOf(sys, "/BMC/SDR");
     EXPECT_EQ(
-        failure.rfind("1086: BMC data unavailable: nothing read yet from in-band IPMI on /nonexistent/ipmi0: "
-                      "in-band IPMI not opened on /nonexistent/ipmi0: ",
-                      0),
+        failure.rfind(
+            "1086: BMC data unavailable: nothing read yet from in-band IPMI on /nonexistent/ipmi0: ", 0),
         0u)
         << failure;
 }

@@ -30,10 +30,6 @@ inline std::unique_ptr<SDK::System> systemOver(const std::string& platformText) 
     return std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
 }
 
-inline std::unique_ptr<SDK::System> demoSystem() {
-    return systemOver(kelvarn::demoPlatformText());
-}
-
 // The answer to one query.
 inline Result resultOf(SDK::System& system, const std::string& path) {
     Result r;
@@ -47,7 +43,7 @@ inline std::string valueOf(SDK::System& system, const std::string& path) {
     try {
         system.Get(path, r);
     } catch (const ResultStatus& e) {
-        return "<failed: " + (e.Get().empty() ? std::string() : e.Get()[0].Message) + ">";
+        return "<failed: " + e.Get().at(0).Message + ">";
     }
     auto it = r.find(path);
     if (it == r.end() || it->second.Values.empty())
@@ -73,10 +69,7 @@ template <typename F> std::vector<RStatus> statusesOf(F f) {
 
 // The failures of one query (empty when it succeeded).
 inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& path) {
-    return statusesOf([&] {
-        Result r;
-        system.Get(path, r);
-    });
+    return statusesOf([&] { resultOf(system, path); });
 }
 
 // A query's one failure as "code: message"; "<n failures>" otherwise.
@@ -110,12 +103,9 @@ inline Result selQuery(SDK::System& system, const char* id, const char* range = 
 // How many SEL entries a query answers; SIZE_MAX when it fails.
 inline size_t selSize(SDK::System& system) {
     Result r;
-    try {
-        system.Get("/BMC/SEL/TRANSLATED", r);
-    } catch (const ResultStatus&) {
-        return SIZE_MAX;
-    }
-    return r["/BMC/SEL/TRANSLATED"].Values.size();
+    return statusesOf([&] { system.Get("/BMC/SEL/TRANSLATED", r); }).empty()
+               ? r["/BMC/SEL/TRANSLATED"].Values.size()
+               : SIZE_MAX;
 }
 
 // "01 a0 ff" as bytes.
