@@ -7,42 +7,41 @@
 
 #include "kelvarn/IpmiCommands.h"
 #include "kelvarn/Sdr.h"
+#include "serviceTestUtil.h"
 #include "support/files.h"
 
 namespace {
 
 using kelvarn::Bytes;
 
-// One expected request (netfn, cmd, request bytes) and the answer to give.
-struct Step {
-    uint8_t netFn, cmd;
-    Bytes request;
-    uint8_t cc;
-    Bytes response;
-};
-
+// Answers each request with the next scripted exchange, "netfn cmd: request: completion code:
+// response" in hex, after checking the request against it.
 class Scripted : public kelvarn::IpmiTransport {
 public:
-    explicit Scripted(std::deque<Step>* steps) : m_steps(steps) {}
+    explicit Scripted(std::deque<std::string>* steps) : m_steps(steps) {}
     kelvarn::ipmi::Response send(uint8_t netFn, uint8_t, uint8_t cmd, const Bytes& request) override {
-        EXPECT_FALSE(m_steps->empty());
-        if (m_steps->empty())
+        if (m_steps->empty()) {
+            ADD_FAILURE() << "unexpected request";
             return {0xFF, {}};
-        const Step s = m_steps->front();
+        }
+        std::vector<Bytes> p;
+        std::istringstream in(m_steps->front());
         m_steps->pop_front();
-        EXPECT_EQ(netFn, s.netFn);
-        EXPECT_EQ(cmd, s.cmd);
-        EXPECT_EQ(request, s.request);
-        return {s.cc, s.response};
+        for (std::string part; std::getline(in, part, ':');)
+            p.push_back(bytesOf(part));
+        p.resize(4);
+        EXPECT_EQ(Bytes({netFn, cmd}), p[0]);
+        EXPECT_EQ(request, p[1]);
+        return {p[2].at(0), p[3]};
     }
 
 private:
-    std::deque<Step>* m_steps;
+    std::deque<std::string>* m_steps;
 };
 
 struct Case {
     const char* name;
-    std::deque<Step> steps;
+    std::deque<std::string> steps;
     std::function<std::string(kelvarn::IpmiBackend&)> call; // what it returned, as text
     std::string expected;                                   // that text, or the IpmiFailure's message
 };
@@ -56,18 +55,18 @@ std::string bytes(const std::vector<Bytes>& records) {
 
 TEST(IpmiCommands, ScriptedExchanges) {
     const hmtest::TempDir dir("hm-ipmicmd-");
-    const Bytes info = {0x51, 0x01, 0x00, 0x00, 0x10, 0x11, 0x22, 0x33, 0x44, 0, 0, 0, 0, 0};
+    const char* const info = "0a 20::00: 51 01 00 00 10 11 22 33 44 00 00 00 00 00";
     Case cases[] = {
         {"completion code",
-         {{0x06, 0x01, {}, 0xC1, {}}},
+         {"06 01::c1"},
          [](kelvarn::IpmiBackend& b) { return std::to_string(b.getDeviceId().deviceId); },
          "Get Device ID: completion code 0xC1"},
         {"short response",
-         {{0x0A, 0x40, {}, 0x00, {0x51, 0x02, 0x00, 0x00, 0x10}}},
+         {"0a 40::00: 51 02 00 00 10"},
          [](kelvarn::IpmiBackend& b) { return std::to_string(b.getSelInfo().entries); },
          "Get SEL Info: response of 5 bytes is too short"},
         {"thresholds (LNC 10, LC 5, UNC 80, UC 90 readable)",
-         {{0x04, 0x27, {0x01}, 0x00, {0x1b, 10, 5, 0, 80, 90, 0}}},
+         {"04 27: 01: 00: 1b 0a 05 00 50 5a 00"},
          [](kelvarn::IpmiBackend& b) {
              kelvarn::IpmiThresholds t;
              b.getThresholds(1, t);
@@ -75,34 +74,15 @@ TEST(IpmiCommands, ScriptedExchanges) {
          },
          "27:00 5a 50 00 05 0a"},
         {"reservation cancelled, then the record read again under a new one",
-         {{0x0A, 0x20, {}, 0x00, info},
-          {0x0A, 0x22, {}, 0x00, {0x01, 0x00}},
-          {0x0A, 0x23, {0x01, 0x00, 0x00, 0x00, 0x00, 0x05}, 0xC5, {}},
-          {0x0A, 0x22, {}, 0x00, {0x02, 0x00}},
-          {0x0A,
-           0x23,
-           {0x02, 0x00, 0x00, 0x00, 0x00, 0x05},
-           0x00,
-           {0xFF, 0xFF, 0x07, 0x00, 0x51, 0xC0, 0x02}},
-          {0x0A, 0x23, {0x02, 0x00, 0x00, 0x00, 0x05, 0x02}, 0x00, {0xFF, 0xFF, 0xAA, 0xBB}}},
+         {info, "0a 22::00: 01 00", "0a 23: 01 00 00 00 00 05: c5", "0a 22::00: 02 00",
+          "0a 23: 02 00 00 00 00 05: 00: ff ff 07 00 51 c0 02", "0a 23: 02 00 00 00 05 02: 00: ff ff aa bb"},
          [&](kelvarn::IpmiBackend& b) { return bytes(b.readSdr(dir.path() + "/sdr")); },
          "07 00 51 c0 02 aa bb|"},
         {"a BMC returning at most 8 bytes of a record at a time",
-         {{0x0A, 0x20, {}, 0x00, info},
-          {0x0A, 0x22, {}, 0x00, {0x01, 0x00}},
-          {0x0A,
-           0x23,
-           {0x01, 0x00, 0x00, 0x00, 0x00, 0x05},
-           0x00,
-           {0xFF, 0xFF, 0x08, 0x00, 0x51, 0x12, 0x12}},
-          {0x0A, 0x23, {0x01, 0x00, 0x00, 0x00, 0x05, 0x10}, 0xCA, {}},
-          {0x0A, 0x23, {0x01, 0x00, 0x00, 0x00, 0x05, 0x08}, 0x00, {0xFF, 0xFF, 1, 2, 3, 4, 5, 6, 7, 8}},
-          {0x0A,
-           0x23,
-           {0x01, 0x00, 0x00, 0x00, 0x0D, 0x08},
-           0x00,
-           {0xFF, 0xFF, 9, 10, 11, 12, 13, 14, 15, 16}},
-          {0x0A, 0x23, {0x01, 0x00, 0x00, 0x00, 0x15, 0x02}, 0x00, {0xFF, 0xFF, 17, 18}}},
+         {info, "0a 22::00: 01 00", "0a 23: 01 00 00 00 00 05: 00: ff ff 08 00 51 12 12",
+          "0a 23: 01 00 00 00 05 10: ca", "0a 23: 01 00 00 00 05 08: 00: ff ff 01 02 03 04 05 06 07 08",
+          "0a 23: 01 00 00 00 0d 08: 00: ff ff 09 0a 0b 0c 0d 0e 0f 10",
+          "0a 23: 01 00 00 00 15 02: 00: ff ff 11 12"},
          [&](kelvarn::IpmiBackend& b) { return bytes(b.readSdr(dir.path() + "/sdr2")); },
          "08 00 51 12 12 01 02 03 04 05 06 07 08 09 0a 0b 0c 0d 0e 0f 10 11 12|"},
     };

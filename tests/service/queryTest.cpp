@@ -94,9 +94,7 @@ TEST(DemoServerTest, SensorsInventoryAndCollections) {
         {
             {s + "20]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "11.214"},
             {s + "16]/OWNER[32]/LUN[0]/TOLERANCE", "1"},
-            {s + "16]/OWNER[32]/LUN[0]/RESOLUTION", "8"},
             {s + "65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "PRESENCE_DETECTED,PREDICTIVE_FAILURE"},
-            {s + "65]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "NOT SUPPORTED"},
             {s + "65]/OWNER[32]/LUN[0]/TOLERANCE", "NOT SUPPORTED"},
             {s + "65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[3]", "NOT SUPPORTED"},
             {s + "57]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "DEVICE_INSERTED/DEVICE_PRESENT"},
@@ -104,19 +102,14 @@ TEST(DemoServerTest, SensorsInventoryAndCollections) {
             {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/SERIAL_NUMBER", "C819AK21N0417"},
             {"/SMBIOS/Type3/SecurityStatus", "None"},
             {"/SMBIOS/Type24/HardwareSecuritySettings/KeyboardPassword", "Not Implemented"},
-            {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "2"},
             {"/SMBIOS/ProcessorInfo[1]/Upgrade", "Socket LGA771"},
-            {"/SMBIOS/ProcessorInfo[1]/VoltageCapability", "1.2V"},
             {m + "NumMemoryDevices", "6"},
-            {m + "MemoryErrorCorrection", "Multi-bit ECC"},
-            {m + "MemoryDevice[3]/FormFactor", "FB-DIMM"},
             {m + "MemoryDevice[3]/TypeDetail/Synchronous", "Supported"},
         });
     auto keysOf = [&](const char* path) { return resultOf(*system, path); };
     EXPECT_EQ(keysOf("/BMC/SDR/SENSOR_TYPE[1]").begin()->first, "/BMC/SDR[0]");
     EXPECT_TRUE(keysOf("/BMC/SDR/SENSOR_TYPE[200]").empty());
-    EXPECT_EQ(keysOf("/BMC/SDR/RECORD_TYPE[2]").size(), 18u);
-    EXPECT_EQ(keysOf("/BMC/SDR").size(), 50u); // 32 full, 18 compact
+    EXPECT_EQ(keysOf("/BMC/SDR/RECORD_TYPE[2]").size(), 18u); // and 32 full records
     Result sensor = keysOf("/BMC/SENSOR[4]/OWNER[32]/LUN[0]");
     ASSERT_EQ(sensor.size(), 11u); // name, value, six thresholds, three attributes
     EXPECT_EQ(sensor["/BMC/SENSOR[4]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONRECOVERABLE"].Values.at(0), "95");
@@ -141,7 +134,7 @@ TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
 }
 
 // Entry texts and time stamps of the demo's SEL are checked in selEventsTest.
-TEST(SelTest, LastEntryKnownIdAndRange) {
+TEST(SelTest, LastEntryKnownIdRangeAndTheirFailures) {
     auto system = systemOver(kelvarn::demoPlatformText());
     Result r = selQuery(*system, "ffff");
     ASSERT_EQ(r["/BMC/SEL/TRANSLATED"].Values, std::vector<std::string>{"/BMC/SEL/TRANSLATED[0]"});
@@ -161,10 +154,7 @@ TEST(SelTest, LastEntryKnownIdAndRange) {
     EXPECT_EQ(ids(selQuery(*system, "3")), "03 04 05 ");
     EXPECT_EQ(ids(selQuery(*system, "3", "2")), "03 04 ");
     EXPECT_EQ(selQuery(*system, "3", "2").count("/BMC/SEL/TRANSLATED[2]/RAW"), 0u);
-}
-
-TEST(SelTest, UnknownIdBadParametersAndAnEmptySel) {
-    auto system = systemOver(kelvarn::demoPlatformText());
+    // Unknown IDs and bad parameters.
     struct Case {
         const char* id;
         const char* range;
@@ -178,7 +168,7 @@ TEST(SelTest, UnknownIdBadParametersAndAnEmptySel) {
     }
     // An empty SEL answers the last entry with no entries, but fails an ID.
     auto empty = systemOver(platformWith(""));
-    Result r = selQuery(*empty, "ffff");
+    r = selQuery(*empty, "ffff");
     ASSERT_EQ(r.size(), 1u);
     EXPECT_TRUE(r["/BMC/SEL/TRANSLATED"].Values.empty());
     EXPECT_THROW(selQuery(*empty, "1"), ResultStatus);
@@ -214,8 +204,6 @@ TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
         {platformWith("", R"({"raw": "01 02"})"),
          "test.json: /bmc/sel/0/raw: a SEL entry is 16 bytes, 2 given"},
         {platformWith("", R"({"sensor": 9, "offset": 1})"), "test.json: /bmc/sel/0/sensor: no sensor 9"},
-        {R"({"format": "kelvarn-platform", "version": 1, "smbios": {"processors": [{"colour": 1}]}})",
-         "test.json: /smbios/processors/0/colour: unknown field"},
     };
     for (const auto& c : cases) {
         const std::string why =

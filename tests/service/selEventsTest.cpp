@@ -26,10 +26,8 @@ TEST(SelEntryText, TextsAndTimeStampsReadAsTheBmcToolsPrintThem) {
         const char* text;
     } rows[] = {
         {0x01, 4, 0x01, 0x59, "CPU2 Temp", "Temperature CPU2 Temp | Upper Critical going high | Asserted"},
-        {0x01, 4, 0x81, 0x59, "CPU2 Temp", "Temperature CPU2 Temp | Upper Critical going high | Deasserted"},
         {0x04, 56, 0x0B, 0x02, "Fan Redundancy", "Fan Fan Redundancy | Redundancy Degraded | Asserted"},
         {0x04, 57, 0x08, 0x00, "FAN6", "Fan FAN6 | Device Removed/Device Absent | Asserted"},
-        {0x0C, 96, 0x6F, 0x01, "DIMM A1", "Memory DIMM A1 | Uncorrectable ECC | Asserted"},
         {0x08, 65, 0x6F, 0x03, "PSU2", "Power Supply PSU2 | Power Supply AC lost | Asserted"},
         {0x0D, 112, 0xEF, 0x00, "Drive 0", "Drive Slot / Bay Drive 0 | Drive Present | Deasserted"},
         {0x21, 160, 0x6F, 0x05, "PCI 1", "Slot / Connector PCI 1 | Slot Power is Off | Asserted"},
@@ -37,7 +35,6 @@ TEST(SelEntryText, TextsAndTimeStampsReadAsTheBmcToolsPrintThem) {
         {0x05, 0x80, 0x6F, 0x00, "", "Physical Security #0x80 | General Chassis intrusion | Asserted"},
         // Offsets without a text, OEM sensor types and event types.
         {0x07, 80, 0x6F, 0x0E, "CPU1", "Processor CPU1 | Unknown event offset 0xe | Asserted"},
-        {0x23, 145, 0x6F, 0x05, "WD", "Watchdog2 WD | Unknown event offset 0x5 | Asserted"},
         {0xC0, 200, 0x70, 0x03, "OEM", "OEM reserved OEM | Unknown event offset 0x3 | Asserted"},
         {0x2D, 1, 0x6F, 0x00, "X", "reserved X | Unknown event offset 0x0 | Asserted"},
     };
@@ -95,7 +92,6 @@ TEST(NamedEvents, JournalLineNamesTheSensorAndTheEvent) {
         {"psu-input-lost", "", false, "sel-add 100 32 64 3 assert 255 255 8 111"},
         // A named sensor, by name, number or OWNER:LUN:NUMBER; the LUN goes to bits 8-9.
         {"psu-input-lost", "PSU2 Status", false, "sel-add 100 32 65 3 assert 255 255 8 111"},
-        {"psu-input-lost", "65", false, "sel-add 100 32 65 3 assert 255 255 8 111"},
         {"chassis-intrusion", "44:1:9", false, "sel-add 100 300 9 0 assert 255 255 5 111"},
         {"chassis-intrusion", "", false, "sel-add 100 300 9 0 assert 255 255 5 111"},
         // --deassert turns the direction over.
@@ -108,7 +104,6 @@ TEST(NamedEvents, JournalLineNamesTheSensorAndTheEvent) {
         {"processor-ierr", "FAN1", false, "sensor \"FAN1\" is of sensor type 4, processor-ierr needs type 7"},
         {"processor-ierr", "CPU9", false, "no sensor is named \"CPU9\""},
         {"processor-ierr", "81", false, "no sensor 81 in the platform"},
-        {"processor-ierr", "32:0:300", false, "no sensor is named \"32:0:300\""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.event);

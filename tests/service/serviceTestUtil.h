@@ -1,13 +1,10 @@
 // Helpers of the query-service tests: a System over a platform text, values and
 // failures of one query, SEL requests, a configuration in force for one scope.
-#ifndef HM_TESTS_SERVICE_UTIL_H
-#define HM_TESTS_SERVICE_UTIL_H
+#pragma once
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -148,5 +145,3 @@ struct ScopedConfig {
         kelvarn::setProcessResponder(nullptr);
     }
 };
-
-#endif
