@@ -1,12 +1,16 @@
-// The command backend over a scripted transport: completion codes, short
-// responses and a cancelled reservation, with the bytes written by hand.
+// The IPMI command layer: the command backend over a scripted transport (completion codes,
+// short responses, a cancelled reservation, with the bytes written by hand), and the WMI
+// transport over a double of its COM calls (the in-parameters a request puts, the response
+// read from the out-parameters, each failing call).
 #include <gtest/gtest.h>
 
 #include <deque>
 #include <functional>
+#include <map>
 
 #include "kelvarn/IpmiCommands.h"
 #include "kelvarn/Sdr.h"
+#include "kelvarn/WmiIpmi.h"
 #include "serviceTestUtil.h"
 #include "support/files.h"
 
@@ -111,6 +115,156 @@ TEST(IpmiCommands, FruFieldTypes) {
     EXPECT_EQ(std::vector<std::string>(
                   {f.boardManufacturer, f.boardProductName, f.boardSerialNumber, f.boardPartNumber}),
               std::vector<std::string>({"IPMI", "01h 02h", "4-2", ""}));
+}
+
+using kelvarn::HResult;
+using kelvarn::WmiValue;
+
+std::string text(const WmiValue& v) {
+    if (v.type == WmiValue::Type::Bytes)
+        return "[" + kelvarn::hexBytes(v.bytes.data(), v.bytes.size()) + "]";
+    return (v.type == WmiValue::Type::Byte ? "u8 " : "u32 ") + std::to_string(v.number);
+}
+
+// Answers each call with S_OK unless it is `failing`; logs the calls that
+// carry arguments.
+struct Script {
+    std::string failing;
+    HResult hr = 0;
+    bool instance = true;
+    std::map<std::string, WmiValue> out; // out-parameters
+    std::string log;
+    int released = 0;
+};
+
+class FakeCom : public kelvarn::WmiCom {
+public:
+    explicit FakeCom(Script& s) : m_s(s) {}
+    HResult coInitializeEx() override { return answer("coInitializeEx"); }
+    HResult coCreateLocator() override { return answer("coCreateLocator"); }
+    HResult connectServer(const std::string& ns) override { return answer("connectServer", ns); }
+    HResult coSetProxyBlanket() override { return answer("coSetProxyBlanket"); }
+    HResult execQuery(const std::string& q) override { return answer("execQuery", q); }
+    HResult next(bool& found) override {
+        found = m_s.instance;
+        return answer("next");
+    }
+    HResult getInstanceProperty(const std::string& name, WmiValue& v) override {
+        v = name == "__RELPATH" ? WmiValue::string("Microsoft_IPMI.InstanceName=\"ROOT\\\\SYSTEM\\\\0001_0\"")
+                                : WmiValue::byte(0x22);
+        return answer("getInstanceProperty", name);
+    }
+    HResult getObject(const std::string& c) override { return answer("getObject", c); }
+    HResult getMethod(const std::string& m) override { return answer("getMethod", m); }
+    HResult spawnInstance() override { return answer("spawnInstance"); }
+    HResult put(const std::string& name, const WmiValue& v) override {
+        return answer("put", name + " " + text(v));
+    }
+    HResult execMethod(const std::string& path, const std::string& m) override {
+        return answer("execMethod", path + " " + m);
+    }
+    HResult get(const std::string& name, WmiValue& v) override {
+        v = m_s.out[name];
+        return answer("get", name);
+    }
+    void release() override { ++m_s.released; }
+
+private:
+    HResult answer(const std::string& call, const std::string& args = "") {
+        if (!args.empty())
+            m_s.log += call + " " + args + "\n";
+        return call == m_s.failing || call + " " + args == m_s.failing ? m_s.hr : 0;
+    }
+    Script& m_s;
+};
+
+std::map<std::string, WmiValue> answer(uint8_t cc, uint32_t size, Bytes data) {
+    return {{"CompletionCode", WmiValue::byte(cc)},
+            {"ResponseDataSize", WmiValue::uint32(size)},
+            {"ResponseData", WmiValue::array(std::move(data))}};
+}
+
+TEST(WmiIpmi, RequestBuiltAndResponseRead) {
+    Script s;
+    s.out = answer(0x00, 4, {0x00, 0x20, 0x81, 0x05, 0xEE});
+    auto transport = kelvarn::makeWmiIpmiTransport(std::make_unique<FakeCom>(s));
+    const kelvarn::ipmi::Response r = transport->send(0x04, 1, 0x2D, {0x30});
+    EXPECT_EQ(s.log, "connectServer ROOT\\WMI\nexecQuery SELECT * FROM Microsoft_IPMI\n"
+                     "getInstanceProperty __RELPATH\ngetInstanceProperty BMCAddress\n"
+                     "getObject Microsoft_IPMI\ngetMethod RequestResponse\nput Command u8 45\nput Lun u8 1\n"
+                     "put NetworkFunction u8 4\nput ResponderAddress u8 34\nput RequestDataSize u32 1\n"
+                     "put RequestData [30]\n"
+                     "execMethod Microsoft_IPMI.InstanceName=\"ROOT\\\\SYSTEM\\\\0001_0\" RequestResponse\n"
+                     "get CompletionCode\nget ResponseDataSize\nget ResponseData\n");
+    EXPECT_EQ(r.completionCode, 0x00);
+    EXPECT_EQ(r.data, (Bytes{0x20, 0x81, 0x05}));
+
+    // An empty request still carries an array; a failing command has only its completion code.
+    s.log.clear();
+    s.out = answer(0xCB, 1, {0xCB});
+    const kelvarn::ipmi::Response none = transport->send(0x0A, 0, 0x20, {});
+    EXPECT_NE(s.log.find("put RequestDataSize u32 0\nput RequestData [00]\n"), std::string::npos) << s.log;
+    EXPECT_EQ(none.completionCode, 0xCB);
+    EXPECT_TRUE(none.data.empty());
+    transport.reset();
+    EXPECT_EQ(s.released, 1);
+}
+
+// Failures: a message after "Microsoft_IPMI not available: " when the driver is absent (lost),
+// after "Microsoft_IPMI RequestResponse: " when one request failed; the call and the result's name.
+TEST(WmiIpmi, FailuresNamed) {
+    struct Row {
+        const char* failing;
+        uint32_t hr;
+        const char* part; // of the message; nullptr: the request succeeds
+        bool lost;
+        std::map<std::string, WmiValue> out = answer(0x00, 2, {0x00, 0x51});
+    } rows[] = {
+        {"coInitializeEx", 0x80010106, nullptr, false}, // another threading mode: kept
+        {"coInitializeEx", 0x80004005, "CoInitializeEx failed: 0x80004005", true},
+        {"coCreateLocator", 0x80040154, "CoCreateInstance(WbemLocator) failed: 0x80040154", true},
+        {"connectServer", 0x8004100E, "(ROOT\\WMI) failed: 0x8004100E (WBEM_E_INVALID_NAMESPACE)", true},
+        {"coSetProxyBlanket", 0x80070005, "CoSetProxyBlanket failed: 0x80070005 (E_ACCESSDENIED)", true},
+        {"execQuery", 0x80041010, "ExecQuery(Microsoft_IPMI) failed: 0x80041010", true},
+        {"next", 0x80041001, "Next failed: 0x80041001 (WBEM_E_FAILED)", true},
+        {"no instance", 0, "no instance in ROOT\\WMI", true},
+        {"getInstanceProperty __RELPATH", 0x80041002, "Get(__RELPATH) failed: 0x80041002", true},
+        {"getInstanceProperty BMCAddress", 0x80041002, nullptr, false},
+        {"getObject", 0x80041013, "GetObject(Microsoft_IPMI) failed: 0x80041013", true},
+        {"getMethod", 0x8004102E, "GetMethod(RequestResponse) failed: 0x8004102E", true},
+        {"spawnInstance", 0x80041006, "SpawnInstance failed: 0x80041006 (WBEM_E_OUT_OF_MEMORY)", false},
+        {"put RequestData [01 02]", 0x80041008, "Put(RequestData) failed: 0x80041008", false},
+        {"execMethod", 0x80041069, "(RequestResponse) failed: 0x80041069 (WBEM_E_TIMED_OUT)", false},
+        {"execMethod", 0x80041002, "(WBEM_E_NOT_FOUND)", true},
+        {"execMethod", 0x80010108, "(RPC_E_DISCONNECTED)", true},
+        {"get ResponseData", 0x80041004, "Get(ResponseData) failed: 0x80041004", false},
+        {"", 0, "ResponseDataSize 5 exceeds the 2 bytes", false, answer(0x00, 5, {0x00, 0x51})},
+        {"", 0, "CompletionCode has no value", false, {{"CompletionCode", WmiValue::string("0")}}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(std::string(row.failing) + " " + (row.part ? row.part : ""));
+        Script s;
+        s.failing = row.failing;
+        s.hr = HResult(row.hr);
+        s.instance = s.failing != "no instance";
+        s.out = row.out;
+        try {
+            EXPECT_EQ(kelvarn::makeWmiIpmiTransport(std::make_unique<FakeCom>(s))->send(6, 0, 1, {1, 2}).data,
+                      Bytes{0x51});
+            EXPECT_EQ(row.part, nullptr);
+        } catch (const kelvarn::IpmiFailure& e) {
+            const std::string message = e.what();
+            ASSERT_NE(row.part, nullptr) << message;
+            EXPECT_EQ(message.rfind(row.lost ? "Microsoft_IPMI not available: "
+                                             : "Microsoft_IPMI RequestResponse: ",
+                                    0),
+                      0u)
+                << message;
+            EXPECT_NE(message.find(row.part), std::string::npos) << message;
+            EXPECT_EQ(e.lost(), row.lost);
+        }
+        EXPECT_EQ(s.released, 1);
+    }
 }
 
 } // namespace
