@@ -117,16 +117,12 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
         for (const auto& entry : all) {
             SCOPED_TRACE(entry.first);
             const Bytes rec = bytesOf(entry.second.Values[0]);
-            uint16_t recordId;
-            uint8_t recordType, number, owner, ownerType, lun, channel, sensorType, eventType;
-            ASSERT_EQ(ipmi_sdr_parse_record_id_and_type(ctx, rec.data(), rec.size(), &recordId, &recordType),
+            uint8_t number, owner, ownerType, lun, channel, eventType;
+            ASSERT_EQ(ipmi_sdr_parse_sensor_number(ctx, rec.data(), rec.size(), &number) |
+                          ipmi_sdr_parse_sensor_owner_id(ctx, rec.data(), rec.size(), &ownerType, &owner) |
+                          ipmi_sdr_parse_sensor_owner_lun(ctx, rec.data(), rec.size(), &lun, &channel) |
+                          ipmi_sdr_parse_event_reading_type_code(ctx, rec.data(), rec.size(), &eventType),
                       0);
-            EXPECT_EQ(recordType, 1);
-            ASSERT_EQ(ipmi_sdr_parse_sensor_number(ctx, rec.data(), rec.size(), &number), 0);
-            ASSERT_EQ(ipmi_sdr_parse_sensor_owner_id(ctx, rec.data(), rec.size(), &ownerType, &owner), 0);
-            ASSERT_EQ(ipmi_sdr_parse_sensor_owner_lun(ctx, rec.data(), rec.size(), &lun, &channel), 0);
-            ASSERT_EQ(ipmi_sdr_parse_sensor_type(ctx, rec.data(), rec.size(), &sensorType), 0);
-            ASSERT_EQ(ipmi_sdr_parse_event_reading_type_code(ctx, rec.data(), rec.size(), &eventType), 0);
             char id[32] = {};
             ASSERT_GE(ipmi_sdr_parse_id_string(ctx, rec.data(), rec.size(), id, sizeof id - 1), 0);
             // FreeIPMI splits the owner ID byte into a 7-bit address and a type bit, and the
@@ -140,10 +136,9 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
             uint8_t readable[6], raw[6];
             ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), &readable[0],
                                                         &readable[1], &readable[2], &readable[3],
-                                                        &readable[4], &readable[5]),
-                      0);
-            ASSERT_EQ(ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1], &raw[2],
-                                                    &raw[3], &raw[4], &raw[5]),
+                                                        &readable[4], &readable[5]) |
+                          ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1],
+                                                        &raw[2], &raw[3], &raw[4], &raw[5]),
                       0);
             const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
                                    "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
