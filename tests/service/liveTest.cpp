@@ -214,8 +214,9 @@ Sensor ID              : HDD0 (0xf0)
  Sensor Reading        : No Reading
 )";
 
-TEST(IpmitoolListingTest, ReadingsAndThresholdsComeOutAsListed) {
-    expectValues(*systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt")),
+TEST(IpmitoolListingTest, ReadingsThresholdsAndUnitsComeOutAsListed) {
+    auto system = systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt"));
+    expectValues(*system,
                  {
                      // Negative temperatures: two's complement, M 5: raw -1 and -4.
                      {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "-5"},
@@ -224,6 +225,8 @@ TEST(IpmitoolListingTest, ReadingsAndThresholdsComeOutAsListed) {
                       "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED"},
                      {"/BMC/SENSOR[240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
                  });
+    // The record's units: two's complement (0x80), degrees C (1).
+    EXPECT_EQ(valueOf(*system, "/BMC/SDR[0]").substr(20 * 3, 5), "80 01");
 }
 
 TEST(IpmitoolListingTest, RefusesWhatItCannotRead) {

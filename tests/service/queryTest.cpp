@@ -137,9 +137,10 @@ TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
                            {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "IERR,STATE_14"},
                            {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NAME", "HDD"},
                            {"/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "DRIVE_FAULT"}});
+    // A record made from the platform file without masks: no deassertion events (bytes 16-17).
+    EXPECT_EQ(valueOf(*system, "/BMC/SDR[0]").substr(16 * 3, 5), "00 00");
 }
 
-// Entry texts and time stamps of the demo's SEL are checked in selEventsTest.
 TEST(SelTest, LastEntryKnownIdRangeAndTheirFailures) {
     auto system = systemOver(kelvarn::demoPlatformText());
     Result r = selQuery(*system, "ffff");
@@ -337,6 +338,7 @@ TEST(NamedEvents, JournalLineNamesTheSensorAndTheEvent) {
         {"psu-input-lost", "", false, "sel-add 100 32 64 3 assert 255 255 8 111"},
         // A named sensor, by name, number or OWNER:LUN:NUMBER; the LUN goes to bits 8-9.
         {"psu-input-lost", "PSU2 Status", false, "sel-add 100 32 65 3 assert 255 255 8 111"},
+        {"psu-input-lost", "65", false, "sel-add 100 32 65 3 assert 255 255 8 111"},
         {"chassis-intrusion", "44:1:9", false, "sel-add 100 300 9 0 assert 255 255 5 111"},
         {"chassis-intrusion", "", false, "sel-add 100 300 9 0 assert 255 255 5 111"},
         // --deassert turns the direction over.

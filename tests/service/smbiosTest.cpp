@@ -73,11 +73,12 @@ Bytes processor(uint16_t handle, uint8_t family, uint8_t upgrade, uint8_t voltag
         {"CPU1", "Intel", "Xeon E5", "S1", "P1"});
 }
 
-// A type 16 structure: system board, system memory, multi-bit ECC.
-Bytes memoryArray(uint16_t handle, uint32_t maxKB, uint16_t devices, uint64_t extendedMax = 0) {
-    return smbiosStructure(16, handle,
-                           body(0x17, {0x04,  1,    3, 0x05,   1,    3, 0x06,    1,    6, 0x07,       4,
-                                       maxKB, 0x0B, 2, 0xFFFE, 0x0D, 2, devices, 0x0F, 8, extendedMax}));
+// A type 16 structure: system board (or `location`), system memory, multi-bit ECC.
+Bytes memoryArray(uint16_t handle, uint32_t maxKB, uint16_t devices, uint64_t extendedMax = 0,
+                  uint8_t location = 3) {
+    return smbiosStructure(
+        16, handle, body(0x17, {0x04,  1,    location, 0x05,   1,    3, 0x06,    1,    6, 0x07,       4,
+                                maxKB, 0x0B, 2,        0xFFFE, 0x0D, 2, devices, 0x0F, 8, extendedMax}));
 }
 
 // A type 17 structure of the given size word (MiB, or KiB with bit 15).
@@ -443,7 +444,7 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
 TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTablesAndEveryLayout) {
     Bytes t = cat({smbiosStructure(3, 3, {1, 0x97, 2, 3, 0, 3, 4, 5, 3}, {"Acme", "v2", "SN\x01X"}),
                    smbiosStructure(24, 4, {0x26}), processor(0x41, 0xB3, 0x2B, 0x02, 0x00),
-                   memoryArray(0x10, 1 << 20, 0), memoryArray(0x20, 0x80000000u, 2, uint64_t(2) << 40),
+                   memoryArray(0x10, 1 << 20, 0, 0, 4), memoryArray(0x20, 0x80000000u, 2, uint64_t(2) << 40),
                    memoryDevice(0x11, 0x10, 0x4000, "DIMM_A1", 0x0080 | 0x0100 | 0x2000),
                    memoryDevice(0x21, 0x20, 0x0000, "DIMM_B1"),
                    memoryDevice(0x12, 0x10, 0x8000 | 0x0800, "DIMM_A2", 0x0008, 0x18),
