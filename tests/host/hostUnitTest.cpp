@@ -72,7 +72,6 @@ struct Request {
         reqinfo.mode = mode;
     }
     ~Request() { snmp_free_varbind(vars); }
-    Arcs name() const { return arcsOf(vars->name, vars->name_length); }
 
     netsnmp_variable_list* vars = nullptr;
     netsnmp_request_info info{};
