@@ -1,9 +1,11 @@
 // hmagentd over a BMC that answers slowly or not at all: the daemon's query
 // service reads OpenIPMI's BMC simulator over IPMI LAN through a UDP relay that
-// can hold the commands back or drop them. No SNMP request through the daemon may
-// go unanswered within net-snmp's tools' 1 second time-out (the AgentX time-out)
-// whatever the BMC does, and a walk of the agent's tree sends no IPMI command.
-// Every process is started on loopback and stopped by a guard.
+// can hold the commands back or drop them. A BMC silent from the start stops the
+// daemon; once it runs, no SNMP request through the daemon may go unanswered
+// within net-snmp's tools' 1 second time-out (the AgentX time-out) whatever the
+// BMC does, a walk of the agent's tree sends no IPMI command, the SEL poller
+// survives failed reads and a cleared SEL. Every process is started on loopback
+// and stopped by a guard.
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -34,33 +36,35 @@ struct Timed {
 class SlowBmcE2e : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!haveProgram("ipmi_sim") || !haveProgram("snmpget"))
-            GTEST_SKIP() << "ipmi_sim (openipmi) or net-snmp's tools are not installed";
+        if (!haveProgram("ipmi_sim") || !haveProgram("snmpget") || !haveProgram("ipmitool"))
+            GTEST_SKIP() << "ipmi_sim (openipmi), ipmitool or net-snmp's tools are not installed";
         ASSERT_TRUE(m_sim.start());
         m_proxy = std::make_unique<UdpDelayProxy>(m_sim.port());
         ASSERT_TRUE(m_proxy->running());
-        const std::string dir = m_sim.dir();
-        writeBmcConfig(dir, m_proxy->port(),
-                       "ipmi-refresh-ms=2000\nipmi-stale-after=2\nipmi-slow-every=1000\n");
-        writeRegistryFile(dir + "/registry.reg", HM_TEST_DATA_DIR "/ipmi/agent.conf", dir + "/agent.log");
+        writeBmcConfig(m_dir, m_proxy->port(),
+                       "ipmi-refresh-ms=2000\nipmi-stale-after=2\nipmi-slow-every=1000\n"
+                       "ipmi-startup-wait-ms=2000\n");
+        writeRegistryFile(m_dir + "/registry.reg", HM_TEST_DATA_DIR "/ipmi/agent.conf", m_log);
         m_endpoint = "127.0.0.1:" + std::to_string(freePort());
-        writeFile(dir + "/hmagentd.conf", "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + dir +
-                                              "/registry.reg\nagentRole master\nagentaddress udp:" +
-                                              m_endpoint + "\nrocommunity public 127.0.0.1\n");
-        mkdir((dir + "/snmp").c_str(), 0700);
-        setenv("SNMP_PERSISTENT_DIR", (dir + "/snmp").c_str(), 1);
+        writeFile(m_dir + "/hmagentd.conf", "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
+                                                "/registry.reg\nagentRole master\nagentaddress udp:" +
+                                                m_endpoint + "\nrocommunity public 127.0.0.1\n");
+        mkdir((m_dir + "/snmp").c_str(), 0700);
+        setenv("SNMP_PERSISTENT_DIR", (m_dir + "/snmp").c_str(), 1);
         setenv("MIBS", "", 1);
-        setenv("KELVARN_CONFIG", (dir + "/kelvarn.conf").c_str(), 1);
-        m_daemon = std::make_unique<Process>(
-            std::vector<std::string>{HM_AGENTD, "-c", dir + "/hmagentd.conf"}, dir + "/hmagentd.out");
-        unsetenv("KELVARN_CONFIG");
-        ASSERT_TRUE(m_daemon->waitFor("serving ", 20s)) << m_daemon->output();
     }
     void TearDown() override {
         // The daemon first: it must not see the relay vanish under it while stopping.
         if (m_daemon)
             m_daemon->stop();
         m_proxy.reset();
+    }
+    std::unique_ptr<Process> startDaemon(const std::string& out) {
+        setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
+        auto daemon = std::make_unique<Process>(
+            std::vector<std::string>{HM_AGENTD, "-c", m_dir + "/hmagentd.conf"}, m_dir + "/" + out);
+        unsetenv("KELVARN_CONFIG");
+        return daemon;
     }
 
     Timed request(const std::string& tool, const std::string& oid) {
@@ -70,7 +74,9 @@ protected:
         t.end = Clock::now();
         const std::string line = lastLineOf(t.result.output);
         t.value = line.find(" = ") == std::string::npos ? line : line.substr(line.find(" = ") + 3);
-        m_requests.push_back(t);
+        // Answered within the tools' 1 s time-out, the AgentX time-out.
+        EXPECT_TRUE(t.result.status == 0 && t.result.output.find("Timeout") == std::string::npos)
+            << t.result.output;
         return t;
     }
     // The values of one round over the sensor tables: temperature row 1's name and
@@ -98,21 +104,36 @@ protected:
         ADD_FAILURE() << "the source never went quiet";
         return Clock::now();
     }
-    size_t walked() { return linesOf(request("snmpwalk", kPrivate).result.output).size(); }
 
     IpmiSimGuard m_sim;
+    std::string m_dir = m_sim.dir(), m_log = m_dir + "/agent.log";
     std::unique_ptr<UdpDelayProxy> m_proxy;
     std::unique_ptr<Process> m_daemon;
     std::string m_endpoint;
-    std::vector<Timed> m_requests;
 };
 
 TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
+    // Silent from the start: the sensor tables find their rows once, at start-up, so
+    // the agent refuses to start rather than run with empty tables; the daemon exits
+    // with status 1 once the start-up wait is over.
+    m_proxy->setSilent(true);
+    auto refused = startDaemon("refused.out");
+    EXPECT_EQ(refused->wait(30s), 1);
+    EXPECT_EQ(lastLineOf(refused->output()),
+              "hmagentd: error: SnmpExtensionInit failed: the agent did not start");
+    EXPECT_GT(m_proxy->dropped(), 0u);
+    m_proxy->setSilent(false);
+    m_daemon = startDaemon("hmagentd.out");
+    ASSERT_TRUE(m_daemon->waitFor("serving ", 20s)) << m_daemon->output();
     // Up: the temperature row carries the BMC's reading.
-    ASSERT_TRUE(
-        waitUntil([&] { return request("snmpget", kTempReading).value.rfind("INTEGER: ", 0) == 0; }, 20s))
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            return lastLineOf(
+                       snmp("snmpget -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + kTempReading).output)
+                       .find(" = INTEGER: ") != std::string::npos;
+        },
+        20s))
         << m_daemon->output();
-    m_requests.clear();
     // With the BMC healthy: CPU Temp at 45 degrees in tenths, the first indexes, the
     // power supply's presence and an overall status of 3 (normal). Once the BMC's
     // values are older than the bound: the threshold sensors keep what they last
@@ -123,9 +144,8 @@ TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
                                            "INTEGER: 1",
                                            "STRING: \"power supply's presence has been detected\"",
                                            "INTEGER: 3"};
-    const std::vector<std::string> failed{
-        "STRING: \"CPU Temp\"",          "INTEGER: 450", "INTEGER: 1", "INTEGER: 1",
-        "STRING: \"State Unavailable\"", "INTEGER: 2"};
+    std::vector<std::string> failed = healthy;
+    failed[4] = "STRING: \"State Unavailable\"", failed[5] = "INTEGER: 2";
 
     // Normal: a walk of the whole tree, started right after a sweep, ends before the
     // next sweep may start, and the relay forwards nothing meanwhile.
@@ -164,25 +184,38 @@ TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
     }
     EXPECT_GE(fromMemory, 3u);
     EXPECT_GE(afterBound, 3u);
-    EXPECT_EQ(walked(), variables);
+    EXPECT_EQ(linesOf(request("snmpwalk", kPrivate).result.output).size(), variables);
 
-    // Silent: the source's attempts to reach the BMC are dropped and every request
-    // still answers with the failure behaviour.
-    m_proxy->setSilent(true);
+    // Silenced while a walk of one variable per request is under way: the walk
+    // still ends with every variable once; every request answers with the failure
+    // behaviour, and the SEL poller ends each failed read as that poll and tries
+    // again at the next.
     m_proxy->setDelay(0ms);
+    Timed cut;
+    std::thread walker([&] { cut = request("snmpbulkwalk -Cr1", kPrivate); });
+    std::this_thread::sleep_for(100ms);
+    m_proxy->setSilent(true);
+    walker.join();
+    EXPECT_EQ(linesOf(cut.result.output).size(), variables) << cut.result.output;
     for (const auto until = Clock::now() + 4s; Clock::now() < until; std::this_thread::sleep_for(200ms))
         EXPECT_EQ(round(), failed);
-    EXPECT_EQ(walked(), variables);
     EXPECT_GT(m_proxy->dropped(), 0u);
+    EXPECT_TRUE(waitForText(m_log, "\nGet Last SEL record error\n", 15s)) << readFile(m_log);
+    const size_t failures = countIn(m_log, "\nQuery Failed to get the Last Record\n");
+    EXPECT_TRUE(
+        waitUntil([&] { return countIn(m_log, "\nQuery Failed to get the Last Record\n") > failures; }, 10s));
 
-    // Back: the source opens a new session by itself and the values return.
+    // Back: the source opens a new session by itself and the values return. Then
+    // the SEL cleared with ipmitool: the source reads the emptied SEL at a later
+    // refresh and the poller starts again from the newest entry.
     m_proxy->setSilent(false);
     EXPECT_TRUE(waitUntil([&] { return round() == healthy; }, 15s));
-    // Every request of every phase was answered within the tools' 1 s time-out, the
-    // AgentX time-out.
-    for (const Timed& t : m_requests)
-        EXPECT_TRUE(t.result.status == 0 && t.result.output.find("Timeout") == std::string::npos)
-            << t.result.output;
+    ASSERT_EQ(countIn(m_log, " is not valid."), 0u) << readFile(m_log);
+    m_sim.ipmitool("sel clear");
+    EXPECT_TRUE(waitForText(m_log, " is not valid. SEL may be cleared.", 20s)) << readFile(m_log);
+    EXPECT_TRUE(waitForText(m_log, "No SEL record found!", 10s)) << readFile(m_log);
+    EXPECT_EQ(round(), healthy);
+    EXPECT_EQ(m_daemon->stop(SIGTERM), 0) << m_daemon->output();
 }
 
 } // namespace
