@@ -31,59 +31,51 @@ std::string fortyTokens() {
     return text;
 }
 
-TEST(SelDecode, RawTextBecomesTheRecordFields) {
+// The last record ID moves forward only, except out of the newest marker, which gives
+// way to any ID.
+TEST(SelDecode, RawTextBecomesTheRecordFieldsAndMovesTheLastRecordId) {
     const struct {
         const char* name;
         std::string text;
         Fields fields;
+        int32_t last, expectedLast; // before and after
     } rows[] = {
         {"full entry",
          "2a 01 02 10 32 54 fe 20 01 04 07 50 6f a7 10 ff",
-         {0x012a, 2, 0xfe543210, 0x0120, 4, 7, 0x50, 0x6f, 0xa7, 0x10, 0xff}},
+         {0x012a, 2, 0xfe543210, 0x0120, 4, 7, 0x50, 0x6f, 0xa7, 0x10, 0xff},
+         kSelLastEntry,
+         0x012a},
         {"upper-case digits",
          "0A 00 02 00 00 00 80 20 00 04 01 01 81 09 FF FF",
-         {10, 2, 0x80000000, 0x20, 4, 1, 1, 0x81, 9, 0xff, 0xff}},
-        {"five tokens: the rest reads as 0", "05 00 02 11 22", {5, 2, 0x2211, 0, 0, 0, 0, 0, 0, 0, 0}},
+         {10, 2, 0x80000000, 0x20, 4, 1, 1, 0x81, 9, 0xff, 0xff},
+         kSelLastEntry,
+         10},
+        {"five tokens: the rest reads as 0", "05 00 02 11 22", {5, 2, 0x2211, 0, 0, 0, 0, 0, 0, 0, 0}, 4, 5},
         {"forty tokens: the first sixteen count",
          fortyTokens(),
-         {1, 2, 0, 0x20, 4, 0x0c, 0x60, 0x6f, 2, 0xff, 0xff}},
+         {1, 2, 0, 0x20, 4, 0x0c, 0x60, 0x6f, 2, 0xff, 0xff},
+         kSelLastEntry,
+         1},
         {"non-hexadecimal tokens read as strtol reads them",
          "zz 1g 02 -1 0x10 12345 ab",
-         {0x0100, 2, static_cast<int64_t>(0xab4510ff), 0, 0, 0, 0, 0, 0, 0, 0}},
-        {"runs of blanks separate one token", "  03  00   02 ", {3, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {"empty text", "", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
+         {0x0100, 2, static_cast<int64_t>(0xab4510ff), 0, 0, 0, 0, 0, 0, 0, 0},
+         kSelLastEntry,
+         0x0100},
+        {"runs of blanks separate one token", "  03  00   02 ", {3, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 3, 3},
+        {"empty text", "", {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, kSelLastEntry, 0},
+        {"the SEL restarted its numbering", "03 00 02", {3, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 7, 7},
+        {"a record numbered 0xffff", "ff ff 02", {65535, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 300, 65535},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         SelRecord record;
         std::memset(&record, 0x5a, sizeof(record));
         std::strcpy(record.stDescription, "kept");
-        int32_t last = kSelLastEntry;
+        int32_t last = row.last;
         decodeSelEntry(row.text.c_str(), record, last);
         EXPECT_EQ(fieldsOf(record), row.fields);
         EXPECT_STREQ(record.stDescription, "kept");
-        EXPECT_EQ(last, row.fields[0]);
-    }
-}
-
-// (The newest marker giving way to any ID: the rows above, which start from it.)
-TEST(SelDecode, LastRecordIdOnlyMovesForwardExceptOutOfTheNewestMarker) {
-    const struct {
-        int32_t last;
-        const char* text;
-        int32_t expected;
-    } rows[] = {
-        {7, "08 00 02", 8},         // forward
-        {7, "07 00 02", 7},         // equal
-        {7, "03 00 02", 7},         // the SEL restarted its numbering: stays
-        {300, "ff ff 02", 65535},   // a record numbered 0xffff
-        {65535, "ff ff 02", 65535}, //
-    };
-    for (const auto& row : rows) {
-        SelRecord record{};
-        int32_t last = row.last;
-        decodeSelEntry(row.text, record, last);
-        EXPECT_EQ(last, row.expected) << row.last << " / " << row.text;
+        EXPECT_EQ(last, row.expectedLast);
     }
 }
 

@@ -15,6 +15,7 @@
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
 #include "kelvarn/SelEvents.h"
+#include "support/e2e.h"
 #include "trapHarness.h"
 
 namespace {
@@ -26,15 +27,10 @@ protected:
         s_dir = new hmtest::TempDir("hm-selsim-");
         s_platform = s_dir->file("platform.json");
         s_journal = s_platform + ".journal";
-        s_trace = s_dir->file("agent.log");
         hmtest::writeFile(s_platform, hmtest::readFile(HM_TEST_DATA_DIR "/selsim/selsim-platform.json"));
         hmtest::writeFile(s_dir->file("kelvarn.conf"), "source = simulated\nplatform = " + s_platform + "\n");
-        hmtest::writeFile(s_dir->file("registry.reg"),
-                          "Windows Registry Editor Version 5.00\r\n\r\n"
-                          "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                          "\"ConfigFile\"=\"" HM_TEST_DATA_DIR "/selsim/agent.conf\"\r\n"
-                          "\"LogFile\"=\"" +
-                              s_trace + "\"\r\n");
+        hmtest::writeRegistryFile(s_dir->file("registry.reg"), HM_TEST_DATA_DIR "/selsim/agent.conf",
+                                  s_dir->file("agent.log"));
         setenv("HMSUBAGENT_REGISTRY", s_dir->file("registry.reg").c_str(), 1);
         setenv("KELVARN_CONFIG", s_dir->file("kelvarn.conf").c_str(), 1);
         kelvarn::setProcessResponder(nullptr);
@@ -61,14 +57,10 @@ protected:
 
     void SetUp() override { ASSERT_TRUE(s_started); }
 
-    static hmtest::TempDir* s_dir;
-    static std::string s_platform, s_journal, s_trace;
-    static bool s_started;
+    inline static hmtest::TempDir* s_dir = nullptr;
+    inline static std::string s_platform, s_journal;
+    inline static bool s_started = false;
 };
-
-hmtest::TempDir* SelSimEndToEnd::s_dir = nullptr;
-std::string SelSimEndToEnd::s_platform, SelSimEndToEnd::s_journal, SelSimEndToEnd::s_trace;
-bool SelSimEndToEnd::s_started = false;
 
 // One named event ("!" at the end: logged with --deassert), its trap, and the overall
 // health it moves to (null: no health trap follows).
@@ -243,17 +235,12 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
         EXPECT_EQ(covered.count(events[i].name), 1u) << events[i].name << " has no step";
 }
 
-// Runs kelvarn-sim with `arguments`: its output (both streams), "FAILED: " first when
-// it exits with an error.
-std::string tool(const std::string& arguments) {
-    std::string output;
-    FILE* pipe = popen((std::string(HM_KELVARN_SIM) + " " + arguments + " 2>&1").c_str(), "r");
-    char buf[512];
-    for (size_t got; pipe != nullptr && (got = fread(buf, 1, sizeof buf, pipe)) > 0;)
-        output.append(buf, got);
-    return (pipe == nullptr || pclose(pipe) != 0 ? "FAILED: " : "") + output;
+// Runs kelvarn-sim with `arguments`: true when it succeeds.
+bool tool(const std::string& arguments) {
+    return hmtest::runCommand(std::string(HM_KELVARN_SIM) + " " + arguments).status == 0;
 }
 
+// Polls once: the event OIDs of the traps it gave.
 std::vector<std::string> polledTraps(int expected) {
     EXPECT_EQ(CheckForNewSELEntry(), expected);
     std::vector<std::string> oids;
@@ -265,41 +252,26 @@ std::vector<std::string> polledTraps(int expected) {
 // The tool itself: its table, a named event, a refusal, and a SEL cleared under the
 // running agent, after which polling starts again from the newest entry.
 TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
-    EXPECT_TRUE(
-        hmtest::containsInOrder(tool("list-events"), {"\nfan-fully-redundant-deasserted                     "
-                                                      "Fan (0x04)             0x0b       0      deassert\n",
-                                                      "\nprocessor-ierr                                     "
-                                                      "Processor (0x07)       0x6f       0      assert\n"}));
-    EXPECT_EQ(tool("sel-add-event processor-ierr --sensor \"CPU1 Temp\""),
-              "FAILED: kelvarn-sim: sensor \"CPU1 Temp\" is of sensor type 1, processor-ierr needs type 7\n");
-    EXPECT_EQ(tool("sel-add-event processor-melted"),
-              "FAILED: kelvarn-sim: no event is named \"processor-melted\" "
-              "(kelvarn-sim list-events prints the names)\n");
-    ASSERT_TRUE(polledTraps(0).empty()) << "the table test leaves no entry unpolled";
-    ASSERT_EQ(tool("sel-add-event chassis-intrusion --sensor Intrusion").rfind("FAILED", 0),
+    EXPECT_NE(hmtest::runCommand(std::string(HM_KELVARN_SIM) + " list-events")
+                  .output.find("\nprocessor-ierr                                     Processor (0x07)       "
+                               "0x6f       0      assert\n"),
               std::string::npos);
+    EXPECT_FALSE(tool("sel-add-event processor-melted"));
+    ASSERT_TRUE(polledTraps(0).empty()) << "the table test leaves no entry unpolled";
+    ASSERT_TRUE(tool("sel-add-event chassis-intrusion --sensor Intrusion"));
     EXPECT_EQ(polledTraps(1), std::vector<std::string>{kP + ".1000.30.1"});
 
-    ASSERT_EQ(tool("sel-clear").find("sel-clear"), std::string(s_journal + ": ").size());
-    const size_t mark = traceMessages(s_trace).size();
-    const int32_t lastSeen = selLastRecordId(); // the chassis intrusion's record
-    EXPECT_EQ(CheckForNewSELEntry(), 0);
+    ASSERT_TRUE(tool("sel-clear"));
+    EXPECT_TRUE(polledTraps(0).empty());
     EXPECT_EQ(selLastRecordId(), kSelLastEntry);
-    // The empty SEL has no newest entry yet.
-    EXPECT_EQ(CheckForNewSELEntry(), 0);
-    EXPECT_TRUE(hmtest::containsInOrder(
-        traceMessages(s_trace).substr(mark),
-        {"\nGet Last SEL record error\n\nQuery Failed to get the Last Record\n\nOperation: 2\n failed Error "
-         "code. 1089  -\nSel record ID = " +
-             std::to_string(lastSeen) + " is not valid. SEL may be cleared.",
-         "No SEL record found!"}));
+    EXPECT_TRUE(polledTraps(0).empty()); // the empty SEL has no newest entry yet
     // The first entry after the clear (record 1) is walked as the anchor, not routed;
     // then two changes in quick succession between two polls: both kept, routed in order.
-    ASSERT_EQ(tool("sel-add-event system-boot").rfind("FAILED", 0), std::string::npos);
+    ASSERT_TRUE(tool("sel-add-event system-boot"));
     EXPECT_TRUE(polledTraps(1).empty());
     EXPECT_EQ(selLastRecordId(), 1);
     for (const char* name : {"slot-fault", "slot-device-installed"})
-        ASSERT_EQ(tool(std::string("sel-add-event ") + name).rfind("FAILED", 0), std::string::npos);
+        ASSERT_TRUE(tool(std::string("sel-add-event ") + name));
     EXPECT_EQ(polledTraps(1), (std::vector<std::string>{kP + ".1000.80.2", kP + ".1000.80.1"}));
     EXPECT_EQ(selLastRecordId(), 3);
 }
