@@ -268,19 +268,19 @@ TEST_F(EventHandlerTest, TrapBuildersGiveEachShape) {
     const struct {
         bool fourObjects;
         eventData event;
-        TrapShape shape; // family null: no trap, the outputs left empty
+        TrapShape shape; // oid null: no trap, the outputs left empty
     } rows[] = {
         {false,
          makeEvent(2, 1, 0, "a system boot event has occurred"),
-         {"90", 2, "a system boot event has occurred", 1, nullptr, 0, "", 0}},
+         {"90.2", "a system boot event has occurred", 1, nullptr, 0, "", 0}},
         // Empty texts go out as empty strings. The other groups' shapes are the end-to-end test's.
-        {true, makeEvent(11, 4, 3, "", 1, ""), {"50", 2, "", 4, "400.10", 1, "", 3}},
+        {true, makeEvent(11, 4, 3, "", 1, ""), {"50.2", "", 4, "400.10", 1, "", 3}},
         {true,
          makeEvent(17, 3, 77, "performance has been met", 9, "dev"),
-         {"50", 17, "performance has been met", 3, "400.40", 9, "dev", 77}},
+         {"50.17", "performance has been met", 3, "400.40", 9, "dev", 77}},
         {true,
          makeEvent(18, 4, 77, "performance is lagging", 9, "dev"),
-         {"70", 12, "performance is lagging", 4, "600.30", 9, "dev", 77}},
+         {"70.12", "performance is lagging", 4, "600.30", 9, "dev", 77}},
         // Records without a trap.
         {false, makeEvent(3, 3, 1, "Chassis OK "), {}},
         {true, makeEvent(9, 6, 1, "slot fault"), {}},
@@ -288,8 +288,8 @@ TEST_F(EventHandlerTest, TrapBuildersGiveEachShape) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.event.nEventGroup);
         const Trap trap = build(row.event, row.fourObjects);
-        EXPECT_EQ(trap.status, row.shape.family == nullptr ? 9u : 0u);
-        if (row.shape.family != nullptr) {
+        EXPECT_EQ(trap.status, row.shape.oid == nullptr ? 9u : 0u);
+        if (row.shape.oid != nullptr) {
             expectTrap(trap, row.shape);
         } else {
             EXPECT_EQ(trap.enterprise, "");

@@ -63,14 +63,12 @@ protected:
 };
 
 // One named event ("!" at the end: logged with --deassert), its trap, and the overall
-// health it moves to (null: no health trap follows).
+// health it moves to (0: no health trap follows).
 struct Step {
     const char* event;
-    const char* family;
-    int32_t specific;
+    const char* oid; // as in TrapShape
     const char* description;
-    int32_t severity;
-    const char* health;
+    int32_t severity, health;
 };
 
 // A device's trap objects and its events, in the order the steps run: the overall
@@ -96,90 +94,84 @@ struct Device {
 // the fixed objects.
 const Device kDevices[] = {
     {{"600.40", 1, "CPU1 Temp", 1},
-     {{"temperature-upper-non-critical-going-high", "70", 17, "Status Changed from OK to Upper Non-Critical",
-       4, "nonCritical"},
-      {"temperature-upper-critical-going-high", "70", 18, "Status Changed to Upper Critical", 5, "critical"},
-      {"temperature-upper-non-recoverable-going-high", "70", 19, "Status is Critical", 6, "nonRecoverable"},
-      {"temperature-upper-critical-going-high-deasserted", "70", 16,
-       "Status Changed from Critical to Upper Non-Critical", 3, "ok"}}},
+     {{"temperature-upper-non-critical-going-high", "70.17", "Status Changed from OK to Upper Non-Critical",
+       4, 4},
+      {"temperature-upper-critical-going-high", "70.18", "Status Changed to Upper Critical", 5, 5},
+      {"temperature-upper-non-recoverable-going-high", "70.19", "Status is Critical", 6, 6},
+      {"temperature-upper-critical-going-high-deasserted", "70.16",
+       "Status Changed from Critical to Upper Non-Critical", 3, 3}}},
     {{"400.30", 1, "P12V", 16},
-     {{"voltage-lower-non-critical-going-low", "50", 12, "Lower Non-critical going low", 4, "nonCritical"},
-      {"voltage-upper-non-critical-going-high", "50", 14, "Upper Non-critical going high", 4, nullptr},
-      {"voltage-lower-critical-going-low", "50", 11, "Lower Critical going low", 5, "critical"},
-      {"voltage-upper-critical-going-high", "50", 15, "Upper Critical going high", 5, nullptr},
-      {"voltage-lower-non-recoverable-going-low", "50", 10, "Lower Non-recoverable going low", 6,
-       "nonRecoverable"},
-      {"voltage-upper-non-recoverable-going-high", "50", 16, "Upper Non-recoverable going high", 6, nullptr},
-      {"voltage-lower-critical-going-low-deasserted", "50", 13, "Lower Critical going low", 3, "ok"}}},
+     {{"voltage-lower-non-critical-going-low", "50.12", "Lower Non-critical going low", 4, 4},
+      {"voltage-upper-non-critical-going-high", "50.14", "Upper Non-critical going high", 4, 0},
+      {"voltage-lower-critical-going-low", "50.11", "Lower Critical going low", 5, 5},
+      {"voltage-upper-critical-going-high", "50.15", "Upper Critical going high", 5, 0},
+      {"voltage-lower-non-recoverable-going-low", "50.10", "Lower Non-recoverable going low", 6, 6},
+      {"voltage-upper-non-recoverable-going-high", "50.16", "Upper Non-recoverable going high", 6, 0},
+      {"voltage-lower-critical-going-low-deasserted", "50.13", "Lower Critical going low", 3, 3}}},
     {{"600.20", 1, "FAN1", 48},
-     {{"fan-lower-non-critical-going-low", "70", 6, "Lower Non-critical going low", 4, "nonCritical"},
-      {"fan-upper-non-critical-going-high", "70", 8, "Upper Non-critical going high", 4, nullptr},
-      {"fan-lower-critical-going-low", "70", 5, "Lower Critical going low", 5, "critical"},
-      {"fan-upper-critical-going-high", "70", 9, "Upper Critical going high", 5, nullptr},
-      {"fan-lower-non-recoverable-going-low", "70", 4, "Lower Non-recoverable going low", 6,
-       "nonRecoverable"},
-      {"fan-upper-non-recoverable-going-high", "70", 10, "Upper Non-recoverable going high", 6, nullptr},
-      {"fan-lower-critical-going-low-deasserted", "70", 7, "Lower Critical going low", 3, "ok"}}},
+     {{"fan-lower-non-critical-going-low", "70.6", "Lower Non-critical going low", 4, 4},
+      {"fan-upper-non-critical-going-high", "70.8", "Upper Non-critical going high", 4, 0},
+      {"fan-lower-critical-going-low", "70.5", "Lower Critical going low", 5, 5},
+      {"fan-upper-critical-going-high", "70.9", "Upper Critical going high", 5, 0},
+      {"fan-lower-non-recoverable-going-low", "70.4", "Lower Non-recoverable going low", 6, 6},
+      {"fan-upper-non-recoverable-going-high", "70.10", "Upper Non-recoverable going high", 6, 0},
+      {"fan-lower-critical-going-low-deasserted", "70.7", "Lower Critical going low", 3, 3}}},
     {{"600.20", 3, "FAN6 Presence", 57},
-     {{"fan-device-removed", "70", 7, "Device Removed/Device Absent", 5, "critical"},
-      {"fan-device-removed!", "70", 7, "Device Removed/Device Absent", 3, "ok"}}},
+     {{"fan-device-removed", "70.7", "Device Removed/Device Absent", 5, 5},
+      {"fan-device-removed!", "70.7", "Device Removed/Device Absent", 3, 3}}},
     {{"600.10", 1, "Fan Redundancy", 56},
-     {{"fan-fully-redundant", "70", 1, "Fully Redundant", 3, nullptr},
-      {"fan-redundancy-degraded", "70", 2, "Redundancy Degraded", 4, nullptr},
-      {"fan-fully-redundant-deasserted", "70", 3, "Fully Redundant", 5, nullptr}}},
+     {{"fan-fully-redundant", "70.1", "Fully Redundant", 3, 0},
+      {"fan-redundancy-degraded", "70.2", "Redundancy Degraded", 4, 0},
+      {"fan-fully-redundant-deasserted", "70.3", "Fully Redundant", 5, 0}}},
     {{nullptr, 0, "", 0},
-     {{"chassis-intrusion", "30", 1, "there has been a chassis intrusion", 5, nullptr},
-      {"chassis-intrusion-deasserted", "30", 2, "Chassis OK", 3, nullptr},
-      {"system-reconfigured", "90", 1, "system has been reconfigured", 1, nullptr},
-      {"system-boot", "90", 2, "system boot event has occurred", 1, nullptr},
-      {"system-hardware-failure", "90", 3, "undetermined system hardware failure", 6, nullptr}}},
+     {{"chassis-intrusion", "30.1", "there has been a chassis intrusion", 5, 0},
+      {"chassis-intrusion-deasserted", "30.2", "Chassis OK", 3, 0},
+      {"system-reconfigured", "90.1", "system has been reconfigured", 1, 0},
+      {"system-boot", "90.2", "system boot event has occurred", 1, 0},
+      {"system-hardware-failure", "90.3", "undetermined system hardware failure", 6, 0}}},
     {{"300.10", 1, "CPU1", 80},
-     {{"processor-ierr", "40", 1, "IERR (Internal Error)", 6, "nonRecoverable"},
-      {"processor-thermal-trip", "40", 2, "Thermal Trip", 6, nullptr},
-      {"processor-frb1-bist-failure", "40", 3, "FRB1/BIST Failure", 5, nullptr},
-      {"processor-frb2-hang-in-post", "40", 4, "FRB2/Hang in POST Failure", 5, nullptr},
-      {"processor-frb3-startup-failure", "40", 5, "FRB3/Processor Startup/Initialization Failure", 5,
-       nullptr},
-      {"processor-configuration-error", "40", 6, "Configuration Error", 5, nullptr},
-      {"processor-uncorrectable-cpu-complex-error", "40", 10, "SM BIOS 'Uncorrectable CPU-Complex Error'", 6,
-       nullptr},
-      {"processor-presence-detected", "40", 7, "processor's presence has been detected", 1, nullptr},
-      {"processor-disabled", "40", 8, "processor has been disabled", 4, "nonCritical"},
-      {"processor-terminator-presence-detected", "40", 9, "terminator's presence has been detected", 1,
-       nullptr},
-      {"processor-ierr!", "40", 1, "IERR (Internal Error)", 3, "ok"}}},
+     {{"processor-ierr", "40.1", "IERR (Internal Error)", 6, 6},
+      {"processor-thermal-trip", "40.2", "Thermal Trip", 6, 0},
+      {"processor-frb1-bist-failure", "40.3", "FRB1/BIST Failure", 5, 0},
+      {"processor-frb2-hang-in-post", "40.4", "FRB2/Hang in POST Failure", 5, 0},
+      {"processor-frb3-startup-failure", "40.5", "FRB3/Processor Startup/Initialization Failure", 5, 0},
+      {"processor-configuration-error", "40.6", "Configuration Error", 5, 0},
+      {"processor-uncorrectable-cpu-complex-error", "40.10", "SM BIOS 'Uncorrectable CPU-Complex Error'", 6,
+       0},
+      {"processor-presence-detected", "40.7", "processor's presence has been detected", 1, 0},
+      {"processor-disabled", "40.8", "processor has been disabled", 4, 4},
+      {"processor-terminator-presence-detected", "40.9", "terminator's presence has been detected", 1, 0},
+      {"processor-ierr!", "40.1", "IERR (Internal Error)", 3, 3}}},
     {{"400.20", 1, "PSU1 Status", 64},
-     {{"psu-presence-detected", "50", 4, "power supply's presence has been detected", 3, nullptr},
-      {"psu-presence-detected-deasserted", "50", 5, "power supply's presence has been lost", 5, "critical"},
-      {"psu-failure-detected", "50", 6, "power supply has suffered a failure", 5, nullptr},
-      {"psu-predictive-failure", "50", 7, "predictive failure has been detected for the power supply", 4,
-       "nonCritical"},
-      {"psu-input-lost", "50", 8, "power supply's input (AC/DC) has been lost", 5, "critical"},
-      {"psu-input-lost-deasserted", "50", 9, "power supply's input (AC/DC) has been regained", 3, "ok"}}},
+     {{"psu-presence-detected", "50.4", "power supply's presence has been detected", 3, 0},
+      {"psu-presence-detected-deasserted", "50.5", "power supply's presence has been lost", 5, 5},
+      {"psu-failure-detected", "50.6", "power supply has suffered a failure", 5, 0},
+      {"psu-predictive-failure", "50.7", "predictive failure has been detected for the power supply", 4, 4},
+      {"psu-input-lost", "50.8", "power supply's input (AC/DC) has been lost", 5, 5},
+      {"psu-input-lost-deasserted", "50.9", "power supply's input (AC/DC) has been regained", 3, 3}}},
     {{"400.10", 0, "", 66},
-     {{"power-fully-redundant", "50", 1, "Fully Redundant", 3, nullptr},
-      {"power-redundancy-degraded", "50", 2, "Redundancy Degraded", 4, "nonCritical"},
-      {"power-redundancy-lost", "50", 3, "Redundancy Lost", 5, "critical"},
-      {"power-fully-redundant", "50", 1, "Fully Redundant", 3, "ok"}}},
+     {{"power-fully-redundant", "50.1", "Fully Redundant", 3, 0},
+      {"power-redundancy-degraded", "50.2", "Redundancy Degraded", 4, 4},
+      {"power-redundancy-lost", "50.3", "Redundancy Lost", 5, 5},
+      {"power-fully-redundant", "50.1", "Fully Redundant", 3, 3}}},
     {{"500.20", 2, "DIMM_A2", 2},
-     {{"memory-correctable-ecc", "60", 1, "correctable ECC error has been detected", 4, "nonCritical"},
-      {"memory-uncorrectable-ecc", "60", 1, "uncorrectable ECC error has been detected", 6, "nonRecoverable"},
-      {"memory-parity", "60", 3, "Parity Error has been detected", 5, nullptr},
-      {"memory-scrub-failed", "60", 4, "memory scrub failed", 5, nullptr},
-      {"memory-device-disabled", "60", 5, "memory device has been disabled", 4, "nonCritical"},
-      {"memory-ecc-logging-limit-reached", "60", 5, "correctable memory error logging has been disabled", 4,
-       nullptr},
-      {"memory-correctable-ecc!", "60", 1, "correctable ECC error has been detected", 3, "ok"}}},
+     {{"memory-correctable-ecc", "60.1", "correctable ECC error has been detected", 4, 4},
+      {"memory-uncorrectable-ecc", "60.1", "uncorrectable ECC error has been detected", 6, 6},
+      {"memory-parity", "60.3", "Parity Error has been detected", 5, 0},
+      {"memory-scrub-failed", "60.4", "memory scrub failed", 5, 0},
+      {"memory-device-disabled", "60.5", "memory device has been disabled", 4, 4},
+      {"memory-ecc-logging-limit-reached", "60.5", "correctable memory error logging has been disabled", 4,
+       0},
+      {"memory-correctable-ecc!", "60.1", "correctable ECC error has been detected", 3, 3}}},
     {{"700.10", 1, "Drive 0", 112},
-     {{"drive-present", "100", 2, "drive slot reports the device has been inserted or is present", 3,
-       nullptr},
-      {"drive-present-deasserted", "100", 1, "drive slot reports the device has been removed or is absent", 5,
-       nullptr}}},
+     {{"drive-present", "100.2", "drive slot reports the device has been inserted or is present", 3, 0},
+      {"drive-present-deasserted", "100.1", "drive slot reports the device has been removed or is absent", 5,
+       0}}},
     {{"", 0, "", 160},
-     {{"slot-power-off", "80", 3, "slot power is OFF", 3, nullptr},
-      {"slot-power-off-deasserted", "80", 4, "slot power is ON", 3, nullptr},
-      {"slot-device-installed", "80", 1, "device installed in the slot", 3, nullptr},
-      {"slot-fault", "80", 2, "slot fault status asserted", 5, nullptr}}},
+     {{"slot-power-off", "80.3", "slot power is OFF", 3, 0},
+      {"slot-power-off-deasserted", "80.4", "slot power is ON", 3, 0},
+      {"slot-device-installed", "80.1", "device installed in the slot", 3, 0},
+      {"slot-fault", "80.2", "slot fault status asserted", 5, 0}}},
 };
 
 const char* const kHealthNames[] = {"",         "other",         "unknown", "ok", "nonCritical",
@@ -210,16 +202,12 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
             ASSERT_EQ(CheckForNewSELEntry(), 1);
             EXPECT_EQ(selLastRecordId(), ++recordId);
             const std::vector<Trap> traps = collectTraps();
-            ASSERT_EQ(traps.size(), step.health != nullptr ? 2u : 1u);
-            expectTrap(traps[0],
-                       {step.family, step.specific, step.description, step.severity, device.objects.table,
-                        device.objects.instance, device.objects.name, device.objects.id});
-            if (step.health != nullptr) {
-                int32_t number = 1;
-                while (number < 6 && step.health != std::string(kHealthNames[number]))
-                    ++number;
-                expectHealthTrap(traps[1], number, (health + " to " + step.health).c_str());
-                health = step.health;
+            ASSERT_EQ(traps.size(), step.health != 0 ? 2u : 1u);
+            expectTrap(traps[0], {step.oid, step.description, step.severity, device.objects.table,
+                                  device.objects.instance, device.objects.name, device.objects.id});
+            if (step.health != 0) {
+                expectHealthTrap(traps[1], step.health, health + " to " + kHealthNames[step.health]);
+                health = kHealthNames[step.health];
             }
         }
     }

@@ -79,8 +79,7 @@ inline std::vector<Trap> collectTraps() {
 
 // What a device, two-object or fixed-object trap carries.
 struct TrapShape {
-    const char* family; // the event OID is P.1000.<family>.<specific>
-    int32_t specific;
+    const char* oid; // the event OID is P.1000.<oid>
     const char* description;
     int32_t severity;
     const char* table; // device objects: MIB table under P; "" the fixed objects; null two objects
@@ -90,7 +89,7 @@ struct TrapShape {
 };
 
 inline void expectTrap(const Trap& trap, const TrapShape& s) {
-    EXPECT_EQ(trap.eventOid, kP + ".1000." + s.family + "." + std::to_string(s.specific));
+    EXPECT_EQ(trap.eventOid, kP + ".1000." + s.oid);
     const bool device = s.table != nullptr && s.table[0] != '\0';
     const std::string fixed = kP + ".1000.10.", at = "." + std::to_string(s.instance);
     const std::string column = kP + "." + (device ? s.table : "") + ".1.";
