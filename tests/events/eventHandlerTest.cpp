@@ -245,50 +245,6 @@ TEST_F(EventHandlerTest, HealthLockIsFreeAfterAnotherThreadsTrap) {
     EXPECT_EQ(handler.healthStatus(), 6);
 }
 
-// Variable bindings as the SNMP service receives them, from either builder.
-TEST_F(EventHandlerTest, TrapBuildersGiveEachShape) {
-    const auto build = [this](const eventData& e, bool fourObjects) {
-        AsnObjectIdentifier enterprise = {0, nullptr};
-        SnmpVarBindList list = {nullptr, 0};
-        const uint32_t status = fourObjects ? handler.send4ObjEvent(e, &enterprise, &list)
-                                            : handler.send2ObjEvent(e, &enterprise, &list);
-        Trap trap = takeBuilt(enterprise, 0, list);
-        trap.status = status;
-        return trap;
-    };
-    const struct {
-        bool fourObjects;
-        eventData event;
-        TrapShape shape; // oid null: no trap, the outputs left empty
-    } rows[] = {
-        {false,
-         makeEvent(2, 1, 0, "a system boot event has occurred"),
-         {"90.2", "a system boot event has occurred", 1, nullptr, 0, "", 0}},
-        // Empty texts go out as empty strings. The other groups' shapes are the end-to-end test's.
-        {true, makeEvent(11, 4, 3, "", 1, ""), {"50.2", "", 4, "400.10", 1, "", 3}},
-        {true,
-         makeEvent(17, 3, 77, "performance has been met", 9, "dev"),
-         {"50.17", "performance has been met", 3, "400.40", 9, "dev", 77}},
-        {true,
-         makeEvent(18, 4, 77, "performance is lagging", 9, "dev"),
-         {"70.12", "performance is lagging", 4, "600.30", 9, "dev", 77}},
-        // Records without a trap.
-        {false, makeEvent(3, 3, 1, "Chassis OK "), {}},
-        {true, makeEvent(9, 6, 1, "slot fault"), {}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.event.nEventGroup);
-        const Trap trap = build(row.event, row.fourObjects);
-        EXPECT_EQ(trap.status, row.shape.oid == nullptr ? 9u : 0u);
-        if (row.shape.oid != nullptr) {
-            expectTrap(trap, row.shape);
-        } else {
-            EXPECT_EQ(trap.enterprise, "");
-            EXPECT_TRUE(trap.bindings.empty());
-        }
-    }
-}
-
 // Each clone's own table is the end-to-end test's (the named events); here the device
 // looked for in a second table, not found, or found without a description.
 TEST_F(EventHandlerTest, ClonesFallBackToTheirSecondTable) {

@@ -33,22 +33,12 @@ public:
 // The 16 bytes of a system event record from the BMC (owner 0x20, LUN 0).
 std::array<uint8_t, 16> selRaw(uint16_t id, uint8_t sensorType, uint8_t sensorNumber, uint8_t eventType,
                                uint8_t offset, bool deassertion = false) {
-    return {static_cast<uint8_t>(id),
-            static_cast<uint8_t>(id >> 8),
-            0x02,
-            0x00,
-            0x5e,
-            0x20,
-            0x69,
-            0x20,
-            0x00,
-            0x04,
-            sensorType,
-            sensorNumber,
-            static_cast<uint8_t>(eventType | (deassertion ? 0x80 : 0)),
-            offset,
-            0xff,
-            0xff};
+    std::array<uint8_t, 16> raw{0,    0,          0x02,         0,         0x5e,   0x20, 0x69, 0x20, 0,
+                                0x04, sensorType, sensorNumber, eventType, offset, 0xff, 0xff};
+    raw[0] = id & 0xff;
+    raw[1] = id >> 8;
+    raw[12] |= deassertion ? 0x80 : 0;
+    return raw;
 }
 
 // Answers every path from the simulated server, except the ones listed as failing and,
@@ -162,39 +152,35 @@ TEST_F(SelPollerTest, SingleEventsBecomeTheirTraps) {
         const char* oid; // under P.1000
         int32_t severity;
         const char* description; // or null
-        bool note;               // a REDUNDANCY_LOST note on the standard error stream
     } rows[] = {
         // Lower fan thresholds crossed going high.
-        {0x04, 48, 0x01, 1, false, ".70.6", 4, "Lower Non-critical going high", false},
-        {0x04, 48, 0x01, 3, false, ".70.5", 5, "Lower Critical going high", false},
-        {0x04, 48, 0x01, 5, false, ".70.4", 6, "Lower Non-recoverable going high", false},
+        {0x04, 48, 0x01, 1, false, ".70.6", 4, "Lower Non-critical going high"},
+        {0x04, 48, 0x01, 3, false, ".70.5", 5, "Lower Critical going high"},
+        {0x04, 48, 0x01, 5, false, ".70.4", 6, "Lower Non-recoverable going high"},
         // Fan presence sensors (57, whose removal the named events reach end to end, and 58).
-        {0x04, 57, 0x08, 1, true, ".70.7", 3, "Device Inserted/Device Present", false},
-        {0x04, 58, 0x08, 0, false, ".70.7", 3, "Device Removed/Device Absent", false},
-        {0x04, 58, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present", false},
-        {0x04, 58, 0x08, 1, true, ".70.7", 5, "Device Inserted/Device Present", false},
+        {0x04, 57, 0x08, 1, true, ".70.7", 3, "Device Inserted/Device Present"},
+        {0x04, 58, 0x08, 0, false, ".70.7", 3, "Device Removed/Device Absent"},
+        {0x04, 58, 0x08, 1, false, ".70.7", 3, "Device Inserted/Device Present"},
+        {0x04, 58, 0x08, 1, true, ".70.7", 5, "Device Inserted/Device Present"},
         // A cooling device that is no redundancy sensor: lost redundancy is an error,
         // degraded redundancy is noted only.
-        {0x0A, 59, 0x6F, 1, false, ".70.3", 5, nullptr, false},
-        {0x0A, 59, 0x6F, 1, true, ".70.1", 3, nullptr, false},
-        {0x0A, 59, 0x6F, 2, false, ".70.1", 3, nullptr, true},
-        {0x0A, 59, 0x6F, 0, true, ".70.1", 3, nullptr, false},
+        {0x0A, 59, 0x6F, 1, false, ".70.3", 5, nullptr},
+        {0x0A, 59, 0x6F, 1, true, ".70.1", 3, nullptr},
+        {0x0A, 59, 0x6F, 2, false, ".70.1", 3, nullptr},
+        {0x0A, 59, 0x6F, 0, true, ".70.1", 3, nullptr},
         // A redundancy sensor: lost redundancy is reported through its degraded states.
-        {0x04, 56, 0x0B, 1, false, ".70.1", 3, nullptr, false},
-        {0x04, 56, 0x0B, 9, false, ".70.3", 5, nullptr, false},
+        {0x04, 56, 0x0B, 1, false, ".70.1", 3, nullptr},
+        {0x04, 56, 0x0B, 9, false, ".70.3", 5, nullptr},
         // A power unit whose reading asserts no state at all reports OK.
-        {0x09, 68, 0x0B, 1, false, ".50.1", 3, nullptr, false},
-        {0x09, 66, 0x0B, 8, false, ".50.3", 5, nullptr, false},
+        {0x09, 68, 0x0B, 1, false, ".50.1", 3, nullptr},
+        {0x09, 66, 0x0B, 8, false, ".50.3", 5, nullptr},
     };
     uint16_t id = 3;
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.sensorNumber) + "/" + std::to_string(row.offset) +
                      (row.deassertion ? "d" : "a"));
         freshHandler();
-        testing::internal::CaptureStderr();
         pollWith(selRaw(id++, row.sensorType, row.sensorNumber, row.eventType, row.offset, row.deassertion));
-        const std::string err = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(err.find("REDUNDANCY_LOST") != std::string::npos, row.note) << err;
         const std::vector<Trap> traps = collectTraps();
         ASSERT_FALSE(traps.empty());
         EXPECT_EQ(traps[0].eventOid, kP + ".1000" + row.oid);
@@ -315,11 +301,10 @@ TEST_F(SelPollerTest, EventBeforeStartUpCompletesIsDeliveredOnceStarted) {
              ++regions) {
         }
     });
-    const std::string t = pollWith(selRaw(3, 0x07, 80, 0x6F, 0));
+    pollWith(selRaw(3, 0x07, 80, 0x6F, 0));
     EXPECT_TRUE(IsInitDone());
     EXPECT_EQ(g_retrySleeps, std::vector<DWORD>(2, 30000));
     EXPECT_EQ(specificsOf(collectTraps(), kP + ".1000.40"), std::vector<int32_t>{1});
-    EXPECT_EQ(sensortest::countOf(t, "initialzation not complete yet"), 2u) << t;
 }
 
 // A close while the poller sits in a 30-second hand-off retry ends the wait: the service's
