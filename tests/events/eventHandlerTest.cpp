@@ -62,7 +62,6 @@ class EventHandlerTest : public ::testing::Test {
 protected:
     // The sink the front end installs at start-up, for the clones.
     void SetUp() override { setEventSink({&addEvent, &AssertTrap, &IsInitDone}); }
-    std::string trace() { return m_trace.text(); }
 
     ScopedTrace m_trace;
     Started s{3};
@@ -82,9 +81,9 @@ TEST_F(EventHandlerTest, EmptyQueueGivesNoTrapAndUnwantedGroupsAreDroppedInTheSa
     trap = takeTrap(handler);
     EXPECT_EQ(trap.flag, 1);
     EXPECT_EQ(trap.enterprise, kEvent + ".70.17");
-    EXPECT_NE(
-        trace().find("Event is not one we care about\nCheck if the event is one we care about\nEvent is 14"),
-        std::string::npos);
+    EXPECT_NE(m_trace.text().find(
+                  "Event is not one we care about\nCheck if the event is one we care about\nEvent is 14"),
+              std::string::npos);
     // Performance events have builders but are never sent, and never counted.
     handler.addEvent(makeEvent(17, 5, 2, "performance is lagging"));
     handler.addEvent(makeEvent(18, 5, 3, "performance is lagging"));
@@ -158,25 +157,9 @@ TEST_F(EventHandlerTest, OtherAndUnknownHealthAreNotRaisedToOkByEmptyLists) {
     }
 }
 
-TEST_F(EventHandlerTest, HealthListOperations) {
-    for (int32_t severity : {3, 1})
-        EXPECT_EQ(handler.insertElement(makeEvent(14, severity, 1, "")), 9u);
-    EXPECT_EQ(handler.insertElementByDeviceId(1, 7), 9u);
-    for (int32_t device : {1, 2, 1})
-        EXPECT_EQ(handler.insertElement(makeEvent(14, 4, device, "")), 0u);
-    EXPECT_EQ(handler.nonCriticalList(), Ids({1, 2}));
-    // Seeding can put one id into two lists; removal takes the first occurrence only.
-    EXPECT_EQ(handler.insertElementByDeviceId(5, 5), 0u);
-    EXPECT_EQ(handler.insertElementByDeviceId(5, 6), 0u);
-    EXPECT_EQ(handler.removeElement(5), 0u);
-    EXPECT_TRUE(handler.criticalList().empty());
-    EXPECT_EQ(handler.nonRecoverableList(), Ids({5}));
-    EXPECT_EQ(handler.removeElement(99) + handler.removeElement(1), 0u);
-    EXPECT_EQ(handler.nonCriticalList(), Ids({2}));
-}
-
-// Texts that fill their whole field, unterminated, are cut at the field's end.
-TEST_F(EventHandlerTest, AddEventCutsUnterminatedTexts) {
+// Texts that fill their whole field, unterminated, are cut at the field's end; so are
+// the texts of a decoded event that are longer than their record fields.
+TEST_F(EventHandlerTest, LongAndUnterminatedTextsAreCut) {
     eventData e = makeEvent(19, 3, 8, "");
     std::memset(e.stDeviceDesc, 'b', sizeof(e.stDeviceDesc));
     std::memset(e.stEventDesc, 'e', sizeof(e.stEventDesc));
@@ -190,6 +173,15 @@ TEST_F(EventHandlerTest, AddEventCutsUnterminatedTexts) {
     ASSERT_EQ(trap.bindings.size(), 4u);
     EXPECT_EQ(trap.bindings[0].text.size(), 1023u);
     EXPECT_EQ(trap.bindings[2].text, std::string(127, 'b'));
+
+    CEventWrapper event = eventWrapper(1, std::string(300, 'd').c_str(), "OK");
+    event.setTimeStamp(std::string(200, 't'));
+    event.setSensorType(std::string(128, 's'));
+    runEventClone(*findEventClone(12), event);
+    ASSERT_EQ(client.added.size(), 1u);
+    EXPECT_EQ(std::string(client.added[0].stEventDesc), std::string(128, 'd'));
+    EXPECT_EQ(std::string(client.added[0].stTimeStamp), std::string(127, 't'));
+    EXPECT_EQ(std::string(client.added[0].stSensorType), std::string(127, 's'));
 }
 
 // One thread queues events while another drains them into traps.
@@ -277,17 +269,6 @@ TEST_F(EventHandlerTest, ClonesFallBackToTheirSecondTable) {
         EXPECT_STREQ(e.stEventDesc, "Upper Critical going high");
         EXPECT_EQ(e.nSeverity, 5);
     }
-}
-
-TEST_F(EventHandlerTest, LongTextsAreCut) {
-    CEventWrapper event = eventWrapper(1, std::string(300, 'd').c_str(), "OK");
-    event.setTimeStamp(std::string(200, 't'));
-    event.setSensorType(std::string(128, 's'));
-    runEventClone(*findEventClone(12), event);
-    ASSERT_EQ(client.added.size(), 1u);
-    EXPECT_EQ(std::string(client.added[0].stEventDesc), std::string(128, 'd'));
-    EXPECT_EQ(std::string(client.added[0].stTimeStamp), std::string(127, 't'));
-    EXPECT_EQ(std::string(client.added[0].stSensorType), std::string(127, 's'));
 }
 
 } // namespace

@@ -21,10 +21,7 @@ protected:
     // Hands `type` events to the sink as an outside module does; what HandleEvent answered.
     int handle(int type, const char* description) {
         CEventWrapper event = eventWrapper(5, description);
-        CEventInterface* sink = new SNMP_EventInterface();
-        const int answer = sink->HandleEvent(event, type);
-        delete sink;
-        return answer;
+        return std::unique_ptr<CEventInterface>(new SNMP_EventInterface())->HandleEvent(event, type);
     }
 
     hmtest::TempDir m_dir{"hm-events-lib-"};

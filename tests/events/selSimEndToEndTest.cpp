@@ -33,8 +33,6 @@ protected:
                                   s_dir->file("agent.log"));
         setenv("HMSUBAGENT_REGISTRY", s_dir->file("registry.reg").c_str(), 1);
         setenv("KELVARN_CONFIG", s_dir->file("kelvarn.conf").c_str(), 1);
-        kelvarn::setProcessResponder(nullptr);
-        resetSelPoller();
         setSelPollSleep(parkPoller);
         setHandOffRetrySleep(recordRetrySleep);
         HANDLE trapEvent = nullptr;
@@ -182,7 +180,6 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
     ASSERT_EQ(CheckForNewSELEntry(), 0);
     EXPECT_EQ(selLastRecordId(), 2);
     ASSERT_TRUE(collectTraps().empty());
-    const ThresholdEventCounts before = thresholdEventCounts();
     std::set<std::string> covered;
     int32_t recordId = 2;
     std::string health = "ok";
@@ -212,11 +209,6 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
         }
     }
     EXPECT_TRUE(g_retrySleeps.empty()); // every event was delivered on its first hand-off
-    // The threshold steps (temperature, voltage, fan), counted by the class of their offset.
-    const ThresholdEventCounts after = thresholdEventCounts();
-    EXPECT_EQ(after.nonCritical - before.nonCritical, 5u);
-    EXPECT_EQ(after.critical - before.critical, 8u);
-    EXPECT_EQ(after.nonRecoverable - before.nonRecoverable, 5u);
     size_t count = 0;
     const kelvarn::NamedEvent* events = kelvarn::namedEvents(count);
     for (size_t i = 0; i < count; ++i)
@@ -237,13 +229,9 @@ std::vector<std::string> polledTraps(int expected) {
     return oids;
 }
 
-// The tool itself: its table, a named event, a refusal, and a SEL cleared under the
+// The tool itself: a named event, a refusal, and a SEL cleared under the
 // running agent, after which polling starts again from the newest entry.
 TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
-    EXPECT_NE(hmtest::runCommand(std::string(HM_KELVARN_SIM) + " list-events")
-                  .output.find("\nprocessor-ierr                                     Processor (0x07)       "
-                               "0x6f       0      assert\n"),
-              std::string::npos);
     EXPECT_FALSE(tool("sel-add-event processor-melted"));
     ASSERT_TRUE(polledTraps(0).empty()) << "the table test leaves no entry unpolled";
     ASSERT_TRUE(tool("sel-add-event chassis-intrusion --sensor Intrusion"));
