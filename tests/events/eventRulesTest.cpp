@@ -14,6 +14,7 @@
 #include "events/selPoller.h"
 #include "platform/CString.h"
 #include "support/oids.h"
+#include "trapHarness.h"
 
 namespace {
 
@@ -107,19 +108,6 @@ TEST(SelDecode, EachSensorSpecificOffsetHasOneDescription) {
     EXPECT_STREQ(uncorrectable->assertion, "machine check exception (uncorrectable)");
 }
 
-TEST(SelDecode, RoutingOfANullRecordIsRefused) {
-    EXPECT_EQ(routeEvent(nullptr), 0);
-}
-
-eventData record(int32_t group, int32_t severity, const char* description) {
-    eventData e;
-    std::memset(&e, 0, sizeof(e));
-    e.nEventGroup = group;
-    e.nSeverity = severity;
-    std::strncpy(e.stEventDesc, description, sizeof(e.stEventDesc) - 1);
-    return e;
-}
-
 // The rules of every group that the named events of the end-to-end test do not reach
 // (other wordings, severities, precedence; uncorrectable ECC and logging disabled read
 // as .60.1 and .60.5 there), and near misses.
@@ -166,14 +154,17 @@ TEST(EventOidSelection, OtherWordingsPrecedenceAndNearMisses) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.group) + "/" + std::to_string(row.severity) + " " + row.description);
-        const AsnObjectIdentifier* oid = selectEventOID(record(row.group, row.severity, row.description));
+        const AsnObjectIdentifier* oid =
+            selectEventOID(makeEvent(row.group, row.severity, 0, row.description));
         EXPECT_EQ(oid == nullptr ? "" : dotted(oid),
                   row.expected[0] == '\0' ? "" : kP + ".1000" + row.expected);
     }
+    for (int32_t group : {0, 6, 7, 13, 16, 20, -1}) // groups without traps
+        EXPECT_EQ(selectEventOID(makeEvent(group, 5, 0, "Lower Critical going low")), nullptr) << group;
 }
 
 TEST(EventOidSelection, DescriptionFillingTheWholeFieldIsSearchedWithoutOverread) {
-    eventData e = record(12, 5, "");
+    eventData e = makeEvent(12, 5, 0, "");
     std::memset(e.stEventDesc, 'x', sizeof(e.stEventDesc));
     std::memcpy(e.stEventDesc + sizeof(e.stEventDesc) - 4, "FRB3", 4); // no terminating NUL
     EXPECT_EQ(dotted(getProcessorEventOID(e)), kP + ".1000.40.5");

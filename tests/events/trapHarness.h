@@ -7,12 +7,14 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
+#include "events/eventData.h"
 #include "events/eventInterface.h"
 #include "support/files.h"
 #include "support/oids.h"
@@ -127,6 +129,20 @@ private:
     hmtest::TempDir m_dir{"hm-events-trace-"};
     std::string m_path = m_dir / "trace.log";
 };
+
+// A record as the event clones queue it.
+eventData makeEvent(int32_t group, int32_t severity, int32_t deviceId, const char* description,
+                    int32_t instance = 1, const char* deviceName = "") {
+    eventData e;
+    std::memset(&e, 0, sizeof(e));
+    e.nEventGroup = group;
+    e.nSeverity = severity;
+    e.nDeviceID = deviceId;
+    e.nInstIndex = instance;
+    std::strncpy(e.stEventDesc, description, sizeof(e.stEventDesc) - 1);
+    std::strncpy(e.stDeviceDesc, deviceName, sizeof(e.stDeviceDesc) - 1);
+    return e;
+}
 
 // An asserted event as a decoder hands it to the event interface.
 inline CEventWrapper eventWrapper(int32_t deviceId, const char* description, const char* status = "Error") {
