@@ -58,7 +58,6 @@ TEST_F(EventHandlerTest, EmptyQueueGivesNoTrapAndUnwantedGroupsAreDroppedInTheSa
     Trap trap = takeTrap(handler);
     EXPECT_EQ(trap.status, 0u);
     EXPECT_EQ(trap.flag, 0);
-    EXPECT_EQ(trap.enterprise, "");
 
     handler.addEvent(makeEvent(7, 5, 1, "Lower Critical going low"));
     handler.addEvent(makeEvent(14, 4, 12, "Upper Non-critical going high", 2, "CPU Temp"));
@@ -238,9 +237,7 @@ TEST_F(EventHandlerTest, ClonesFallBackToTheirSecondTable) {
     client.names[{7, 1}] = "VBAT status";
     client.positions[{13, 7}] = 9; // found, but its row has no description
     const struct {
-        int type;
-        int32_t device;
-        int32_t instance;
+        int32_t type, device, instance;
         const char* name;
     } rows[] = {{4, 5, 2, "FAN1"}, {4, 6, 4, "Fan Redundancy"}, {5, 6, 4, "Fan Redundancy"}, {14, 6, 0, ""},
                 {14, 7, 9, ""},    {15, 6, 2, "VBAT status"}};

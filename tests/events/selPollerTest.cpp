@@ -171,8 +171,7 @@ TEST_F(SelPollerTest, SingleEventsBecomeTheirTraps) {
     };
     uint16_t id = 3;
     for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(row.sensorNumber) + "/" + std::to_string(row.offset) +
-                     (row.deassertion ? "d" : "a"));
+        SCOPED_TRACE(id); // the row's record ID: 3 for the first
         freshHandler();
         pollWith(selRaw(id++, row.sensorType, row.sensorNumber, row.eventType, row.offset, row.deassertion));
         const std::vector<Trap> traps = collectTraps();

@@ -63,9 +63,7 @@ protected:
 // One named event ("!" at the end: logged with --deassert), its trap, and the overall
 // health it moves to (0: no health trap follows).
 struct Step {
-    const char* event;
-    const char* oid; // as in TrapShape
-    const char* description;
+    const char *event, *oid, *description; // the OID as in TrapShape
     int32_t severity, health;
 };
 

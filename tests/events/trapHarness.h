@@ -151,8 +151,6 @@ inline CEventWrapper eventWrapper(int32_t deviceId, const char* description, con
     w.setDeviceId(deviceId);
     w.setDescription(description);
     w.setStatus(status);
-    w.setTimeStamp("11/21/2026 22:10:05");
-    w.setSensorType("Temperature");
     return w;
 }
 
