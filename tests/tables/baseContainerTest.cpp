@@ -103,24 +103,23 @@ TEST(BaseContainerTest, RowsIdsDescriptionsAndMaxStatusInBothLayouts) {
     SensorTable sensors({{10, 3, "CPU temp"}, {11, 5, "Inlet temp"}, {10, 4, "c"}});
     InventoryTable processors({{1, 6, "CPU1"}, {2, 3, ""}});
     SensorTable empty({});
-    EXPECT_EQ(1, sensors.findIndexById(10));
-    EXPECT_EQ(2, sensors.findIndexById(11));
-    EXPECT_EQ(0, sensors.findIndexById(8));
-    EXPECT_EQ(0, empty.findIndexById(0));
-    EXPECT_EQ(5, sensors.getMaxStatus());
-    EXPECT_EQ(3, SensorTable({{1, 1, ""}, {2, 3, ""}, {3, 2, ""}}).getMaxStatus());
-    EXPECT_EQ(6, processors.getMaxStatus());
-    EXPECT_EQ(0, empty.getMaxStatus());
+    // Positions from 1, the first row of an id; 0 when absent.
+    EXPECT_EQ((std::vector<int>{1, 2, 0, 0}),
+              (std::vector<int>{sensors.findIndexById(10), sensors.findIndexById(11),
+                                sensors.findIndexById(8), empty.findIndexById(0)}));
+    EXPECT_EQ((std::vector<int>{5, 3, 6, 0}),
+              (std::vector<int>{sensors.getMaxStatus(),
+                                SensorTable({{1, 1, ""}, {2, 3, ""}, {3, 2, ""}}).getMaxStatus(),
+                                processors.getMaxStatus(), empty.getMaxStatus()}));
     EXPECT_EQ(3, sensors.getCount());
     EXPECT_STREQ("Inlet temp", sensors.getDescription(1));
     EXPECT_STREQ("CPU1", processors.getDescription(0));
-    EXPECT_EQ(nullptr, sensors.getDescription(3));
-    EXPECT_EQ(nullptr, sensors.getDescription(-1));
     ASSERT_NE(nullptr, sensors.getRow(1));
     EXPECT_EQ(11u, static_cast<TemperatureInfo*>(sensors.getRow(1))->id);
-    EXPECT_EQ(nullptr, sensors.getRow(3));
-    EXPECT_EQ(nullptr, empty.getRow(0));
-    EXPECT_EQ(nullptr, empty.getDescription(0));
+    for (const void* outside :
+         std::initializer_list<const void*>{sensors.getDescription(3), sensors.getDescription(-1),
+                                            sensors.getRow(3), empty.getRow(0), empty.getDescription(0)})
+        EXPECT_EQ(nullptr, outside);
 }
 
 // Rows that are not "ok" go to the health lists; nothing to seed leaves them empty. A row of
@@ -128,13 +127,13 @@ TEST(BaseContainerTest, RowsIdsDescriptionsAndMaxStatusInBothLayouts) {
 TEST(BaseContainerTest, SeedHealth) {
     eventHandler handler;
     ASSERT_EQ(0u, handler.init());
-    EXPECT_EQ(0u, SensorTable({{10, 3, ""}, {11, 3, ""}}).seedHealth(&handler));
-    EXPECT_EQ(9u, SensorTable({{10, 2, ""}}).seedHealth(&handler));
-    EXPECT_EQ(0u, SensorTable({}).seedHealth(&handler));
-    EXPECT_EQ(0u, SensorTable({{10, 5, ""}}).seedHealth(nullptr));
-    EXPECT_TRUE(handler.nonCriticalList().empty());
-    EXPECT_TRUE(handler.criticalList().empty());
-    EXPECT_TRUE(handler.nonRecoverableList().empty());
+    EXPECT_EQ((std::vector<uint32_t>{0, 9, 0, 0}),
+              (std::vector<uint32_t>{SensorTable({{10, 3, ""}, {11, 3, ""}}).seedHealth(&handler),
+                                     SensorTable({{10, 2, ""}}).seedHealth(&handler),
+                                     SensorTable({}).seedHealth(&handler),
+                                     SensorTable({{10, 5, ""}}).seedHealth(nullptr)}));
+    EXPECT_TRUE(handler.nonCriticalList().empty() && handler.criticalList().empty() &&
+                handler.nonRecoverableList().empty());
     EXPECT_EQ(0u, SensorTable({{10, 3, ""}, {11, 4, ""}, {12, 6, ""}, {13, 5, ""}}).seedHealth(&handler));
     EXPECT_EQ(0u, InventoryTable({{20, 5, ""}, {21, 3, ""}}).seedHealth(&handler));
     EXPECT_EQ((std::list<int32_t>{11}), handler.nonCriticalList());

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "core/hmClientApi.h"
 #include "inventoryTestSupport.h"
@@ -12,22 +14,16 @@ namespace {
 
 using namespace inventorytest;
 
-class DemoWalkTest : public InventoryTest {
-protected:
-    void SetUp() override {
-        InventoryTest::SetUp();
-        setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
-        serveModel(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
-        ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
-    }
-    void TearDown() override {
-        destroyHMClient();
-        unsetenv("HMSUBAGENT_REGISTRY");
-        InventoryTest::TearDown();
-    }
-};
-
-TEST_F(DemoWalkTest, EveryGroupHasRowsAndTheirColumns) {
+// Start-up stops when the service cannot be reached; over the demo server it succeeds.
+TEST(DemoWalk, EveryGroupHasRowsAndTheirColumns) {
+    setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
+    auto unreachable = std::make_shared<sensortest::ScriptedResponder>();
+    unreachable->failAll = true;
+    kelvarn::setProcessResponder(unreachable);
+    EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, initHMClient());
+    destroyHMClient();
+    serveModel(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
+    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
     for (uint32_t entity = systemManagementEntity; entity <= driveSlotEntity; ++entity)
         EXPECT_GT(getTableSize(entity), 0u) << "entity " << entity;
     // From the demo's description: 2 processors, 2 arrays with 8 of 12 DIMMs, one power
@@ -46,32 +42,24 @@ TEST_F(DemoWalkTest, EveryGroupHasRowsAndTheirColumns) {
         EXPECT_EQ(g.rows, getTableSize(g.entity));
         EXPECT_EQ(g.status, getTableStatus(g.entity));
     }
+    // Columns of several kinds through the facade: entity, attribute, index; the answer.
     char* text = nullptr;
-    ASSERT_EQ(CLIENT_SUCCESS, getStrData(powerSupplyEntity, 52, 1, &text));
-    EXPECT_STREQ(
-        "power supply's presence has been detected,predictive failure has been detected for the power supply",
-        text);
-    free(text);
     int32_t value = 0;
-    ASSERT_EQ(CLIENT_SUCCESS, getIntData(powerSupplyEntity, 53, 1, &value));
-    EXPECT_EQ(4, value);
-    ASSERT_EQ(CLIENT_SUCCESS, getIntInfo(processorDeviceEntity, 40, 0, &value));
-    EXPECT_EQ(20, value); // Socket LGA771
-    ASSERT_EQ(CLIENT_SUCCESS, getStrInfo(driveSlotEntity, 154, 3, &text));
-    EXPECT_STREQ("Drive 3", text);
+    EXPECT_EQ(CLIENT_SUCCESS, getStrData(powerSupplyEntity, 52, 1, &text));
+    EXPECT_EQ(
+        "power supply's presence has been detected,predictive failure has been detected for the power supply",
+        std::string(text != nullptr ? text : ""));
     free(text);
-    ASSERT_EQ(CLIENT_SUCCESS, getIntData(driveSlotEntity, 156, 3, &value));
-    EXPECT_EQ(1, value); // the empty bay
-    ASSERT_EQ(CLIENT_SUCCESS, getIntData(chassisInfoEntity, 15, 0, &value));
-    EXPECT_EQ(38, value); // Disabled, Not Implemented, Enabled, Not Implemented
-}
-
-TEST(SmbiosStartUp, UnreachableServiceStopsStartUp) {
-    setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
-    auto script = std::make_shared<sensortest::ScriptedResponder>();
-    script->failAll = true;
-    kelvarn::setProcessResponder(script);
-    EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, initHMClient());
+    EXPECT_EQ(CLIENT_SUCCESS, getStrInfo(driveSlotEntity, 154, 3, &text));
+    EXPECT_EQ("Drive 3", std::string(text != nullptr ? text : ""));
+    free(text);
+    // A supply predicting failure; Socket LGA771; the empty bay; security settings Disabled,
+    // Not Implemented, Enabled, Not Implemented.
+    EXPECT_EQ((std::vector<int32_t>{4, 20, 1, 38}),
+              (std::vector<int32_t>{getIntData(powerSupplyEntity, 53, 1, &value) == 0 ? value : -1,
+                                    getIntInfo(processorDeviceEntity, 40, 0, &value) == 0 ? value : -1,
+                                    getIntData(driveSlotEntity, 156, 3, &value) == 0 ? value : -1,
+                                    getIntData(chassisInfoEntity, 15, 0, &value) == 0 ? value : -1}));
     destroyHMClient();
     kelvarn::setProcessResponder(nullptr);
     unsetenv("HMSUBAGENT_REGISTRY");
