@@ -54,24 +54,20 @@ TEST_F(DebugLogTest, PrefixedLinesAppendedBetweenBanners) {
 // opening banner); closing does not close standard output.
 TEST_F(DebugLogTest, UnopenableOrNoPathFallsBackToStdout) {
     const std::string rest = std::string(kNewLog) + "to stdout 7\n" + kEndLog + "stdout still open\n";
-    const struct {
-        const char* path;
-        std::string expected;
-    } cases[] = {
-        {"", "Error opening File \"\"\nAll messages will go to stdout\n" + rest},
+    const std::pair<const char*, std::string> cases[] = {
         {"/nonexistent-hm-dir/trace.log",
          "Error opening File \"/nonexistent-hm-dir/trace.log\"\nAll messages will go to stdout\n" + rest},
         {nullptr, std::string("to stdout 7\n") + kEndLog + "stdout still open\n"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [path, expected] : cases) {
         testing::internal::CaptureStdout();
-        openDebugLog(c.path, 10);
+        openDebugLog(path, 10);
         debugLog("to stdout %d\n", 7);
         closeDebugLog();
         printf("stdout still open\n");
         fflush(stdout);
-        EXPECT_EQ(c.expected, withoutPrefixes(testing::internal::GetCapturedStdout()))
-            << (c.path ? c.path : "null");
+        EXPECT_EQ(expected, withoutPrefixes(testing::internal::GetCapturedStdout()))
+            << (path ? path : "null");
     }
 }
 

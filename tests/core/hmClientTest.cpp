@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -10,6 +11,7 @@
 #include "core/hmClientApi.h"
 #include "core/systemManagement.h"
 #include "support/files.h"
+#include "tables/cells.h"
 #include "tables/BaseAccessor.h"
 
 namespace {
@@ -17,9 +19,8 @@ namespace {
 using namespace hmtest;
 
 const std::string kDataDir = std::string(HM_TEST_DATA_DIR) + "/core";
-const std::string kRegHeader = "Windows Registry Editor Version 5.00\n\n";
-const std::string kRegKey =
-    kRegHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
+const std::string kRegKey = "Windows Registry Editor Version "
+                            "5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
 
 // A group whose answers are fixed by the test; records the seeding calls it receives.
 struct FakeGroup : BaseAccessor {
@@ -125,12 +126,8 @@ TEST_F(HmClientTest, StartUpEmptyTablesAndEntitiesWithoutAGroup) {
     EXPECT_STREQ(trace.c_str(), static_cast<hmClient*>(gSubagent)->logFilePath());
     // Entity 1 reaches the system group (whose attributes its own tests cover).
     int32_t value = 0;
-    char* sysText = nullptr;
     EXPECT_EQ(CLIENT_SUCCESS, getIntInfo(systemManagementEntity, 3, 0, &value));
     EXPECT_EQ(42, value);
-    EXPECT_EQ(CLIENT_SUCCESS, getStrInfo(systemManagementEntity, 9, 1, &sysText));
-    EXPECT_STREQ("0815", sysText);
-    free(sysText);
     EXPECT_TRUE(isTrapsEnabled() && gSubagent->isDebugEnabled());
     EXPECT_FALSE(isSetsEnabled());
     EXPECT_EQ(2, getHealthstatus());
@@ -162,7 +159,6 @@ TEST_F(HmClientTest, RegistryAndConfigurationFailures) {
         bool traps;
     } cases[] = {
         {"", "Error opening SNMP Parameters registry key", "", false},
-        {kRegHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n", "Error opening SNMP Parameters", "", false},
         {kRegKey + "\"LogFile\"=\"/tmp/unused.log\"\n", "Error retrieving ConfigFile", "", false},
         {kRegKey + "\"ConfigFile\"=\"" + quiet + "\"\n", "Error retrieving LogFile", "", true},
         {kRegKey + "\"ConfigFile\"=\"" + absent + "\"\n\"LogFile\"=\"" + trace + "\"\n",
@@ -178,8 +174,6 @@ TEST_F(HmClientTest, RegistryAndConfigurationFailures) {
         EXPECT_EQ("", testing::internal::GetCapturedStdout());
         EXPECT_FALSE(gSubagent->isDebugEnabled());
         EXPECT_EQ(c.traps, isTrapsEnabled());
-        EXPECT_EQ(1u, getTableSize(systemManagementEntity));
-        EXPECT_EQ(2, getHealthstatus());
         EXPECT_FALSE(fileExists(trace));
         EXPECT_EQ(c.log, static_cast<hmClient*>(gSubagent)->logFilePath());
         openDebugLog(trace.c_str(), 10);
@@ -190,12 +184,24 @@ TEST_F(HmClientTest, RegistryAndConfigurationFailures) {
     }
 }
 
+// Inverse linearization is a DWORD of the agent's Parameters key; absent, zero or not a DWORD: clear.
+TEST_F(HmClientTest, InverseLinearizationSetting) {
+    const std::pair<std::string, bool> cases[] = {{"\"bInverseLinearization\"=dword:00000001\n", true},
+                                                  {"\"bInverseLinearization\"=dword:00000000\n", false},
+                                                  {"\"bInverseLinearization\"=\"1\"\n", false},
+                                                  {"", false}};
+    for (const auto& [line, expected] : cases) {
+        writeFile(registry, kRegKey + line);
+        hmClient::bInverseLinearization = !expected;
+        hmClient().readInverseLinearization();
+        EXPECT_EQ(expected, hmClient::bInverseLinearization) << line;
+    }
+    hmClient::bInverseLinearization = false;
+}
+
 TEST(HmClientHealth, WorstCountedGroupStatusAndSeedingOrder) {
-    const struct {
-        const char* name;
-        std::vector<int> status; // by entity; -1 = no group
-        int32_t expected;
-    } cases[] = {
+    // Name, status by entity (-1 = no group), the health expected.
+    const std::tuple<const char*, std::vector<int>, int32_t> cases[] = {
         //                        entity: 0   1   2  3  4  5  6  7  8  9 10 11 12 13 14
         {"allOk", /*                   */ {-1, -1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, 3},
         {"oneCriticalProbe", /*        */ {-1, -1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 5, 3}, 5},
@@ -207,20 +213,20 @@ TEST(HmClientHealth, WorstCountedGroupStatusAndSeedingOrder) {
         {"otherIsBetterThanUnknown", /**/ {-1, -1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 2},
         {"missingGroupsIgnored", /*    */ {-1, -1, -1, -1, -1, 4}, 4},
     };
-    for (const auto& c : cases) {
-        FakeGroupsClient client(c.status);
+    for (const auto& [name, status, expected] : cases) {
+        FakeGroupsClient client(status);
         client.computeHealthStatus();
-        EXPECT_EQ(c.expected, client.getHealthstatus()) << c.name;
+        EXPECT_EQ(expected, client.getHealthstatus()) << name;
     }
     // Seeding goes through the groups in start-up order and skips the drive slots.
     std::vector<uint32_t> seeded;
-    FakeGroupsClient(cases[1].status, &seeded).seedHealthLists();
+    FakeGroupsClient(std::get<1>(cases[1]), &seeded).seedHealthLists();
     EXPECT_EQ((std::vector<uint32_t>{3, 5, 4, 6, 8, 9, 11, 12, 13}), seeded);
 }
 
 // Routing: every entity reaches its own group, with attribute and index unchanged.
 TEST(HmClientRouting, EachEntityReachesItsGroup) {
-    FakeGroupsClient client({-1, -1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3});
+    FakeGroupsClient client(std::vector<int>(15, 3));
     for (uint32_t entity = 2; entity <= 14; ++entity) {
         SCOPED_TRACE(entity);
         const int32_t code = static_cast<int32_t>(entity * 1000000);
@@ -266,19 +272,115 @@ TEST(HmClientFactory, StartsTheFactoryClientAndGroupsThatCouldNotBeMadeAreEmpty)
 }
 
 TEST(HealthAndStatusNames, MapBothWays) {
-    const struct {
-        const char* name;
-        int32_t status;
-    } names[] = {{"Monitor", 1}, {"Information", 1}, {"OK", 3}, {"Degraded", 4},
-                 {"Error", 5},   {"Fatal", 6},       {"ok", 2}, {"OK ", 2},
-                 {"error", 2},   {"FATAL", 2},       {"", 2},   {"Informational", 2},
-                 {"Monito", 2},  {nullptr, 2}};
-    for (const auto& c : names)
-        EXPECT_EQ(c.status, mapHealthNameToStatus(c.name)) << (c.name ? c.name : "null");
+    const std::pair<const char*, int32_t> names[] = {
+        {"Monitor", 1}, {"Information", 1}, {"OK", 3},    {"Degraded", 4}, {"Error", 5}, {"Fatal", 6},
+        {"ok", 2},      {"OK ", 2},         {"error", 2}, {"FATAL", 2},    {"", 2},      {"Informational", 2},
+        {"Monito", 2},  {nullptr, 2}};
+    for (const auto& [name, status] : names)
+        EXPECT_EQ(status, mapHealthNameToStatus(name)) << (name ? name : "null");
     const char* statusNames[] = {nullptr,       nullptr,    "other",          "unknown", "ok",
                                  "nonCritical", "critical", "nonRecoverable", nullptr,   nullptr};
     for (int32_t status = -1; status <= 8; ++status)
         EXPECT_STREQ(statusNames[status + 1], mapStatusToName(status)) << status;
+}
+
+// The system group: the configuration file's settings.
+// Reads `content` as the configuration file (trace closed) and holds the group.
+struct ReadConfig {
+    hmtest::TempDir dir;
+    systemManagement group;
+    uint32_t status;
+
+    explicit ReadConfig(const std::string& content) {
+        hmtest::writeFile(dir / "hm.conf", content);
+        status = group.init((dir / "hm.conf").c_str(), (dir / "trace.log").c_str());
+        closeDebugLog();
+    }
+    // The published value of `attribute` (numbers are read with index 0, texts with index 1).
+    std::string value(int attribute) {
+        const bool number = attribute <= setsEnabledAttr && attribute != platformDescriptionAttr;
+        return hmtest::cells(group, number ? 0 : 1, attribute, number ? "i" : "s");
+    }
+};
+
+TEST(SystemManagementTest, ReadsSettings) {
+    const std::string filler1023 = "productdescription=" + std::string(1023 - 19, 'D');
+    const std::tuple<std::string, int, std::string> cases[] = {
+        // content, attribute, value
+        {"trapsenabled=1\n", trapsEnabledAttr, "1"},
+        {"trapsenabled=1", trapsEnabledAttr, "1"},                   // no final line end
+        {"", trapsEnabledAttr, "0"},                                 // empty file
+        {"   #trapsenabled=1\n", trapsEnabledAttr, "0"},             // comment after three spaces
+        {"\t#trapsenabled=1\n", trapsEnabledAttr, "0"},              // a setting with an unknown key
+        {"\ttrapsenabled=1\n", trapsEnabledAttr, "0"},               // a tab before the key is kept
+        {"\n\n \ntrapsenabled=1\n\n", trapsEnabledAttr, "1"},        // bare line ends ignored
+        {"Traps Enabled = 1\n", trapsEnabledAttr, "1"},              // capitals and inner spaces
+        {"trapsenabled=1\ntrapsenabled=0\n", trapsEnabledAttr, "0"}, // the last one wins
+        {"trapsenabled\ntrapsenabled=1\n", trapsEnabledAttr, "1"},   // a line without "=" skipped
+        {"debugenabled=0\ntrapsenabled=1\n", trapsEnabledAttr, "1"},
+        {filler1023 + "trapsenabled=1\n", trapsEnabledAttr, "1"}, // the rest of a long line is a line
+        {"platformidx=5\n", platformIdAttr, "5"},                 // the prefix matches
+        {"PlatformID = 42\n", platformIdAttr, "42"},
+        {"platformid=abc\n", platformIdAttr, "0"},
+        {"setsenabled=1\n", setsEnabledAttr, "0"}, // sets stay disabled
+        {"manufacturer =    Example Systems\n", manufacturerAttr, "Example Systems"},
+        {"productversion = \"2.1.0\"\n", productVersionAttr, "2.1.0"},
+        {"manufacturer = Example \"Big\" Systems\n", manufacturerAttr, "Example Big Systems"},
+        {"productbuildnumber=1234\r\n", productBuildNumberAttr, "1234\r"},
+        {"platformdescriptionx=Nope\n", platformDescriptionAttr, ""}, // the whole key only
+        {"platformdescription=Rack server\n", platformDescriptionAttr, "Rack server"},
+        {"productdescription=a=b\n", productDescriptionAttr, "a=b"},
+        {"productname=" + std::string(100, 'N') + "\n", productNameAttr, std::string(63, 'N')},
+        {filler1023 + "trapsenabled=1\n", productDescriptionAttr, std::string(63, 'D')},
+    };
+    for (const auto& [content, attribute, expected] : cases) {
+        SCOPED_TRACE(content.substr(0, 60));
+        ReadConfig config(content);
+        ASSERT_EQ(CLIENT_SUCCESS, config.status);
+        EXPECT_EQ(expected, config.value(attribute));
+        EXPECT_FALSE(config.group.isDebugEnabled());
+        EXPECT_FALSE(hmtest::fileExists(config.dir / "trace.log"));
+    }
+}
+
+// A missing file: 10, the defaults kept, nothing traced.
+TEST(SystemManagementTest, MissingFileReturns10KeepsDefaultsAndLogsNothing) {
+    hmtest::TempDir dir;
+    systemManagement group;
+    EXPECT_EQ(10u, group.init((dir / "absent.conf").c_str(), (dir / "trace.log").c_str()));
+    int32_t value = 0;
+    EXPECT_EQ(CLIENT_SUCCESS, group.getIntInfo(systemStatusAttr, 0, &value));
+    EXPECT_EQ(2, value);
+    EXPECT_FALSE(group.isTrapsEnabled() || group.isDebugEnabled() || hmtest::fileExists(dir / "trace.log"));
+}
+
+// The trace opens at the "debugenabled" line; every later setting line is traced.
+TEST(SystemManagementTest, TracesSettingLinesOnceTheTraceIsOpen) {
+    ReadConfig config("trapsenabled=1\ndebugenabled=1\n# a comment\nManufacturer = \"Example Systems\"\r\n");
+    EXPECT_TRUE(config.group.isDebugEnabled());
+    const std::string trace = hmtest::readFile(config.dir / "trace.log");
+    EXPECT_NE(std::string::npos, trace.find("ptKey=:manufacturer:, stValue=:Example Systems\r:\n"));
+    EXPECT_EQ(std::string::npos, trace.find("ptKey=:trapsenabled:"));
+}
+
+// Only the system group's own attributes, through the getter of their type; nothing is live
+// or writable.
+TEST(SystemManagementTest, GroupInterface) {
+    ReadConfig config("trapsenabled=1\nmanufacturer=Example\n");
+    EXPECT_EQ("!9|!9|!9|!9", hmtest::cells(config.group, 0, manufacturerAttr, "i") + "|" +
+                                 hmtest::cells(config.group, 0, 11, "i") + "|" +
+                                 hmtest::cells(config.group, 1, trapsEnabledAttr, "s") + "|" +
+                                 hmtest::cells(config.group, 1, 0, "s"));
+    int32_t value = 0;
+    char* text = nullptr;
+    EXPECT_EQ(CLIENT_ERROR_NOTSUPPORTED, config.group.getIntData(systemStatusAttr, 0, &value));
+    EXPECT_EQ(CLIENT_ERROR_NOTSUPPORTED, config.group.getStrData(manufacturerAttr, 1, &text));
+    EXPECT_EQ(CLIENT_ERROR_NOTSUPPORTED, config.group.setIntData(trapsEnabledAttr, 0, 1));
+    EXPECT_EQ(1, config.group.getCount());
+    config.group.setStatus(9);
+    EXPECT_EQ("9", config.value(systemStatusAttr));
+    EXPECT_TRUE(config.group.isTrapsEnabled());
+    EXPECT_FALSE(config.group.isSetsEnabled());
 }
 
 } // namespace

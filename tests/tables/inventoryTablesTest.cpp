@@ -1,6 +1,6 @@
 // The SMBIOS, chassis and discrete-sensor tables over a platform file whose contents are
 // known (every column against the value written down here by hand), over servers that lack
-// what they read, and over a real server's SMBIOS table.
+// what they read, over a real server's SMBIOS table, and the demo server through the client facade.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -8,7 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "inventoryTestSupport.h"
+#include "core/hmClientApi.h"
+#include "cells.h"
+#include "tests/platform/sensorTestSupport.h"
 #include "kelvarn/Smbios.h"
 #include "platform/smbiosInventory.h"
 #include "tables/MemoryArray.h"
@@ -27,7 +29,19 @@
 
 namespace {
 
-using namespace inventorytest;
+using hmtest::cells;
+
+std::string dataFile(const std::string& name) {
+    return std::string(HM_TEST_DATA_DIR) + "/inventory/" + name;
+}
+
+void servePlatformFile(const std::string& name) {
+    sensortest::serveModel(kelvarn::loadPlatformFile(dataFile(name)));
+}
+
+void servePlatformText(const std::string& text) {
+    sensortest::serveModel(kelvarn::parsePlatform(text, "test platform"));
+}
 
 template <class T> BaseAccessor* make() {
     return new T();
@@ -90,9 +104,9 @@ std::string rowsOf(BaseAccessor& table, int first, const char* kinds) {
     return all;
 }
 
-using InventoryTablesTest = InventoryTest;
+using InventoryTablesTest = sensortest::TracedTest;
 
-TEST_F(InventoryTablesTest, EveryColumnOfEveryTableOnAKnownServer) {
+TEST_F(InventoryTablesTest, EveryColumnOfEveryTableOnAKnownServerAndTheLiveStates) {
     servePlatformFile("inventory-server.json");
     for (const TableCase& c : kTables) {
         if (*c.kinds == '\0')
@@ -121,14 +135,13 @@ TEST_F(InventoryTablesTest, EveryColumnOfEveryTableOnAKnownServer) {
     EXPECT_EQ(1, processors.findIndexById(80));
     EXPECT_EQ(2, processors.findIndexById(2));
     EXPECT_EQ(14, queryService().Flags());
-}
 
-// Security settings byte: power-on enabled (1) << 6, keyboard not implemented (2) << 4,
-// administrator disabled (0) << 2, front panel reset unknown (3): 64 + 32 + 3 = 99.
-TEST_F(InventoryTablesTest, ChassisEveryScalarAndItsLiveStates) {
-    servePlatformFile("inventory-server.json");
+    // Chassis security settings byte: power-on enabled (1) << 6, keyboard not implemented (2) << 4,
+    // administrator disabled (0) << 2, front panel reset unknown (3): 64 + 32 + 3 = 99. The live
+    // columns follow the platform; the cached ones and the start-up statuses keep what start-up read.
     chassisInfo chassis;
-    ASSERT_EQ(CLIENT_SUCCESS, chassis.init());
+    powerSupply supplies;
+    ASSERT_EQ(CLIENT_SUCCESS, chassis.init() + supplies.init());
     ASSERT_EQ(1, chassis.getCount());
     EXPECT_EQ("3|4|5|4|99|5|17|2|3|1|4711|CH-PART-01|CH-SERIAL-77|ASSET-0042|Testfield Systems",
               cells(chassis, 0, 11, "IIIIIIiiiiissss"));
@@ -137,35 +150,42 @@ TEST_F(InventoryTablesTest, ChassisEveryScalarAndItsLiveStates) {
     // are the same one row.
     EXPECT_EQ("!9|!9|CH-PART-01", cells(chassis, 0, 11, "i") + "|" + cells(chassis, 0, 17, "I") + "|" +
                                       cells(chassis, 1, 22, "s"));
-    servePlatformText("{\"format\": \"kelvarn-platform\", \"version\": 1, \"smbios\": {\"chassis\": "
-                      "{\"thermalState\": \"Non-recoverable\", \"powerOnPassword\": \"Disabled\", "
-                      "\"keyboardPassword\": \"Disabled\", \"administratorPassword\": \"Disabled\", "
-                      "\"frontPanelReset\": \"Disabled\"}}}");
-    EXPECT_EQ("3|3|6|3|0|6", cells(chassis, 0, 11, "IIIIII"));
-    EXPECT_EQ("2|4711|Testfield Systems", cells(chassis, 0, 18, "i..i...s")); // as start-up read them
-}
-
-TEST_F(InventoryTablesTest, LiveStatusFollowsThePlatform) {
-    servePlatformFile("inventory-server.json");
-    powerSupply table;
-    ASSERT_EQ(CLIENT_SUCCESS, table.init());
-    // PSU1 now reports a failure; its start-up status stays what it was. PSU2 is gone from the
-    // platform: its state cannot be read.
+    // PSU1 now reports a failure; PSU2 and PSU3 are gone from the platform: their state cannot be read.
     servePlatformText(
-        "{\"format\": \"kelvarn-platform\", \"version\": 1, \"bmc\": {\"sensors\": ["
+        "{\"format\": \"kelvarn-platform\", \"version\": 1, \"smbios\": {\"chassis\": "
+        "{\"thermalState\": \"Non-recoverable\", \"powerOnPassword\": \"Disabled\", "
+        "\"keyboardPassword\": \"Disabled\", \"administratorPassword\": \"Disabled\", "
+        "\"frontPanelReset\": \"Disabled\"}}, \"bmc\": {\"sensors\": ["
         "{\"name\": \"PSU1 Status\", \"number\": 64, \"record\": \"compact\", \"sensorType\": 8,"
         " \"eventReadingType\": 111, \"states\": [\"PRESENCE_DETECTED\", "
         "\"POWER_SUPPLY_FAILURE_DETECTED\"]}]}}");
-    EXPECT_EQ("power supply's presence has been detected,power supply has suffered a failure|5",
-              cells(table, 0, 52, "SI"));
-    EXPECT_EQ(5, table.getMaxStatus()); // PSU2's start-up status
-    EXPECT_EQ("State Unavailable|2", cells(table, 1, 52, "SI"));
+    EXPECT_EQ("3|3|6|3|0|6", cells(chassis, 0, 11, "IIIIII"));
+    EXPECT_EQ("2|4711|Testfield Systems", cells(chassis, 0, 18, "i..i...s"));
+    EXPECT_EQ("power supply's presence has been detected,power supply has suffered a failure|5\n"
+              "State Unavailable|2\nState Unavailable|2",
+              rowsOf(supplies, 52, "SI"));
+    EXPECT_EQ(5, supplies.getMaxStatus()); // PSU2's start-up status
 }
+
+// Answers from a platform, except for the FRU, which fails as if the BMC had none.
+class NoFruResponder : public kelvarn::Responder {
+public:
+    explicit NoFruResponder(std::shared_ptr<kelvarn::Responder> platform) : m_platform(std::move(platform)) {}
+    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>& segments,
+                const kelvarn::Parameters& params, uint8_t flags, kelvarn::ResultMap& out) override {
+        if (path.compare(0, 8, "/BMC/FRU") == 0)
+            throw ResultStatus(std::vector<RStatus>{sensortest::failure(2, 1083, "no such instance")});
+        m_platform->answer(path, segments, params, flags, out);
+    }
+
+private:
+    std::shared_ptr<kelvarn::Responder> m_platform;
+};
 
 // Every table starts empty and answers with its own no-row code when nothing was discovered:
 // with no service at all, and on a bare platform (which still describes a default chassis:
 // rack mount, safe, no FRU texts).
-TEST_F(InventoryTablesTest, ServersWithoutDataLeaveEveryTableEmpty) {
+TEST_F(InventoryTablesTest, ServersWithoutTheDataTheTablesRead) {
     for (bool reachable : {false, true}) {
         SCOPED_TRACE(reachable);
         if (reachable)
@@ -194,26 +214,8 @@ TEST_F(InventoryTablesTest, ServersWithoutDataLeaveEveryTableEmpty) {
             EXPECT_EQ("!32|!32|!32|!32", cells(chassis, 0, 11, "I") + "|" + cells(chassis, 0, 17, "i") + "|" +
                                              cells(chassis, 0, 1, "i") + "|" + cells(chassis, 0, 22, "s"));
     }
-}
-
-// Answers from a platform, except for the FRU, which fails as if the BMC had none.
-class NoFruResponder : public kelvarn::Responder {
-public:
-    explicit NoFruResponder(std::shared_ptr<kelvarn::Responder> platform) : m_platform(std::move(platform)) {}
-    void answer(const std::string& path, const std::vector<kelvarn::PathSegment>& segments,
-                const kelvarn::Parameters& params, uint8_t flags, kelvarn::ResultMap& out) override {
-        if (path.compare(0, 8, "/BMC/FRU") == 0)
-            throw ResultStatus(std::vector<RStatus>{sensortest::failure(2, 1083, "no such instance")});
-        m_platform->answer(path, segments, params, flags, out);
-    }
-
-private:
-    std::shared_ptr<kelvarn::Responder> m_platform;
-};
-
-// A chassis without FRU keeps its SMBIOS facts (FRU columns: type unknown, empty texts); an
-// array that cannot be read is published as unknown.
-TEST_F(InventoryTablesTest, FruOrArrayThatCannotBeRead) {
+    // A chassis without FRU keeps its SMBIOS facts (FRU columns: type unknown, empty texts); an
+    // array that cannot be read is published as unknown.
     auto source = std::make_shared<kelvarn::SimulatedSource>(
         "inventory-server.json", kelvarn::loadPlatformFile(dataFile("inventory-server.json")));
     kelvarn::setProcessResponder(std::make_shared<NoFruResponder>(kelvarn::makePlatformResponder(source)));
@@ -256,6 +258,56 @@ TEST_F(InventoryTablesTest, DellPowerEdgeR630) {
         rowsOf(processors, 27, "is...s.....ii.s"));
     EXPECT_EQ("1|6|2147483647|24|Multi-bit ECC|2", rowsOf(arrays, 76, "i.....ii.isi"));
     EXPECT_EQ("1|A3|16384|1|3\n2|A4|16384|1|4", rowsOf(devices, 89, "is.......i....ii"));
+}
+
+// The built-in demo server through the client facade: every one of the fourteen groups has
+// rows, and the inventory and discrete-sensor groups hold what the demo describes.
+// Start-up stops when the service cannot be reached; over the demo server it succeeds.
+TEST(DemoWalk, EveryGroupHasRowsAndTheirColumns) {
+    setenv("HMSUBAGENT_REGISTRY", "/nonexistent/hm-inventory-registry.reg", 1);
+    auto unreachable = std::make_shared<sensortest::ScriptedResponder>();
+    unreachable->failAll = true;
+    kelvarn::setProcessResponder(unreachable);
+    EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, initHMClient());
+    destroyHMClient();
+    sensortest::serveModel(kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
+    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
+    for (uint32_t entity = systemManagementEntity; entity <= driveSlotEntity; ++entity)
+        EXPECT_GT(getTableSize(entity), 0u) << "entity " << entity;
+    // From the demo's description: 2 processors, 2 arrays with 8 of 12 DIMMs, one power
+    // redundancy sensor, 2 supplies, one regulator status, one fan redundancy sensor, one
+    // fan presence sensor, 4 drive bays.
+    // Entity, rows, worst status.
+    const uint32_t groups[][3] = {{chassisInfoEntity, 1, 3},     {processorDeviceEntity, 2, 3},
+                                  {memoryArrayEntity, 2, 3},     {memoryDeviceEntity, 8, 3},
+                                  {powerUnitEntity, 1, 3},       {powerSupplyEntity, 2, 4},
+                                  {discreteVoltageEntity, 1, 3}, {coolingUnitEntity, 1, 3},
+                                  {discreteCoolingEntity, 1, 3}, {driveSlotEntity, 4, 3}};
+    for (const auto& g : groups)
+        EXPECT_EQ((std::vector<uint32_t>{g[1], g[2]}),
+                  (std::vector<uint32_t>{getTableSize(g[0]), getTableStatus(g[0])}))
+            << "entity " << g[0];
+    // Columns of several kinds through the facade: entity, attribute, index; the answer.
+    char* text = nullptr;
+    int32_t value = 0;
+    EXPECT_EQ(CLIENT_SUCCESS, getStrData(powerSupplyEntity, 52, 1, &text));
+    EXPECT_EQ(
+        "power supply's presence has been detected,predictive failure has been detected for the power supply",
+        std::string(text != nullptr ? text : ""));
+    free(text);
+    EXPECT_EQ(CLIENT_SUCCESS, getStrInfo(driveSlotEntity, 154, 3, &text));
+    EXPECT_EQ("Drive 3", std::string(text != nullptr ? text : ""));
+    free(text);
+    // A supply predicting failure; Socket LGA771; the empty bay; security settings Disabled,
+    // Not Implemented, Enabled, Not Implemented.
+    EXPECT_EQ((std::vector<int32_t>{4, 20, 1, 38}),
+              (std::vector<int32_t>{getIntData(powerSupplyEntity, 53, 1, &value) == 0 ? value : -1,
+                                    getIntInfo(processorDeviceEntity, 40, 0, &value) == 0 ? value : -1,
+                                    getIntData(driveSlotEntity, 156, 3, &value) == 0 ? value : -1,
+                                    getIntData(chassisInfoEntity, 15, 0, &value) == 0 ? value : -1}));
+    destroyHMClient();
+    kelvarn::setProcessResponder(nullptr);
+    unsetenv("HMSUBAGENT_REGISTRY");
 }
 
 } // namespace

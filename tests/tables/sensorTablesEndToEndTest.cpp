@@ -23,24 +23,16 @@ namespace {
 const char* const A = "2147483647"; // absent
 using Rows = std::vector<std::vector<std::string>>;
 
-void* library() {
-    static void* handle = dlopen(HM_SUBAGENT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
-    return handle;
-}
-
-template <class F> F entry(const char* name) {
-    return reinterpret_cast<F>(dlsym(library(), name));
-}
-
 // endtoend.json, worked by hand:
 //   temperatures in tenths of a degree C, judged on the upper thresholds;
 //   voltages in millivolts (M x raw x 10^-3 V), judged on all six, "P1V1 Curve" dropped (non-linear);
 //   fans in RPM (M x raw), resolution published x 10.
 TEST(SensorTablesEndToEnd, WalkPublishesTheValuesOfThePlatformFile) {
-    ASSERT_NE(library(), nullptr) << dlerror();
-    auto init = entry<PFNSNMPEXTENSIONINIT>("SnmpExtensionInit");
-    auto query = entry<PFNSNMPEXTENSIONQUERYEX>("SnmpExtensionQueryEx");
-    auto close = entry<PFNSNMPEXTENSIONCLOSE>("SnmpExtensionClose");
+    void* library = dlopen(HM_SUBAGENT_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    ASSERT_NE(library, nullptr) << dlerror();
+    auto init = reinterpret_cast<PFNSNMPEXTENSIONINIT>(dlsym(library, "SnmpExtensionInit"));
+    auto query = reinterpret_cast<PFNSNMPEXTENSIONQUERYEX>(dlsym(library, "SnmpExtensionQueryEx"));
+    auto close = reinterpret_cast<PFNSNMPEXTENSIONCLOSE>(dlsym(library, "SnmpExtensionClose"));
     ASSERT_TRUE(init && query && close);
     TempDir tmp("hm-sensors-e2e-");
     writeRegistryFile(tmp / "registry.reg", HM_TEST_DATA_DIR "/sensors/agent.conf", tmp / "agent.log");

@@ -1,34 +1,13 @@
-// Shared by the table tests: serving a platform file of tests/data/inventory (or given text)
-// as the process's query source, a fresh trace per test, and a row's columns read as text.
-#ifndef HM_TESTS_TABLES_INVENTORYTESTSUPPORT_H
-#define HM_TESTS_TABLES_INVENTORYTESTSUPPORT_H
-
-#include <gtest/gtest.h>
+// A row of any table or group read as one line of text, to compare with a line written by hand.
+#ifndef HM_TESTS_TABLES_CELLS_H
+#define HM_TESTS_TABLES_CELLS_H
 
 #include <cstdlib>
 #include <string>
 
 #include "tables/BaseAccessor.h"
-#include "tests/platform/sensorTestSupport.h"
 
-namespace inventorytest {
-
-inline std::string dataFile(const std::string& name) {
-    return std::string(HM_TEST_DATA_DIR) + "/inventory/" + name;
-}
-
-using sensortest::serveModel;
-
-inline void servePlatformFile(const std::string& name) {
-    serveModel(kelvarn::loadPlatformFile(dataFile(name)));
-}
-
-inline void servePlatformText(const std::string& text) {
-    serveModel(kelvarn::parsePlatform(text, "test platform"));
-}
-
-// A fresh trace file per test; the query source is dropped after each test.
-using InventoryTest = sensortest::TracedTest;
+namespace hmtest {
 
 // Columns first, first + 1, ... of row `index`, joined by '|'. `kinds` names the getter of
 // each: i getIntInfo, s getStrInfo, I getIntData, S getStrData, '.' skipped. An absent live
@@ -59,6 +38,6 @@ inline std::string cells(BaseAccessor& t, int index, int first, const char* kind
     return out;
 }
 
-} // namespace inventorytest
+} // namespace hmtest
 
 #endif
