@@ -1,3 +1,5 @@
+// The client facade: start-up from the registry and the configuration file, routing of every
+// entity to its group, the overall health, and the system group's settings.
 #include "core/hmClient.h"
 
 #include <cstdlib>
@@ -19,8 +21,8 @@ namespace {
 using namespace hmtest;
 
 const std::string kDataDir = std::string(HM_TEST_DATA_DIR) + "/core";
-const std::string kRegKey = "Windows Registry Editor Version "
-                            "5.00\n\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
+const std::string kRegKey = "Windows Registry Editor Version 5.00\n\n"
+                            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
 
 // A group whose answers are fixed by the test; records the seeding calls it receives.
 struct FakeGroup : BaseAccessor {

@@ -11,8 +11,8 @@ namespace hmtest {
 
 // Columns first, first + 1, ... of row `index`, joined by '|'. `kinds` names the getter of
 // each: i getIntInfo, s getStrInfo, I getIntData, S getStrData, '.' skipped. An absent live
-// number (NO_VALUE) reads "-"; a refused read "!<code>", followed by "+" when it did not hand out its
-// "nothing" (-1, or a null text).
+// number (NO_VALUE) reads "-"; a refused read "!<code>", followed by "+" when it did not hand
+// out its "nothing" (-1, or a null text).
 inline std::string cells(BaseAccessor& t, int index, int first, const char* kinds) {
     std::string out;
     for (int a = first; *kinds != '\0'; ++a, ++kinds) {
