@@ -214,6 +214,11 @@ TEST_F(InventoryTablesTest, ServersWithoutTheDataTheTablesRead) {
             EXPECT_EQ("!32|!32|!32|!32", cells(chassis, 0, 11, "I") + "|" + cells(chassis, 0, 17, "i") + "|" +
                                              cells(chassis, 0, 1, "i") + "|" + cells(chassis, 0, 22, "s"));
     }
+    // A chassis fact the service does not give, or a name it does not know, reads as unknown.
+    EXPECT_EQ((std::vector<int32_t>{2, 2, 4, 2, 4}),
+              (std::vector<int32_t>{chassisInfo::stateCode(nullptr), chassisInfo::securityStatusCode(nullptr),
+                                    chassisInfo::settingCode(nullptr), chassisInfo::stateCode("Safe "),
+                                    chassisInfo::settingCode("enabled")}));
     // A chassis without FRU keeps its SMBIOS facts (FRU columns: type unknown, empty texts); an
     // array that cannot be read is published as unknown.
     auto source = std::make_shared<kelvarn::SimulatedSource>(
