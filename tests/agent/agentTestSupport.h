@@ -1,17 +1,11 @@
-// Binding lists the way the SNMP service builds them, OIDs as arc vectors, and
-// trace reading, for the front-end tests.
+// Binding lists the way the SNMP service builds them and OIDs as arc vectors, for the
+// front-end tests.
 #ifndef HM_TESTS_AGENT_AGENTTESTSUPPORT_H
 #define HM_TESTS_AGENT_AGENTTESTSUPPORT_H
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
-#include <unistd.h>
-#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -22,8 +16,6 @@
 #include "support/oids.h"
 
 namespace hmtest {
-
-using ::Arcs;
 
 // The enterprise prefix of the agent's MIB, 1.3.6.1.4.1.64999.2.10.3.5.
 inline Arcs P(std::initializer_list<UINT> tail) {
@@ -63,13 +55,12 @@ public:
         const AsnOctetString& s = m_list.list[n].value.asnValue.string;
         return std::string(reinterpret_cast<const char*>(s.stream), s.length);
     }
-    // Gives binding n an integer value, as a SET request carries it.
+    // Gives binding n a value of its own, as a SET request carries it.
     void setInteger(size_t n, int32_t value) {
         SnmpUtilAsnAnyFree(&m_list.list[n].value);
         m_list.list[n].value.asnType = ASN_INTEGER;
         m_list.list[n].value.asnValue.number = value;
     }
-    // Gives binding n an OCTET STRING value of its own.
     void setString(size_t n, const std::string& value) {
         SnmpUtilAsnAnyFree(&m_list.list[n].value);
         AsnOctetString& s = m_list.list[n].value.asnValue.string;
@@ -90,19 +81,13 @@ struct Answer {
     AsnInteger32 index = -1;
 };
 
-// True when the trace holds `message` as the text of one trace call (after the
-// "hh:mm:ss: (thread) " prefix).
-inline bool traced(const std::string& log, const std::string& message) {
-    return log.find(") " + message) != std::string::npos;
-}
-
-inline std::string scratchPath(const std::string& name) {
-    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string test = info->name();
-    for (char& c : test)
-        if (c == '/')
-            c = '_';
-    return ::testing::TempDir() + "hmagent-" + std::to_string(getpid()) + "-" + test + "-" + name;
+// Every message is the text of one trace call (after the "hh:mm:ss: (thread) " prefix).
+inline ::testing::AssertionResult tracedAll(const std::string& log,
+                                            const std::vector<std::string>& messages) {
+    for (const std::string& message : messages)
+        if (log.find(") " + message) == std::string::npos)
+            return ::testing::AssertionFailure() << "not traced: " << message;
+    return ::testing::AssertionSuccess();
 }
 
 } // namespace hmtest
