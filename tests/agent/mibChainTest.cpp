@@ -104,10 +104,19 @@ TEST_F(ChainTest, ThreeTemperatureProbesAreExpandedIndexedAndTraced) {
 }
 
 TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
-    std::initializer_list<std::pair<uint32_t, uint32_t>> sizes = {{2, 1},  {3, 2},  {4, 2}, {5, 2},  {6, 2},
-                                                                  {7, 2},  {8, 2},  {9, 2}, {10, 2}, {11, 2},
-                                                                  {12, 2}, {13, 2}, {14, 2}};
-    ASSERT_TRUE(start(sizes));
+    ASSERT_TRUE(start({{2, 1},
+                       {3, 2},
+                       {4, 2},
+                       {5, 2},
+                       {6, 2},
+                       {7, 2},
+                       {8, 2},
+                       {9, 2},
+                       {10, 2},
+                       {11, 2},
+                       {12, 2},
+                       {13, 2},
+                       {14, 2}}));
     std::vector<const MIB_VAR_TYPE*> rows = chain();
     // 25 scalars (system and chassis) and 131 table columns of two instances each.
     ASSERT_EQ(rows.size(), 25u + 131u * 2u);
@@ -118,13 +127,7 @@ TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
         if (rows[n]->access == MIB_ACCESS_READWRITE)
             writable.insert(rows[n]->HMAttribute);
         EXPECT_EQ(rows[n]->HMEntity, static_cast<uint32_t>(rows[n]->SubTreeIndex + 1));
-        if (n > 0) {
-            Arcs previous = fullName(rows[n - 1]);
-            Arcs current = fullName(rows[n]);
-            EXPECT_TRUE(std::lexicographical_compare(previous.begin(), previous.end(), current.begin(),
-                                                     current.end()))
-                << dotted(previous) << " before " << dotted(current);
-        }
+        EXPECT_TRUE(n == 0 || fullName(rows[n - 1]) < fullName(rows[n])) << dotted(fullName(rows[n]));
     }
     ASSERT_EQ(perAttribute.size(), 156u);
     EXPECT_EQ(perAttribute.rbegin()->first, 156u);
@@ -134,10 +137,8 @@ TEST_F(ChainTest, EveryGroupWithTwoRowsGivesOneStrictlyOrderedChain) {
     EXPECT_EQ(writable, thresholds);
     EXPECT_EQ(dotted(fullName(rows[25])) + " " + dotted(fullName(rows.back())),
               kP + ".300.10.1.1.1 " + kP + ".700.10.1.5.2");
-    for (int i = 2; i < MIB_SUBTREE_COUNT; ++i) {
-        ASSERT_NE(OidSubTrees[i].pMibVar, nullptr) << i;
-        EXPECT_EQ(arcsOf(OidSubTrees[i].pMibVar->Oid), (Arcs{1, 1, 1})) << i;
-    }
+    for (int i = 2; i < MIB_SUBTREE_COUNT; ++i)
+        EXPECT_TRUE(OidSubTrees[i].pMibVar && arcsOf(OidSubTrees[i].pMibVar->Oid) == Arcs({1, 1, 1})) << i;
 }
 
 TEST_F(ChainTest, CloseReleasesTheChainAndASecondInitRebuildsIt) {
@@ -152,12 +153,7 @@ TEST_F(ChainTest, CloseReleasesTheChainAndASecondInitRebuildsIt) {
     EXPECT_EQ(hmSubagentMib[136].pMibFunc, ProcessIndexFunc);
     EXPECT_EQ(hmSubagentMib[1].value, static_cast<void*>(gMibEmptyText));
 
-    script().sizes[temperatureProbeEntity] = 1;
-    script().sizes[driveSlotEntity] = 2;
-    HANDLE event = nullptr;
-    AsnObjectIdentifier region{0, nullptr};
-    ASSERT_TRUE(SnmpExtensionInit(0, &event, &region));
-    m_started = true;
+    ASSERT_TRUE(start({{temperatureProbeEntity, 1}, {driveSlotEntity, 2}}));
     std::vector<const MIB_VAR_TYPE*> rows = chain();
     ASSERT_EQ(rows.size(), 10u + 15u + 10u);
     EXPECT_EQ(dotted(arcsOf(rows[11]->Oid)) + " " + dotted(arcsOf(rows[26]->Oid)) + " " +
@@ -168,11 +164,8 @@ TEST_F(ChainTest, CloseReleasesTheChainAndASecondInitRebuildsIt) {
 
 TEST_F(ChainTest, AFailingFacadeStopsStartUpAndClosesTheTrace) {
     script().initStatus = CLIENT_ERROR_NOCONFIGFILE;
-    script().tracePath = m_dir / "trace.log";
-    HANDLE event = nullptr;
-    AsnObjectIdentifier region{0, nullptr};
-    EXPECT_FALSE(SnmpExtensionInit(0, &event, &region));
-    EXPECT_EQ(event, nullptr);
+    EXPECT_FALSE(start({}, true));
+    EXPECT_EQ(m_event, nullptr);
     EXPECT_NE(readFile(script().tracePath).find("*********** End Log ****************\n"), std::string::npos);
     EXPECT_EQ(mibChainHead(), nullptr);
     // Nothing is served: the name is unknown, and a walk ends at once.
@@ -181,7 +174,7 @@ TEST_F(ChainTest, AFailingFacadeStopsStartUpAndClosesTheTrace) {
     EXPECT_EQ(query(SNMP_EXTENSION_GET_NEXT, next).status, 0);
     EXPECT_EQ(next.name(0), kEndOfView);
     // A host that calls on after the FALSE (net-snmp's winExtDLL) gets no further region.
-    EXPECT_FALSE(SnmpExtensionInitEx(&region));
+    EXPECT_FALSE(SnmpExtensionInitEx(&m_region));
 }
 
 } // namespace
