@@ -145,7 +145,7 @@ TEST_F(RequestTest, BindingsKeepOrReleaseTheirTexts) {
     // A string variable keeps its text when the facade hands out none; one never read is empty.
     Bindings first({P({100, 6, 0})});
     ASSERT_EQ(query(GET, first).status, 0);
-    script().nullTextAttributes[6] = script().nullTextAttributes[7] = true;
+    script().nullTextAttributes = {6, 7};
     Bindings again({P({100, 6, 0}), P({100, 7, 0})});
     ASSERT_EQ(query(GET, again).status, 0);
     EXPECT_EQ(again.text(0) + "|" + again.text(1), "sinfo:e1:a6:i1|");
