@@ -97,16 +97,14 @@ TEST(SnmpUtilOid, ToText) {
 
 // Absolute, relative to 1.3.6.1.2.1, and invalid; 128 arcs is the limit.
 TEST(SnmpMgrStrToOid, AbsoluteRelativeAndInvalid) {
-    std::string maxLen = ".1";
-    for (int i = 1; i < 128; ++i)
+    std::string maxLen;
+    for (int i = 0; i < 128; ++i)
         maxLen += ".9";
-    Arcs maxArcs(128, 9);
-    maxArcs[0] = 1;
     const std::pair<std::string, Arcs> good[] = {
         {".1.3.6.1.4.1.64999.1000", {1, 3, 6, 1, 4, 1, 64999, 1000}},
         {"1.3.0", {1, 3, 6, 1, 2, 1, 1, 3, 0}},
         {".4294967295", {4294967295u}},
-        {maxLen, maxArcs},
+        {maxLen, Arcs(128, 9)},
     };
     for (const auto& [text, arcs] : good) {
         AsnObjectIdentifier oid{};
@@ -150,13 +148,12 @@ TEST(SnmpUtilVarBind, ListFreeReleasesNamesAndDynamicValues) {
     static BYTE constant[] = "static text";
     SnmpVarBindList vbl{static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(3 * sizeof(SnmpVarBind))), 3};
     Oid name({1, 3, 6});
-    for (UINT i = 0; i < vbl.len; ++i)
+    for (UINT i = 0; i < vbl.len; ++i) {
         ASSERT_EQ(SnmpUtilOidCpy(&vbl.list[i].name, &name.oid), SNMPAPI_NOERROR);
-    vbl.list[0].value.asnType = ASN_OCTETSTRING;
+        vbl.list[i].value.asnType = i == 2 ? ASN_OBJECTIDENTIFIER : ASN_OCTETSTRING;
+    }
     vbl.list[0].value.asnValue.string = {static_cast<BYTE*>(SnmpUtilMemAlloc(32)), 32, TRUE};
-    vbl.list[1].value.asnType = ASN_OCTETSTRING;
     vbl.list[1].value.asnValue.string = {constant, sizeof constant - 1, FALSE};
-    vbl.list[2].value.asnType = ASN_OBJECTIDENTIFIER; // OID value: always freed
     ASSERT_EQ(SnmpUtilOidCpy(&vbl.list[2].value.asnValue.object, &name.oid), SNMPAPI_NOERROR);
     SnmpUtilVarBindListFree(&vbl);
     EXPECT_EQ(ptr(vbl.list), nullptr);
