@@ -55,6 +55,14 @@ public:
         const AsnOctetString& s = m_list.list[n].value.asnValue.string;
         return std::string(reinterpret_cast<const char*>(s.stream), s.length);
     }
+    // The value binding n carries: the integer in decimal, a text of its own, or "" for none.
+    std::string value(size_t n) const {
+        const AsnAny& v = m_list.list[n].value;
+        if (v.asnType == ASN_INTEGER)
+            return std::to_string(v.asnValue.number);
+        EXPECT_TRUE(v.asnType != ASN_OCTETSTRING || v.asnValue.string.dynamic);
+        return v.asnType == ASN_OCTETSTRING ? text(n) : "";
+    }
     // Gives binding n a value of its own, as a SET request carries it.
     void setInteger(size_t n, int32_t value) {
         SnmpUtilAsnAnyFree(&m_list.list[n].value);
