@@ -14,6 +14,12 @@ bool signalled(HANDLE event) {
 }
 
 TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATimeAndCloseReleasesEverything) {
+    // Missing outputs are refused.
+    EXPECT_FALSE(SnmpExtensionInit(0, nullptr, &m_region));
+    EXPECT_FALSE(SnmpExtensionInit(0, &m_event, nullptr));
+    EXPECT_FALSE(SnmpExtensionInitEx(nullptr));
+    AsnInteger32 generic = 0;
+    EXPECT_FALSE(SnmpExtensionTrap(nullptr, &generic, &generic, nullptr, nullptr));
     ASSERT_TRUE(start({}, true));
     EXPECT_EQ(arcsOf(m_region), P({100}));
     ASSERT_NE(m_event, nullptr);
@@ -22,13 +28,13 @@ TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATimeAndCloseReleasesEveryt
     const Arcs expected[] = {P({200}),     P({300, 10}), P({400, 10}), P({400, 20}), P({400, 30}),
                              P({400, 40}), P({500, 10}), P({500, 20}), P({600, 10}), P({600, 20}),
                              P({600, 30}), P({600, 40}), P({700, 10})};
+    AsnObjectIdentifier region{0, nullptr};
     for (const Arcs& base : expected) {
         EXPECT_FALSE(IsInitDone());
-        AsnObjectIdentifier region{0, nullptr};
         ASSERT_TRUE(SnmpExtensionInitEx(&region));
         EXPECT_EQ(arcsOf(region), base);
     }
-    AsnObjectIdentifier region{0, nullptr};
+    region = AsnObjectIdentifier{0, nullptr};
     EXPECT_FALSE(SnmpExtensionInitEx(&region));
     const UINT* ids = region.ids; // the packed field is copied, not referenced
     EXPECT_EQ(ids, nullptr);
@@ -38,21 +44,8 @@ TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATimeAndCloseReleasesEveryt
     EXPECT_FALSE(SnmpExtensionInitEx(&region));
     EXPECT_EQ(agentRegionCounter(), 14);
 
-    // Close releases the facade and closes the trace last.
-    const std::string log = closeAndReadTrace();
-    EXPECT_TRUE(tracedAll(log, {"\n\n InitDone \n\n", "SNMP Extension Agent closing\n"}));
-    EXPECT_EQ(log.rfind("*********** End Log ****************\n") + 37, log.size());
-    EXPECT_FALSE(IsInitDone());
-    EXPECT_EQ(script().releaseCount, 1);
-    EXPECT_EQ(agentTrapEvent(), nullptr);
-    // A trap asserted by a poller still running after close is only remembered.
-    EXPECT_EQ(AssertTrap(), 1);
-    EXPECT_TRUE(agentTrapsWaiting());
-}
-
-// A copy of its own for a valid index (growing it leaves the subtree alone); nothing otherwise.
-TEST_F(LifecycleTest, SubtreeBaseOidsAreCopiedForValidIndexesOnly) {
-    ASSERT_TRUE(start({}));
+    // Subtree bases are handed out as copies of their own for valid indexes (growing one
+    // leaves the subtree alone), and not at all for others.
     for (int index : {0, 12, 13, 14, -1}) {
         UINT arc = 77;
         AsnObjectIdentifier oid{1, &arc}, tail{1, &arc};
@@ -67,6 +60,16 @@ TEST_F(LifecycleTest, SubtreeBaseOidsAreCopiedForValidIndexesOnly) {
         EXPECT_EQ(arcsOf(oid), index == 0 ? P({100}) : index == 12 ? P({600, 40}) : P({700, 10}));
         SnmpUtilOidFree(&oid);
     }
+    // Close releases the facade and closes the trace last.
+    const std::string log = closeAndReadTrace();
+    EXPECT_TRUE(tracedAll(log, {"\n\n InitDone \n\n", "SNMP Extension Agent closing\n"}));
+    EXPECT_EQ(log.rfind("*********** End Log ****************\n") + 37, log.size());
+    EXPECT_FALSE(IsInitDone());
+    EXPECT_EQ(script().releaseCount, 1);
+    EXPECT_EQ(agentTrapEvent(), nullptr);
+    // A trap asserted by a poller still running after close is only remembered.
+    EXPECT_EQ(AssertTrap(), 1);
+    EXPECT_TRUE(agentTrapsWaiting());
 }
 
 // A trap asserted during start-up waits for the last region, then every assertion
@@ -131,16 +134,6 @@ TEST_F(LifecycleTest, TrapsSplitTheEventOidIntoEnterpriseAndSpecificTrap) {
     }
     EXPECT_TRUE(tracedAll(closeAndReadTrace(),
                           {"   VarBind 0:1.3.6.1.4.1.64999.2.10.3.5.1000.10.1  value type:2\n"}));
-}
-
-TEST_F(LifecycleTest, MissingOutputsAreRefused) {
-    AsnObjectIdentifier region{0, nullptr};
-    HANDLE event = nullptr;
-    EXPECT_FALSE(SnmpExtensionInit(0, nullptr, &region));
-    EXPECT_FALSE(SnmpExtensionInit(0, &event, nullptr));
-    EXPECT_FALSE(SnmpExtensionInitEx(nullptr));
-    AsnInteger32 generic = 0;
-    EXPECT_FALSE(SnmpExtensionTrap(nullptr, &generic, &generic, nullptr, nullptr));
 }
 
 } // namespace

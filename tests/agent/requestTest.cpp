@@ -33,7 +33,9 @@ Arcs longName(Arcs prefix) {
     return prefix;
 }
 
-TEST_F(RequestTest, ReadsAnswerTheRightVariable) {
+// A SET phase carries the value 55 of the row's type, and the binding keeps it.
+TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
+    const Arcs kThreshold = P({600, 40, 1, 7, 1});
     const struct {
         UINT type;
         Arcs requested;
@@ -41,7 +43,8 @@ TEST_F(RequestTest, ReadsAnswerTheRightVariable) {
         Arcs answered;       // the binding's name afterwards; empty: as requested
         BYTE asnType;
         const char* value;
-        const char* call; // last facade call, "none" when there is none
+        const char* call;          // last facade call, "none" when there is none
+        bool setsDisabled = false; // by the configuration
     } rows[] = {
         // Scalars: integers are read at index 0, strings at index 1.
         {GET, P({100, 1, 0}), 0, {}, I, "1000", "info e1 a1 i0"},
@@ -75,11 +78,25 @@ TEST_F(RequestTest, ReadsAnswerTheRightVariable) {
         {0, P({600, 40, 1, 1, 1}), 5, {}, NUL, "", "none"},
         {UNDO, P({100, 99}), 2, {}, NUL, "", "none"},
         {CLEANUP, P({100, 2, 0}), 0, {}, NUL, "", "none"},
+        // SET phases by access, configuration and type.
+        {TEST, kThreshold, 4, {}, S, "55", "none", true},
+        {TEST, kThreshold, 3, {}, S, "55", "none"},
+        {TEST, kThreshold, 0, {}, I, "55", "none"},
+        {COMMIT, kThreshold, 4, {}, I, "55", "none", true},
+        {COMMIT, kThreshold, 0, {}, I, "55", "data e13 a143 i0"},
+        {COMMIT, P({400, 30, 1, 12, 2}), 0, {}, I, "55", "data e6 a65 i1"},
+        {COMMIT, P({100, 3, 0}), 4, {}, I, "55", "none"},
+        {TEST, P({100, 2, 0}), 4, {}, S, "55", "none"},
+        {COMMIT, P({600, 40, 1, 1, 1}), 4, {}, I, "55", "none"},
+        {TEST, P({600, 40, 1, 7}), 2, {}, I, "55", "none"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::to_string(row.type) + " " + dotted(row.requested));
         script().calls.clear();
+        script().setsEnabled = !row.setsDisabled;
         Bindings bindings({row.requested});
+        if (row.type == TEST || row.type == COMMIT)
+            row.asnType == I ? bindings.setInteger(0, 55) : bindings.setString(0, "55");
         Answer a = query(row.type, bindings);
         EXPECT_EQ(a.status, row.status);
         EXPECT_EQ(a.index, row.status == 0 ? -1 : 1);
@@ -144,44 +161,6 @@ TEST_F(RequestTest, BindingsKeepOrReleaseTheirTexts) {
     wrongType.setString(1, "text on an integer");
     ASSERT_EQ(query(GET, wrongType).status, 0);
     EXPECT_EQ(wrongType.value(0) + " " + wrongType.value(1), "sinfo:e1:a8:i1 3000");
-}
-
-TEST_F(RequestTest, SetsAnswerByAccessConfigurationAndType) {
-    const Arcs kThreshold = P({600, 40, 1, 7, 1});
-    const struct {
-        Arcs variable;
-        BYTE valueType;
-        bool setsEnabled;
-        UINT phase;
-        AsnInteger32 status;
-        const char* call; // last facade call
-    } rows[] = {
-        {kThreshold, S, false, TEST, 4, "none"},
-        {kThreshold, S, true, TEST, 3, "none"},
-        {kThreshold, I, true, TEST, 0, "none"},
-        {kThreshold, I, false, COMMIT, 4, "none"},
-        {kThreshold, I, true, COMMIT, 0, "data e13 a143 i0"},
-        {P({400, 30, 1, 12, 2}), I, true, COMMIT, 0, "data e6 a65 i1"},
-        {P({100, 3, 0}), I, true, COMMIT, 4, "none"},
-        {P({100, 2, 0}), S, true, TEST, 4, "none"},
-        {P({600, 40, 1, 1, 1}), I, true, COMMIT, 4, "none"},
-        {P({600, 40, 1, 7}), I, true, TEST, 2, "none"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(dotted(row.variable) + " phase " + std::to_string(row.phase));
-        script().setsEnabled = row.setsEnabled;
-        Bindings bindings({row.variable});
-        if (row.valueType == ASN_INTEGER)
-            bindings.setInteger(0, 55);
-        else
-            bindings.setString(0, "55");
-        script().calls.clear();
-        Answer a = query(row.phase, bindings);
-        EXPECT_EQ(a.status, row.status);
-        EXPECT_EQ(a.index, row.status == 0 ? -1 : 1);
-        EXPECT_EQ(lastCall(), row.call);
-        EXPECT_EQ(bindings.name(0), row.variable);
-    }
 }
 
 // A commit answers by the read-back, not by the set. The trace is the only observable of
