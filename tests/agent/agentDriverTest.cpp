@@ -41,8 +41,7 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
     std::vector<Arcs> regions{arcsOf(region)};
     while (regions.size() < 20 && initEx(&region))
         regions.push_back(arcsOf(region));
-    ASSERT_EQ(regions.size(), 14u);
-    EXPECT_EQ(regions[12], P({600, 40}));
+    EXPECT_EQ(regions, std::vector<Arcs>(std::begin(kBases), std::end(kBases)));
 
     // Walk the whole view: the names strictly increase up to the end of the view.
     Bindings walk({Arcs{1, 3, 6, 1, 4, 1, 64999}});

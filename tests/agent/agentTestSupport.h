@@ -4,6 +4,7 @@
 #define HM_TESTS_AGENT_AGENTTESTSUPPORT_H
 
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,6 +26,12 @@ inline Arcs P(std::initializer_list<UINT> tail) {
 }
 
 inline const Arcs kEndOfView{1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 6};
+
+// Base OIDs of the fourteen subtrees.
+inline const Arcs kBases[14] = {
+    P({100}),     P({200}),     P({300, 10}), P({400, 10}), P({400, 20}), P({400, 30}), P({400, 40}),
+    P({500, 10}), P({500, 20}), P({600, 10}), P({600, 20}), P({600, 30}), P({600, 40}), P({700, 10}),
+};
 
 inline Arcs arcsOf(const AsnObjectIdentifier& oid) {
     return oid.ids == nullptr ? Arcs{} : Arcs(oid.ids, oid.ids + oid.idLength);

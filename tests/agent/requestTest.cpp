@@ -108,15 +108,13 @@ TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
 }
 
 TEST_F(RequestTest, ListsStopAtTheFirstFailingBindingAndNameItsPosition) {
-    Bindings all({P({100, 2, 0}), P({600, 40, 1, 1, 2}), P({400, 30, 1, 4, 2})});
-    Answer a = query(GET, all);
-    EXPECT_EQ(a.status + a.index, -1);
-    EXPECT_EQ(all.value(0) + " " + all.value(1) + " " + all.value(2), "sinfo:e1:a2:i1 2 sdata:e6:a57:i1");
-    Bindings missing({P({100, 1, 0}), P({600, 40, 1, 5}), P({100, 2, 0})});
-    a = query(GET, missing);
+    Bindings all({P({100, 2, 0}), P({600, 40, 1, 1, 2})}),
+        missing({P({100, 1, 0}), P({600, 40, 1, 5}), P({100, 2, 0})});
+    EXPECT_EQ(query(GET, all).index, -1);
+    EXPECT_EQ(all.value(0) + " " + all.value(1), "sinfo:e1:a2:i1 2");
+    Answer a = query(GET, missing);
     EXPECT_EQ(a.status * 10 + a.index, SNMP_ERRORSTATUS_NOSUCHNAME * 10 + 2);
-    EXPECT_EQ(missing[0].value.asnType, ASN_INTEGER);
-    EXPECT_EQ(missing[2].value.asnType, ASN_NULL); // never reached
+    EXPECT_EQ(missing.value(0) + "|" + missing.value(2), "1000|"); // the third is never reached
     // A failing facade read is genErr on GET and the end of the view on GETNEXT.
     script().failingAttributes[141] = CLIENT_ERROR_NOELEMENT;
     Bindings get({P({100, 1, 0}), P({600, 40, 1, 5, 1})});
@@ -206,17 +204,12 @@ TEST_F(RequestTest, AHundredThousandMixedRequestsKeepNoMemory) {
     Bindings walk({kEnterprise}), gets({P({100, 2, 0}), P({600, 40, 1, 4, 2})}),
         missing({P({600, 40, 1, 5, 9})});
     int wraps = 0;
-    for (int n = 0; n < 100000; ++n) {
+    for (int n = 0; n < 50000; ++n) {
         script().calls.clear();
-        if (n % 4 == 2) {
-            ASSERT_EQ(query(GET, gets).status, 0);
-        } else if (n % 4 == 3) {
-            ASSERT_EQ(query(GET, missing).status, SNMP_ERRORSTATUS_NOSUCHNAME);
-        } else {
-            ASSERT_EQ(query(NEXT, walk).status, 0);
-            if (walk.name(0) == kEndOfView && ++wraps)
-                SnmpUtilOidFree(&walk[0].name);
-        }
+        ASSERT_EQ(query(NEXT, walk).status, 0);
+        if (walk.name(0) == kEndOfView && ++wraps)
+            SnmpUtilOidFree(&walk[0].name);
+        ASSERT_EQ(query(GET, n % 2 ? gets : missing).status, n % 2 ? 0 : SNMP_ERRORSTATUS_NOSUCHNAME);
     }
     // 50,000 steps over a view of 10 + 15 + 30 + 45 variables and its end.
     EXPECT_EQ(wraps, 50000 / 101);
