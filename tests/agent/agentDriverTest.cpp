@@ -3,8 +3,6 @@
 // GETNEXT, a SET tried, closed and started again.
 #include <dlfcn.h>
 
-#include <windows.h>
-
 #include "agentTestSupport.h"
 
 namespace hmtest {

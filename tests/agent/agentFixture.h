@@ -10,8 +10,6 @@
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
-#include "core/hmClientApi.h"
-#include "core/subagentBase.h"
 #include "support/fakeClient.h"
 
 namespace hmtest {
@@ -110,8 +108,7 @@ protected:
             script().sizes[entity] = size;
         if (trace)
             script().tracePath = m_dir / "trace.log";
-        m_started = SnmpExtensionInit(1234, &m_event, &m_region) == TRUE;
-        return m_started;
+        return m_started = SnmpExtensionInit(1234, &m_event, &m_region) == TRUE;
     }
     void openTrace() {
         script().tracePath = m_dir / "trace.log";

@@ -6,12 +6,6 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <snmp.h>
 
 #include "support/files.h"
 #include "support/oids.h"

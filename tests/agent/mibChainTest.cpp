@@ -1,13 +1,11 @@
 // The live variable chain built by SnmpExtensionInit: instance expansion, pruning of
 // empty groups, subtree first variables, the start-up trace, and rebuilding.
-#include <algorithm>
 #include <set>
 
 #include "agentFixture.h"
 
 #include "agent/mibChain.h"
 #include "agent/mibHandlers.h"
-#include "agent/mibTypes.h"
 
 namespace hmtest {
 namespace {

@@ -4,8 +4,6 @@
 #include "agentFixture.h"
 
 #include "agent/mibHandlers.h"
-#include "agent/mibTypes.h"
-#include "agent/requestResolution.h"
 
 namespace hmtest {
 namespace {
@@ -18,7 +16,6 @@ protected:
         AgentTest::SetUp();
         ASSERT_TRUE(start({{chassisInfoEntity, 1}, {voltageProbeEntity, 2}, {temperatureProbeEntity, 3}}));
     }
-    std::string lastCall() const { return script().calls.empty() ? "none" : script().calls.back(); }
 };
 
 constexpr UINT GET = SNMP_EXTENSION_GET, NEXT = SNMP_EXTENSION_GET_NEXT, BULK = SNMP_EXTENSION_GET_BULK;
@@ -27,11 +24,11 @@ constexpr UINT UNDO = SNMP_EXTENSION_SET_UNDO, CLEANUP = SNMP_EXTENSION_SET_CLEA
 const BYTE I = ASN_INTEGER, S = ASN_OCTETSTRING, NUL = ASN_NULL;
 const Arcs kEnterprise{1, 3, 6, 1, 4, 1, 64999};
 const UINT kMax = 0xFFFFFFFFu;
-
-Arcs longName(Arcs prefix) {
-    prefix.resize(128, 0);
-    return prefix;
-}
+const Arcs kLong = [] {
+    Arcs arcs = P({100, 1, 0});
+    arcs.resize(128, 0);
+    return arcs;
+}(); // 128 arcs
 
 // A SET phase carries the value 55 of the row's type, and the binding keeps it.
 TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
@@ -71,8 +68,8 @@ TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
         {NEXT, P({600, 40, 1, 15, 3}), 0, kEndOfView, NUL, "", "none"},
         {NEXT, Arcs{2}, 0, kEndOfView, NUL, "", "none"},
         // Overlong names, the largest arcs and request types that are no reads.
-        {GET, longName(P({100, 1, 0})), 2, {}, NUL, "", "none"},
-        {NEXT, longName(P({100, 1, 0})), 0, P({100, 2, 0}), S, "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
+        {GET, kLong, 2, {}, NUL, "", "none"},
+        {NEXT, kLong, 0, P({100, 2, 0}), S, "sinfo:e1:a2:i1", "sinfo e1 a2 i1"},
         {NEXT, P({100, kMax}), 0, P({200, 1, 0}), I, "11000", "data e2 a11 i0"},
         {BULK, P({100, 1, 0}), 5, {}, NUL, "", "none"},
         {0, P({600, 40, 1, 1, 1}), 5, {}, NUL, "", "none"},
@@ -85,9 +82,7 @@ TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
         {COMMIT, kThreshold, 4, {}, I, "55", "none", true},
         {COMMIT, kThreshold, 0, {}, I, "55", "data e13 a143 i0"},
         {COMMIT, P({400, 30, 1, 12, 2}), 0, {}, I, "55", "data e6 a65 i1"},
-        {COMMIT, P({100, 3, 0}), 4, {}, I, "55", "none"},
         {TEST, P({100, 2, 0}), 4, {}, S, "55", "none"},
-        {COMMIT, P({600, 40, 1, 1, 1}), 4, {}, I, "55", "none"},
         {TEST, P({600, 40, 1, 7}), 2, {}, I, "55", "none"},
     };
     for (const auto& row : rows) {
@@ -98,12 +93,11 @@ TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
         if (row.type == TEST || row.type == COMMIT)
             row.asnType == I ? bindings.setInteger(0, 55) : bindings.setString(0, "55");
         Answer a = query(row.type, bindings);
-        EXPECT_EQ(a.status, row.status);
-        EXPECT_EQ(a.index, row.status == 0 ? -1 : 1);
+        EXPECT_EQ(a.status * 10 + a.index, row.status ? row.status * 10 + 1 : -1);
         EXPECT_EQ(dotted(bindings.name(0)), dotted(row.answered.empty() ? row.requested : row.answered));
         EXPECT_EQ(bindings[0].value.asnType, row.asnType);
         EXPECT_EQ(bindings.value(0), row.value);
-        EXPECT_EQ(lastCall(), row.call);
+        EXPECT_EQ(script().calls.empty() ? "none" : script().calls.back(), row.call);
     }
 }
 
@@ -117,12 +111,10 @@ TEST_F(RequestTest, ListsStopAtTheFirstFailingBindingAndNameItsPosition) {
     EXPECT_EQ(missing.value(0) + "|" + missing.value(2), "1000|"); // the third is never reached
     // A failing facade read is genErr on GET and the end of the view on GETNEXT.
     script().failingAttributes[141] = CLIENT_ERROR_NOELEMENT;
-    Bindings get({P({100, 1, 0}), P({600, 40, 1, 5, 1})});
+    Bindings get({P({100, 1, 0}), P({600, 40, 1, 5, 1})}), next({P({600, 40, 1, 4, 3})});
     a = query(GET, get);
     EXPECT_EQ(a.status * 10 + a.index, SNMP_ERRORSTATUS_GENERR * 10 + 2);
-    Bindings next({P({600, 40, 1, 4, 3})});
-    a = query(NEXT, next);
-    EXPECT_EQ(a.status + a.index, -1);
+    EXPECT_EQ(query(NEXT, next).index, -1);
     EXPECT_EQ(next.name(0), kEndOfView);
     // Empty or missing lists, and a name with a length but no arcs.
     SnmpVarBind binding{};
@@ -213,7 +205,6 @@ TEST_F(RequestTest, AHundredThousandMixedRequestsKeepNoMemory) {
     }
     // 50,000 steps over a view of 10 + 15 + 30 + 45 variables and its end.
     EXPECT_EQ(wraps, 50000 / 101);
-    EXPECT_EQ(gets.text(1), "sdata:e13:a140:i1");
 }
 
 } // namespace

@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <unistd.h>
 
 #include "support/files.h"
 
@@ -61,15 +58,14 @@ protected:
 // key is opened. BOM, CRLF, comments, repeated sections and deletions are understood;
 // malformed lines are skipped, and values after a section header without "]" belong to no key.
 TEST_F(RegistryTest, ValuesSizesTypesAndFileSyntax) {
-    writeFile(
-        "\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n\r\n; comment\r\n" +
-        std::string("[hkey_local_machine\\software\\ARVENI\\fleetwatchsnmp\\PARAMETERS]\r\n") +
-        "\"ConfigFile\"=\"old\"\r\n\"LogFile\"=\"gone\"\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\r\n" +
-        "\"Stray\"=\"other\"\r\n" + kSection + "\"CONFIGFILE\"=\"C:\\\\hm\\\\hm.cfg\"\n" +
-        "\"Quoted\"=\"say \\\"hi\\\"\"\n\"Empty\"=\"\"\n\"Interval\"=dword:0000000a\n\"Short\"=dword:FfFf\n" +
-        "\"LogFile\"=-\n\"Unterminated\"=\"abc\n\"BadEscape\"=\"a\\qb\"\n\"BadDword\"=dword:12g4\n" +
-        "\"Binary\"=hex:01,02,\\\n  03,04\n" + std::string("\"Nul\"=\"a\0b\"\n", 12) +
-        "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken\n\"Path\"=\"after broken section\"\n");
+    writeFile("\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n\r\n; comment\r\n" +
+              std::string("[hkey_local_machine\\software\\ARVENI\\fleetwatchsnmp\\PARAMETERS]\r\n") +
+              "\"ConfigFile\"=\"old\"\r\n\"LogFile\"=\"gone\"\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\r\n" +
+              "\"Stray\"=\"other\"\r\n" + kSection + "\"CONFIGFILE\"=\"C:\\\\hm\\\\hm.cfg\"\n" +
+              "\"Quoted\"=\"say \\\"hi\\\"\"\n\"Empty\"=\"\"\n\"Interval\"=dword:0000000a\n" +
+              "\"LogFile\"=-\n\"Unterminated\"=\"abc\n\"BadEscape\"=\"a\\qb\"\n\"BadDword\"=dword:12g4\n" +
+              "\"Binary\"=hex:01,02,\\\n  03,04\n" + std::string("\"Nul\"=\"a\0b\"\n", 12) +
+              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken\n\"Path\"=\"after broken section\"\n");
     HKEY key = nullptr, parent = nullptr;
     ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Arveni", 0, KEY_READ, &parent), ERROR_SUCCESS);
     ASSERT_EQ(RegOpenKeyExA(parent, "FleetwatchSNMP\\Parameters", 0, KEY_QUERY_VALUE, &key), ERROR_SUCCESS);
@@ -88,7 +84,6 @@ TEST_F(RegistryTest, ValuesSizesTypesAndFileSyntax) {
         {"QUOTED", 64, ERROR_SUCCESS, REG_SZ, 9, std::string("say \"hi\"", 9)},
         {"Empty", 64, ERROR_SUCCESS, REG_SZ, 1, std::string(1, '\0')},
         {"interval", 4, ERROR_SUCCESS, REG_DWORD, 4, std::string("\x0a\0\0\0", 4)},
-        {"Short", 64, ERROR_SUCCESS, REG_DWORD, 4, std::string("\xff\xff\0\0", 4)},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.name) + " in " + std::to_string(c.room));

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cstring>
 #include <sstream>
-#include <string>
 #include <vector>
 
 namespace {
@@ -32,10 +31,6 @@ const void* ptr(const void* p) {
     return p;
 }
 
-int sign(int v) {
-    return (v > 0) - (v < 0);
-}
-
 TEST(SnmpUtilOid, Compare) {
     const struct {
         Arcs a, b;
@@ -51,6 +46,7 @@ TEST(SnmpUtilOid, Compare) {
         {{}, {1}, -1, 1, -1},
         {{4294967295u}, {0}, 1, 1, 1}, // arcs are unsigned
     };
+    auto sign = [](int v) { return (v > 0) - (v < 0); };
     for (const auto& c : cases) {
         Oid a(c.a), b(c.b);
         SCOPED_TRACE(testing::Message() << SnmpUtilOidToA(&a.oid) << " vs " << SnmpUtilOidToA(&b.oid));
@@ -80,19 +76,14 @@ TEST(SnmpUtilOid, CopyAppendAndFree) {
 }
 
 TEST(SnmpUtilOid, ToText) {
-    std::string arcs128 = "4000000000";
-    for (int i = 1; i < 128; ++i)
-        arcs128 += ".4000000000";
-    const std::pair<Arcs, std::string> cases[] = {
-        {{1, 3, 6, 4294967295u, 0}, "1.3.6.4294967295.0"},
-        {{}, "<null oid>"},
-        {Arcs(129, 4000000000u), arcs128}, // cut after the last whole arc that fits
-    };
-    for (const auto& [arcs, text] : cases) {
-        Oid oid(arcs);
-        EXPECT_EQ(SnmpUtilOidToA(&oid.oid), text) << arcs.size();
-    }
+    Oid some({1, 3, 6, 4294967295u, 0}), none({}), tooLong(Arcs(129, 4000000000u));
+    EXPECT_STREQ(SnmpUtilOidToA(&some.oid), "1.3.6.4294967295.0");
+    EXPECT_STREQ(SnmpUtilOidToA(&none.oid), "<null oid>");
     EXPECT_STREQ(SnmpUtilOidToA(nullptr), "<null oid>");
+    // Cut after the last whole arc that fits: 128 arcs of ten digits and their dots.
+    const std::string cut = SnmpUtilOidToA(&tooLong.oid);
+    EXPECT_EQ(cut.size(), 128u * 11 - 1);
+    EXPECT_EQ(cut.substr(cut.size() - 21), "4000000000.4000000000");
 }
 
 // Absolute, relative to 1.3.6.1.2.1, and invalid; 128 arcs is the limit.
@@ -123,11 +114,10 @@ TEST(SnmpMgrStrToOid, AbsoluteRelativeAndInvalid) {
     EXPECT_FALSE(SnmpMgrStrToOid(nullptr, &oid));
 }
 
-bool zeros(const unsigned char* p, size_t from, size_t to) {
-    return std::all_of(p + from, p + to, [](unsigned char c) { return c == 0; });
-}
-
 TEST(SnmpUtilMem, ZeroFilledAllocAndGrowingRealloc) {
+    auto zeros = [](const unsigned char* p, size_t from, size_t to) {
+        return std::all_of(p + from, p + to, [](unsigned char c) { return c == 0; });
+    };
     auto* p = static_cast<unsigned char*>(SnmpUtilMemAlloc(16));
     ASSERT_NE(p, nullptr);
     EXPECT_TRUE(zeros(p, 0, 16));
