@@ -13,16 +13,8 @@ namespace {
 
 using sensortest::failure;
 using sensortest::node;
-using sensortest::ScriptedResponder;
 
-class QueryServiceTest : public sensortest::TracedTest {
-protected:
-    void SetUp() override {
-        TracedTest::SetUp();
-        responder = useScript();
-    }
-    std::shared_ptr<ScriptedResponder> responder;
-};
+using QueryServiceTest = sensortest::ScriptedTest;
 
 // The leading digits of the first value of the entry keyed by the exact path; none, or an
 // entry without values, stores 0. Flag 1 is set before the query.
@@ -44,18 +36,18 @@ TEST_F(QueryServiceTest, StoresTheLeadingDigitsOfTheEntryKeyedByThePath) {
                   6}};
     queryService().SetFlags(14);
     for (const auto& c : cases) {
-        responder->answers[path] = c.answer;
+        script->answers[path] = c.answer;
         uint32_t out = 42;
         ExeIntegerQuery(path.c_str(), &out);
         EXPECT_EQ(out, c.expected) << &c - cases;
     }
-    EXPECT_EQ(responder->flags[0], 1);
+    EXPECT_EQ(script->flags[0], 1);
     EXPECT_EQ(queryService().Flags(), 1);
 }
 
 TEST_F(QueryServiceTest, FailedQueriesKeepTheValueAndTraceEveryStatus) {
     const char* path = "/SMBIOS/ProcessorInfo/TotalNoOfProcessor";
-    responder->failures[path] = {failure(3, 1083, "no such instance"), failure(-2, 7, "second")};
+    script->failures[path] = {failure(3, 1083, "no such instance"), failure(-2, 7, "second")};
     uint32_t out = 31;
     ExeIntegerQuery(path, &out);
     EXPECT_EQ(out, 31u);
@@ -63,10 +55,10 @@ TEST_F(QueryServiceTest, FailedQueriesKeepTheValueAndTraceEveryStatus) {
                                                       " failed. 1083 code", "error is: no such instance",
                                                       "Operation: -2", "error is: second"}));
     // The real front refuses a malformed path before any responder sees it.
-    responder->calls.clear();
+    script->calls.clear();
     ExeIntegerQuery("/SMBIOS/MemoryArray[x]/NumMemoryDevices", &out);
     EXPECT_EQ(out, 31u);
-    EXPECT_TRUE(responder->calls.empty());
+    EXPECT_TRUE(script->calls.empty());
     EXPECT_NE(trace().find(" failed. 1082 code \n "), std::string::npos);
 }
 

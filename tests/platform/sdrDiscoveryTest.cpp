@@ -14,7 +14,6 @@ namespace {
 
 using sensortest::containsInOrder;
 using sensortest::node;
-using sensortest::ScriptedResponder;
 
 // An SDR text of `count` bytes, byte n (from 1) taken from `bytes`, 0 elsewhere.
 std::string sdrText(const std::map<int, int>& bytes, int count = 48) {
@@ -39,12 +38,8 @@ std::map<int, int> probeBytes(int number = 0x30) {
 
 const std::string kProbe = "/BMC/SENSOR[48]/OWNER[32]/LUN[33]";
 
-class SdrDiscoveryTest : public sensortest::TracedTest {
+class SdrDiscoveryTest : public sensortest::ScriptedTest {
 protected:
-    void SetUp() override {
-        TracedTest::SetUp();
-        script = useScript();
-    }
     // The scan of type 1 answers with one entry per text; the database is emptied.
     void scan(const std::vector<std::string>& texts) {
         QueryResult r;
@@ -54,7 +49,6 @@ protected:
         db.RemoveAll();
         clearTrace();
     }
-    std::shared_ptr<ScriptedResponder> script;
     CDatabase<CSensorWrapper> db;
 };
 

@@ -122,6 +122,16 @@ protected:
     std::string tracePath = m_traceDir / "trace.log";
 };
 
+// A traced test whose query source is a fresh script.
+class ScriptedTest : public TracedTest {
+protected:
+    void SetUp() override {
+        TracedTest::SetUp();
+        script = useScript();
+    }
+    std::shared_ptr<ScriptedResponder> script;
+};
+
 using hmtest::containsInOrder;
 
 inline size_t countOf(const std::string& text, const std::string& piece) {

@@ -16,23 +16,17 @@ namespace {
 
 using sensortest::containsInOrder;
 using sensortest::node;
-using sensortest::ScriptedResponder;
 
 using Fields = std::vector<std::pair<std::string, std::string>>;
 
-class SmbiosInventoryTest : public sensortest::TracedTest {
+class SmbiosInventoryTest : public sensortest::ScriptedTest {
 protected:
-    void SetUp() override {
-        TracedTest::SetUp();
-        r = useScript();
-    }
     // Answers `base` with one entry per (sub-key, value).
     void answerRecord(const std::string& base, const Fields& fields) {
-        r->answers[base].clear();
+        script->answers[base].clear();
         for (const auto& f : fields)
-            r->answers[base][base + "/" + f.first] = node({f.second});
+            script->answers[base][base + "/" + f.first] = node({f.second});
     }
-    std::shared_ptr<ScriptedResponder> r;
 };
 
 // Names and numbers of a processor record; an unanswered field keeps its value (77 for the
@@ -114,8 +108,8 @@ TEST_F(SmbiosInventoryTest, MemoryArrayRecordAlwaysOnTheSystemBoard) {
                                      record.MemoryErrorInfoHandle, record.NumMemoryDevices,
                                      record.TotalNoOfDevicePresent}));
     // A failed query is traced with every status and leaves the record.
-    r->failures["/SMBIOS/MemoryArray[2]"] = {sensortest::failure(1, 1083, "no such instance"),
-                                             sensortest::failure(1, 1081, "unknown path")};
+    script->failures["/SMBIOS/MemoryArray[2]"] = {sensortest::failure(1, 1083, "no such instance"),
+                                                  sensortest::failure(1, 1081, "unknown path")};
     record.Use = 4;
     EXPECT_EQ(0, getPhyMemDevArrayInfo(2, &record));
     EXPECT_EQ(4, record.Use);
@@ -141,10 +135,10 @@ TEST_F(SmbiosInventoryTest, MissingEntriesLeaveFieldsAndLongTextsAreCut) {
 // start-up load fails only when neither the processor nor the array count is answered.
 TEST_F(SmbiosInventoryTest, CountersAndLoad) {
     EXPECT_EQ(CLIENT_SUCCESS, loadSmbiosInventory()); // answered, nothing there
-    r->value("/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "2");
-    r->value("/SMBIOS/MemoryArray[1]/NumMemoryDevices", "6");
-    r->value("/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent", "5");
-    r->failures["/SMBIOS/MemoryArray/TotalNoOfArray"] = {sensortest::failure(1, 1086, "unavailable")};
+    script->value("/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "2");
+    script->value("/SMBIOS/MemoryArray[1]/NumMemoryDevices", "6");
+    script->value("/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent", "5");
+    script->failures["/SMBIOS/MemoryArray/TotalNoOfArray"] = {sensortest::failure(1, 1086, "unavailable")};
     uint32_t n[5] = {7, 7, 7, 7, 7};
     EXPECT_EQ((std::vector<int32_t>{getNumberOfProcessor(&n[0]), getNumberOfProcessorPresent(&n[1]),
                                     getNumberOfPhysicalMemoryArray(&n[2]), getNumberOfMemoryDevice(1, &n[3]),
@@ -152,7 +146,8 @@ TEST_F(SmbiosInventoryTest, CountersAndLoad) {
               (std::vector<int32_t>{0, 0, 0, 0, 0}));
     EXPECT_EQ((std::vector<uint32_t>(n, n + 5)), (std::vector<uint32_t>{0, 2, 7, 6, 5}));
     EXPECT_EQ(CLIENT_SUCCESS, loadSmbiosInventory());
-    r->failures["/SMBIOS/ProcessorInfo/TotalNoOfProcessor"] = {sensortest::failure(1, 1086, "unavailable")};
+    script->failures["/SMBIOS/ProcessorInfo/TotalNoOfProcessor"] = {
+        sensortest::failure(1, 1086, "unavailable")};
     EXPECT_EQ(SMBIOS_ERROR_UNAVAILABLE, loadSmbiosInventory());
 }
 
@@ -167,9 +162,9 @@ TEST_F(SmbiosInventoryTest, MemoryArrayDetailsListPresentDevicesBehindEmptySlots
                 {"/SMBIOS/MemoryArray[1]/NumMemoryDevices", "1"},
                 {"/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent", "0"},
                 {"/SMBIOS/MemoryArray[1]/MemoryDevice[0]/DevicePresent", "true"}}) // not "True"
-        r->answers["/SMBIOS/MemoryArray"][kv.first] = node({kv.second});
+        script->answers["/SMBIOS/MemoryArray"][kv.first] = node({kv.second});
     EXPECT_EQ(GetMemoryArrayDetails(), (MemoryArrayDetails{{0, {1, 2}}, {1, {}}}));
-    r->failures["/SMBIOS/MemoryArray"] = {sensortest::failure(1, 1086, "unavailable")};
+    script->failures["/SMBIOS/MemoryArray"] = {sensortest::failure(1, 1086, "unavailable")};
     EXPECT_TRUE(GetMemoryArrayDetails().empty());
 }
 
