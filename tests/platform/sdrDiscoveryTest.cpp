@@ -52,11 +52,10 @@ protected:
     CDatabase<CSensorWrapper> db;
 };
 
+// LUN byte, sensor, owner, key: the low LUN bits do not reach the top byte.
 TEST(SensorKey, PacksLunBitsSensorOwnerAndLunByte) {
     const uint32_t rows[][4] = {
-        {0x21, 0x30, 0x20, 0x01302021u},
-        {0xE3, 0xFF, 0xFF, 0x07FFFFE3u},
-        {0x1F, 0x05, 0x82, 0x0005821Fu}}; // the low LUN bits do not reach the top byte
+        {0x21, 0x30, 0x20, 0x01302021u}, {0xE3, 0xFF, 0xFF, 0x07FFFFE3u}, {0x1F, 0x05, 0x82, 0x0005821Fu}};
     for (const auto& r : rows)
         EXPECT_EQ(makeSensorKey(r[0], r[1], r[2]), r[3]) << std::hex << r[0] << " " << r[1];
 }
@@ -136,21 +135,18 @@ TEST_F(SdrDiscoveryTest, MalformedRecordTextsAreBounded) {
     std::string longText = sdrText(probeBytes());
     while (longText.size() < 2000)
         longText += " ff";
+    const std::vector<std::string> longTraces = {"cut to 1023\n",
+                                                 "\nssdrreading = " + longText.substr(0, 1023) + "\n",
+                                                 "has 341 bytes, the 212 beyond byte 129"};
     // One decoded field per case: byte 6 (owner), 7 (LUN byte) and 8 (sensor number).
     const struct {
         std::string text;
         int32_t owner, lun, number;
         std::vector<std::string> traced;
-    } cases[] = {
-        {"01 00 51 01 10 20 00 30", 0x20, 0, 0x30, {"\n SDR record has 8" + fewer}},
-        {sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, {}}, // non-hex tokens
-        {longText,
-         0x20,
-         0x21,
-         0x30,
-         {"text of 2000 characters cut to 1023\n", "\nssdrreading = " + longText.substr(0, 1023) + "\n",
-          "has 341 bytes, the 212 beyond byte 129 are ignored\n"}},
-        {std::string(1500, 'f'), 0, 0, 0, {"\n SDR record has 1" + fewer}}}; // one huge token
+    } cases[] = {{"01 00 51 01 10 20 00 30", 0x20, 0, 0x30, {"\n SDR record has 8" + fewer}},
+                 {sdrText({{6, 0x20}}, 5) + " zz 1g 3x " + sdrText({}, 40), 0, 1, 3, {}}, // non-hex tokens
+                 {longText, 0x20, 0x21, 0x30, longTraces},
+                 {std::string(1500, 'f'), 0, 0, 0, {"\n SDR record has 1" + fewer}}}; // one huge token
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text.substr(0, 40));
         scan({c.text});

@@ -9,6 +9,7 @@
 
 namespace {
 
+using Texts = std::vector<std::string>;
 using sensortest::narrow;
 using sensortest::node;
 
@@ -131,9 +132,8 @@ TEST_F(SensorReadingTest, ThresholdAnswerShapes) {
             script->answers[at("/THRESHOLD/UPPER_CRITICAL")]["k" + e] = node({e});
         const std::string interpreted = at(std::string("/INTERPRET_SENSOR_VALUE[") + r.interpreted + "]");
         if (r.interpretation != nullptr)
-            script->answers[interpreted] = {
-                {interpreted, node(*r.interpretation ? std::vector<std::string>{r.interpretation}
-                                                     : std::vector<std::string>{})}};
+            script->answers[interpreted][interpreted] =
+                node(*r.interpretation ? Texts{r.interpretation} : Texts{});
         EXPECT_EQ(GetThresholdValue(48, 32, 0, 77, 1, 1), r.expected) << r.interpreted;
         EXPECT_EQ(script->calls.size(), r.calls) << r.interpreted;
     }

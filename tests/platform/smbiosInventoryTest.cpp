@@ -98,8 +98,7 @@ TEST_F(SmbiosInventoryTest, MemoryArrayRecordAlwaysOnTheSystemBoard) {
                                             {"NumMemoryDevices", "4"},
                                             {"TotalNoOfDevicePresent", "3"}});
     SmbiosMemoryArrayRecord record = {};
-    record.Use = 9;
-    record.MemoryErrorCorrection = 9;
+    record.Use = record.MemoryErrorCorrection = 9;
     EXPECT_EQ(0, getPhyMemDevArrayInfo(2, &record));
     // Location 3 whatever the answer; an unknown use is kept (9), an unknown correction is 2.
     EXPECT_EQ((std::vector<uint32_t>{3, 9, 2, 1048576, 65534, 4, 3}),
