@@ -1,7 +1,7 @@
 // hmagentd end to end, with net-snmp's own tools: the daemon walked, queried and
 // refused, restarted with its SNMPv3 engine state; traps received by snmptrapd,
 // named by the installed MIB module; the daemon as AgentX subagent of
-// a real snmpd that is restarted; bad configurations. Every server listens on
+// a real snmpd that is restarted; the scripted agent served; bad configurations. Every server listens on
 // loopback only and is stopped by a guard, also when a check fails.
 #include <sys/stat.h>
 
@@ -234,6 +234,60 @@ TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsKeepsItsEngineThenServesAsSub
     ASSERT_EQ(snmp(std::string(HM_KELVARN_SIM) + " sel-add \"CPU1 Temp\" 9").status, 0);
     EXPECT_TRUE(waitForText(m_dir + "/named.log", "STRING: CPU1 Temp|", 10s))
         << readFile(m_dir + "/named.log");
+    EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
+}
+
+// The scripted agent through the daemon: GET tells a missing instance (the object
+// exists) from a missing object, except with SNMPv1; a walk goes over the regions
+// in order, past the empty one, and ends at the end of the agent's view; sets are
+// refused as the agent says; its traps (more than a wake-up takes) all arrive in
+// SNMPv2 form. Without the entity tables ("no"), the agent's 3 regions.
+TEST_F(HostE2e, TheScriptedAgentIsAnsweredAndItsTrapsSent) {
+    const int port = freePort();
+    const auto receiver = launchTrapReceiver(port);
+    setenv("HMFAKE_TRAPS", "259", 1);
+    auto daemon = startDaemon("agentLibrary " HM_FAKE_AGENT_LIBRARY "\nagentaddress udp:" + endpoint() +
+                                  "\nrocommunity public 127.0.0.1\nrwcommunity private 127.0.0.1\n"
+                                  "entityTables no\ntrap2sink 127.0.0.1:" +
+                                  std::to_string(port) + " public\n",
+                              "hmagentd", "serving 3 regions of " HM_FAKE_AGENT_LIBRARY "\n");
+    unsetenv("HMFAKE_TRAPS");
+    const std::string at = " -On -t 2 -r 0 " + endpoint() + " .1.3.6.1.4.1.64999.7",
+                      p = ".1.3.6.1.4.1.64999.7";
+    const struct {
+        std::string command, output;
+    } rows[] = {
+        {"snmpget -v2c -c public" + at + ".1.1.0" + at.substr(at.rfind(' ')) + ".1.2.0",
+         p + ".1.1.0 = INTEGER: 42\n" + p + ".1.2.0 = STRING: \"alpha\"\n"},
+        {"snmpget -v2c -c public" + at + ".1.1.5" + at.substr(at.rfind(' ')) + ".1.9.0" +
+             at.substr(at.rfind(' ')) + ".3.2.7",
+         p + ".1.1.5 = No Such Instance currently exists at this OID\n" + p +
+             ".1.9.0 = No Such Object available on this agent at this OID\n" + p +
+             ".3.2.7 = No Such Instance currently exists at this OID\n"},
+        {"snmpget -v1 -c public" + at + ".1.1.5", "Reason: (noSuchName)"},
+        {"snmpwalk -v2c -c public" + at, p + ".1.1.0 = INTEGER: 42\n" + p + ".1.2.0 = STRING: \"alpha\"\n" +
+                                             p + ".1.3.0 = INTEGER: -7\n" + p + ".3.1.1 = INTEGER: 100\n" +
+                                             p + ".3.1.2 = INTEGER: 200\n" + p +
+                                             ".3.2.1 = STRING: \"row one\"\n"},
+        {"snmpset -v2c -c private" + at + ".1.1.0 i 5", "Reason: notWritable"},
+        {"snmpset -v2c -c private" + at + ".1.7.0 i 5", "Reason: noCreation"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.command);
+        const Result r = snmp(row.command);
+        EXPECT_NE(r.output.find(row.output), std::string::npos) << r.output;
+    }
+    const std::string mine = ".1.3.6.1.4.1.64999.7.";
+    auto trap = [&](int k) {
+        return "V2 .1.3.6.1.2.1.1.3.0 = Timeticks: (4200) 0:00:42.00|.1.3.6.1.6.3.1.1.4.1.0 = OID: " + mine +
+               "1000.0." + std::to_string(20 + k) + "|" + mine + "1.1.0 = INTEGER: " + std::to_string(k) +
+               "|" + mine + "1.2.0 = STRING: \"trap " + std::to_string(k) + "\"";
+    };
+    waitUntil([&] { return trapLines(m_dir + "/traps.log").size() >= 259; }, 20s);
+    const std::vector<std::string> traps = trapLines(m_dir + "/traps.log");
+    ASSERT_EQ(traps.size(), 259u) << daemon->output();
+    EXPECT_EQ(traps.front(), trap(259));
+    EXPECT_EQ(traps.back(), trap(1));
     EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
 }
 
