@@ -1,5 +1,5 @@
 // hmagentd end to end, with net-snmp's own tools: the daemon walked, queried and
-// refused, restarted with its SNMPv3 engine state; traps received by snmptrapd,
+// refused; traps received by snmptrapd,
 // named by the installed MIB module; the daemon as AgentX subagent of
 // a real snmpd that is restarted; the scripted agent served; bad configurations. Every server listens on
 // loopback only and is stopped by a guard, also when a check fails.
@@ -37,13 +37,6 @@ protected:
         write("kelvarn.conf", "source=demo\njournal=" + m_dir + "/demo.journal\n");
         setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
     }
-    std::string masterConfig(const std::string& extra = "") const {
-        return "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
-               "/registry.reg\nagentRole master\nagentaddress udp:" + endpoint() +
-               "\nrocommunity public 127.0.0.1\nrwcommunity private 127.0.0.1\n"
-               "createUser tester SHA \"tester-auth-pass\" AES \"tester-priv-pass\"\nrouser tester priv\n" +
-               extra;
-    }
     std::unique_ptr<Process> startDaemon(const std::string& config, const std::string& name = "hmagentd",
                                          const char* serving = "serving 14 regions") {
         write(name + ".conf", config);
@@ -68,9 +61,8 @@ protected:
 // (cmake --install): the module names every variable of a walk; requests are
 // answered or refused; a SEL entry added with the live-change tool becomes the
 // temperature trap and the health change it causes the health trap, named in their
-// SNMPv1 and SNMPv2c forms; the SNMPv3 engine keeps its ID across a restart and
-// counts its boots. Then the same as AgentX subagent of a real snmpd.
-TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsKeepsItsEngineThenServesAsSubagent) {
+// SNMPv1 and SNMPv2c forms. Then the same as AgentX subagent of a real snmpd.
+TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsThenServesAsSubagent) {
     const Result installed = runCommand(std::string(HM_CMAKE) + " --install " HM_BINARY_DIR " --prefix " +
                                         m_dir + "/prefix --component mibs");
     ASSERT_EQ(installed.status, 0) << installed.output;
@@ -86,7 +78,14 @@ TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsKeepsItsEngineThenServesAsSub
                         m_dir + "/named.out");
     ASSERT_TRUE(waitForText(m_dir + "/named.log", "NET-SNMP version", 10s)) << named.output();
     auto daemon = startDaemon(
-        masterConfig("trapsink 127.0.0.1:" + np + " public\ntrap2sink 127.0.0.1:" + np + " public\n"));
+        "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
+        "/registry.reg\nagentRole master\n"
+        "agentaddress udp:" +
+        endpoint() +
+        "\nrocommunity public 127.0.0.1\nrwcommunity private 127.0.0.1\n"
+        "createUser tester SHA \"tester-auth-pass\" AES \"tester-priv-pass\"\nrouser tester priv\ntrapsink "
+        "127.0.0.1:" +
+        np + " public\ntrap2sink 127.0.0.1:" + np + " public\n");
     const std::string walkAll = "snmpwalk -v2c -c public -On -t 5 -r 1 " + endpoint() + " " + kPrivate;
     const Result walk = snmp(walkAll);
     const std::vector<std::string> oids = linesOf(walk.output);
@@ -148,7 +147,6 @@ TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsKeepsItsEngineThenServesAsSub
         {set + "1 -c private" + s + ".3.0 i 5", "Reason: (noSuchName)", true},
         {get + "2c" + s + ".3.0", out + ".3.0 = INTEGER: 4242\n", false},
         {v3 + "tester-auth-pass" + s + ".6.0", out + ".6.0 = STRING: \"Test Works\"\n", false},
-        {v3 + "wrong-auth-pass" + s + ".6.0", "Authentication failure", true},
         {"snmpget -On -t 1 -r 0 -v2c -c nosuchcommunity" + s + ".6.0",
          "Timeout: No Response from " + endpoint() + ".", true},
     };
@@ -186,23 +184,6 @@ TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsKeepsItsEngineThenServesAsSub
     EXPECT_EQ(v2, (std::vector<std::string>{trapOid + "hmTemperatureUpperCritical|" + sel,
                                             trapOid + "hmHealthCritical|" + health}));
 
-    // The SNMPv3 engine keeps its ID (hexadecimal, over several lines) and counts its
-    // boots across a restart: snmpEngineID and snmpEngineBoots, values only.
-    auto engine = [&] {
-        return linesOf(
-            snmp("snmpget -Oqv -t 2 -r 1 -v3 -l authPriv -u tester -a SHA -A tester-auth-pass -x AES "
-                 "-X tester-priv-pass " +
-                 endpoint() + " 1.3.6.1.6.3.10.2.1.1.0 1.3.6.1.6.3.10.2.1.2.0")
-                .output);
-    };
-    std::vector<std::string> before = engine();
-    ASSERT_GE(before.size(), 2u);
-    EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
-    EXPECT_NE(readFile(m_dir + "/daemon-agent.log").find("SNMP Extension Agent closing\n"),
-              std::string::npos);
-    daemon = startDaemon(masterConfig());
-    before.back() = std::to_string(std::stol(before.back()) + 1);
-    EXPECT_EQ(engine(), before);
     EXPECT_EQ(daemon->stop(SIGTERM), 0) << daemon->output();
 
     // As AgentX subagent of snmpd: it serves the same view through the master and
@@ -224,9 +205,6 @@ TEST_F(HostE2e, MasterAnswersRefusesSendsNamedTrapsKeepsItsEngineThenServesAsSub
     EXPECT_EQ(master->stop(SIGTERM), 0);
     master = startSnmpd(snmpdConfig, "snmpd2.out");
     EXPECT_TRUE(servesTheView(15s)) << daemon->output();
-    ASSERT_EQ(snmp(std::string(HM_KELVARN_SIM) + " sel-add \"PCH Temp\" 9").status, 0);
-    EXPECT_TRUE(waitForText(m_dir + "/named.log", "STRING: PCH Temp|", 10s))
-        << readFile(m_dir + "/named.log");
     EXPECT_EQ(master->stop(SIGKILL), 128 + SIGKILL);
     EXPECT_TRUE(daemon->running());
     master = startSnmpd(snmpdConfig, "snmpd3.out");
