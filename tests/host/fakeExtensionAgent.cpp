@@ -145,6 +145,4 @@ EXPORTED BOOL SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* g
 EXPORTED VOID SnmpExtensionClose() {
     if (g_event != nullptr)
         CloseHandle(g_event);
-    g_event = nullptr;
-    g_trapsLeft = 0;
 }

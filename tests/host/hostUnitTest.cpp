@@ -46,30 +46,27 @@ TEST(StatusMapping, StatusesAndModes) {
     }
 }
 
+// (Its error message, with the file and line: BadConfigurationsStopTheDaemonWithTheirMessage.)
 TEST(RoleDirective, ReadBeforeTheAgentStarts) {
     const struct {
         std::string text;
         bool ok;
         Role role;
-        std::string error;
     } cases[] = {
-        {"agentaddress udp:127.0.0.1:1161\n", true, Role::Master, ""},
-        {"agentRole subagent\n", true, Role::Subagent, ""},
-        {"  AGENTROLE   Master  \n", true, Role::Master, ""},
-        {"agentRole subagent\nagentRole master\n", true, Role::Master, ""},
-        {"# agentRole subagent\n", true, Role::Master, ""},
-        {"rocommunity public\nagentRole boss\n", false, Role::Master,
-         ": line 2: agentRole must be master or subagent"},
+        {"agentRole subagent\n", true, Role::Subagent},
+        {"  AGENTROLE   Master  \n", true, Role::Master},
+        {"agentRole subagent\nagentRole master\n", true, Role::Master},
+        {"# agentRole subagent\n", true, Role::Master},
+        {"rocommunity public\nagentRole boss\n", false, Role::Master},
     };
     const hmtest::TempDir dir("hmhostrole");
-    const std::string path = dir / "role.conf";
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
-        hmtest::writeFile(path, c.text);
+        hmtest::writeFile(dir / "role.conf", c.text);
         Role role = Role::Master;
         std::string error;
-        EXPECT_EQ(readRole(path, role, error), c.ok);
-        EXPECT_EQ(std::make_pair(role, error), std::make_pair(c.role, c.ok ? "" : path + c.error));
+        const bool ok = readRole(dir / "role.conf", role, error);
+        EXPECT_EQ(std::make_tuple(ok, role, error.empty()), std::make_tuple(c.ok, c.role, c.ok));
     }
 }
 

@@ -22,7 +22,6 @@ const std::string kPrivate = "1.3.6.1.4.1.64999";
 const std::string kTables = "1.3.6.1.4.1.64999.2.10.3.5";
 const std::string kTempReading = kTables + ".600.40.1.6.1"; // row 1, the BMC's "CPU Temp"
 // The source reads the BMC every 2 s and treats values older than 2 periods as failures.
-constexpr auto kRefresh = 2000ms;
 constexpr auto kBound = 4000ms;
 
 // One SNMP request through the daemon, timed from the manager's side, and the
@@ -52,25 +51,24 @@ protected:
         mkdir((m_dir + "/snmp").c_str(), 0700);
         setenv("SNMP_PERSISTENT_DIR", (m_dir + "/snmp").c_str(), 1);
         setenv("MIBS", "", 1);
+        setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
     }
     void TearDown() override {
         // The daemon first: it must not see the relay vanish under it while stopping.
         if (m_daemon)
             m_daemon->stop();
         m_proxy.reset();
+        unsetenv("KELVARN_CONFIG");
     }
     std::unique_ptr<Process> startDaemon(const std::string& out) {
-        setenv("KELVARN_CONFIG", (m_dir + "/kelvarn.conf").c_str(), 1);
-        auto daemon = std::make_unique<Process>(
-            std::vector<std::string>{HM_AGENTD, "-c", m_dir + "/hmagentd.conf"}, m_dir + "/" + out);
-        unsetenv("KELVARN_CONFIG");
-        return daemon;
+        return std::make_unique<Process>(std::vector<std::string>{HM_AGENTD, "-c", m_dir + "/hmagentd.conf"},
+                                         m_dir + "/" + out);
     }
 
     Timed request(const std::string& tool, const std::string& oid) {
         Timed t;
         t.start = Clock::now();
-        t.result = snmp(tool + " -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + oid);
+        t.result = runCommand(tool + " -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + oid);
         t.end = Clock::now();
         const std::string line = lastLineOf(t.result.output);
         t.value = line.find(" = ") == std::string::npos ? line : line.substr(line.find(" = ") + 3);
@@ -80,13 +78,10 @@ protected:
         return t;
     }
     // The values of one round over the sensor tables: temperature row 1's name and
-    // reading, the first index of the voltage and fan tables, power supply row 1's
-    // state text (a discrete sensor), the overall status of the sensors.
+    // reading, power supply row 1's state text (a discrete sensor), the overall
+    // status of the sensors.
     std::vector<std::string> round() {
-        return {request("snmpget", kTables + ".600.40.1.3.1").value,
-                request("snmpget", kTempReading).value,
-                request("snmpgetnext", kTables + ".400.30").value,
-                request("snmpgetnext", kTables + ".600.20").value,
+        return {request("snmpget", kTables + ".600.40.1.3.1").value, request("snmpget", kTempReading).value,
                 request("snmpget", kTables + ".400.20.1.4.1").value,
                 request("snmpget", kTables + ".200.1.0").value};
     }
@@ -126,30 +121,22 @@ TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
     m_daemon = startDaemon("hmagentd.out");
     ASSERT_TRUE(m_daemon->waitFor("serving ", 20s)) << m_daemon->output();
     // Up: the temperature row carries the BMC's reading.
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            return lastLineOf(
-                       snmp("snmpget -v2c -c public -On -t 1 -r 0 " + m_endpoint + " " + kTempReading).output)
-                       .find(" = INTEGER: ") != std::string::npos;
-        },
-        20s))
+    ASSERT_TRUE(
+        waitUntil([&] { return request("snmpget", kTempReading).value.rfind("INTEGER: ", 0) == 0; }, 20s))
         << m_daemon->output();
-    // With the BMC healthy: CPU Temp at 45 degrees in tenths, the first indexes, the
+    // With the BMC healthy: CPU Temp at 45 degrees in tenths, the
     // power supply's presence and an overall status of 3 (normal). Once the BMC's
     // values are older than the bound: the threshold sensors keep what they last
     // read, the discrete sensor's state becomes unavailable, the overall status 2 (unknown).
-    const std::vector<std::string> healthy{"STRING: \"CPU Temp\"",
-                                           "INTEGER: 450",
-                                           "INTEGER: 1",
-                                           "INTEGER: 1",
+    const std::vector<std::string> healthy{"STRING: \"CPU Temp\"", "INTEGER: 450",
                                            "STRING: \"power supply's presence has been detected\"",
                                            "INTEGER: 3"};
     std::vector<std::string> failed = healthy;
-    failed[4] = "STRING: \"State Unavailable\"", failed[5] = "INTEGER: 2";
+    failed[2] = "STRING: \"State Unavailable\"", failed[3] = "INTEGER: 2";
 
     // Normal: a walk of the whole tree, started right after a sweep, ends before the
     // next sweep may start, and the relay forwards nothing meanwhile.
-    const auto quietUntil = afterASweep() + kRefresh;
+    const auto quietUntil = afterASweep() + 2000ms; // one refresh period
     const Timed walk = request("snmpwalk", kPrivate);
     size_t duringWalk = 0;
     for (const auto& f : m_proxy->forwarded())
@@ -158,7 +145,6 @@ TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
     EXPECT_LT(walk.end, quietUntil) << "the walk outlasted the quiet period; only part of it was checked";
     const size_t variables = linesOf(walk.result.output).size();
     EXPECT_GT(variables, 50u);
-    EXPECT_NE(walk.result.output.find(kTempReading + " = INTEGER: 450\n"), std::string::npos);
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(round(), healthy);
 
@@ -199,7 +185,6 @@ TEST_F(SlowBmcE2e, RequestsNeverWaitForTheBmc) {
     EXPECT_EQ(linesOf(cut.result.output).size(), variables) << cut.result.output;
     for (const auto until = Clock::now() + 4s; Clock::now() < until; std::this_thread::sleep_for(200ms))
         EXPECT_EQ(round(), failed);
-    EXPECT_GT(m_proxy->dropped(), 0u);
     EXPECT_TRUE(waitForText(m_log, "\nGet Last SEL record error\n", 15s)) << readFile(m_log);
     const size_t failures = countIn(m_log, "\nQuery Failed to get the Last Record\n");
     EXPECT_TRUE(

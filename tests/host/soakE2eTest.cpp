@@ -33,10 +33,8 @@ double rssSlopePerMinute(const std::vector<Sample>& samples) {
     const double n = static_cast<double>(samples.size());
     double sx = 0, sy = 0, sxx = 0, sxy = 0;
     for (const Sample& s : samples) {
-        sx += s.at;
-        sy += static_cast<double>(s.rssKb);
-        sxx += s.at * s.at;
-        sxy += s.at * static_cast<double>(s.rssKb);
+        const double y = static_cast<double>(s.rssKb);
+        sx += s.at, sy += y, sxx += s.at * s.at, sxy += s.at * y;
     }
     const double d = n * sxx - sx * sx;
     return d == 0 ? 0 : (n * sxy - sx * sy) / d * 60.0;
@@ -69,7 +67,6 @@ TEST_F(SoakE2e, SteadyLoadWithEvents) {
     writeRegistryFile(m_dir + "/registry.reg", m_dir + "/agent.conf", m_dir + "/agent.log");
     const int trapPort = freePort();
     const auto receiver = launchTrapReceiver(trapPort);
-    ASSERT_FALSE(HasFailure());
     const std::string at = " " + endpoint() + " ";
     write("hmagentd.conf",
           "agentLibrary " HM_SUBAGENT_LIBRARY "\nagentRegistry " + m_dir +
