@@ -47,7 +47,7 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
 
     // Walk the whole view: the names strictly increase up to the end of the view.
     Bindings walk({Arcs{1, 3, 6, 1, 4, 1, 64999}});
-    std::map<UINT, std::string> system; // the system group's values, integers in decimal
+    std::vector<std::string> system(10); // the system group's values, integers in decimal
     using Rows = std::vector<std::vector<std::string>>;
     std::map<UINT, Rows> tables; // by the subtree's first arc * 100 + its second
     Arcs previous;
@@ -58,7 +58,7 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
         ASSERT_TRUE(previous < name) << dotted(previous) << " then " << dotted(name);
         previous = name;
         if (name.size() == 14 && name[11] == 100)
-            system[name[12]] = walk.value(0);
+            system.at(name[12] - 1) = walk.value(0);
         if (name.size() == 16) {
             Rows& rows = tables[name[11] * 100 + name[12]];
             rows.resize(std::max<size_t>(rows.size(), name[15]));
@@ -67,17 +67,10 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
     }
     // The system group as the configuration gives it, texts cut to 63 characters; the
     // overall health is the worst row found at start-up.
-    EXPECT_EQ(system, (std::map<UINT, std::string>{
-                          {1, "5"},
-                          {2, "Two-socket rack server"},
-                          {3, "42"},
-                          {4, "1"},
-                          {5, "0"},
-                          {6, "Example Systems"},
-                          {7, "Fleet Server " + std::string(50, 'X')},
-                          {8, "3.1.4"},
-                          {9, "2026.11.21"},
-                          {10, "Hardware monitoring agent for rack servers and blades of the ex"}}));
+    EXPECT_EQ(system,
+              (std::vector<std::string>{"5", "Two-socket rack server", "42", "1", "0", "Example Systems",
+                                        "Fleet Server " + std::string(50, 'X'), "3.1.4", "2026.11.21",
+                                        "Hardware monitoring agent for rack servers and blades of the ex"}));
     const char* const A = "2147483647"; // absent
     EXPECT_EQ(
         tables,
