@@ -24,15 +24,12 @@ constexpr UINT UNDO = SNMP_EXTENSION_SET_UNDO, CLEANUP = SNMP_EXTENSION_SET_CLEA
 const BYTE I = ASN_INTEGER, S = ASN_OCTETSTRING, NUL = ASN_NULL;
 const Arcs kEnterprise{1, 3, 6, 1, 4, 1, 64999};
 const UINT kMax = 0xFFFFFFFFu;
-const Arcs kLong = [] {
-    Arcs arcs = P({100, 1, 0});
-    arcs.resize(128, 0);
-    return arcs;
-}(); // 128 arcs
 
 // A SET phase carries the value 55 of the row's type, and the binding keeps it.
 TEST_F(RequestTest, RequestsAnswerTheRightVariable) {
     const Arcs kThreshold = P({600, 40, 1, 7, 1});
+    Arcs kLong = P({100, 1, 0});
+    kLong.resize(128, 0); // the longest name
     const struct {
         UINT type;
         Arcs requested;
