@@ -1,9 +1,14 @@
 // Drives the built agent library the way the SNMP service does: loaded by path,
 // entry points resolved by name, regions collected, the whole view walked with
-// GETNEXT, a SET tried, closed and started again.
+// GETNEXT, a SET tried, closed and started again. The platform is a file of sensors whose
+// published values were worked by hand:
+//   temperatures in tenths of a degree C, judged on the upper thresholds;
+//   voltages in millivolts (M x raw x 10^-3 V), judged on all six, "P1V1 Curve" dropped (non-linear);
+//   fans in RPM (M x raw), resolution published x 10.
 #include <dlfcn.h>
 
 #include "agentTestSupport.h"
+#include "support/e2e.h"
 
 namespace hmtest {
 namespace {
@@ -25,11 +30,10 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
         return answer.status;
     };
     TempDir dir("hmagent-driver-");
-    writeFile(dir / "registry.reg", "Windows Registry Editor Version 5.00\r\n\r\n"
-                                    "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                                    "\"ConfigFile\"=\"" HM_TEST_DATA_DIR "/agent/hmSubagent.conf\"\r\n"
-                                    "\"LogFile\"=\"" +
-                                        (dir / "agent.log") + "\"\r\n");
+    writeRegistryFile(dir / "registry.reg", HM_TEST_DATA_DIR "/agent/hmSubagent.conf", dir / "agent.log");
+    writeFile(dir / "kelvarn.conf",
+              "source = simulated\nplatform = " HM_TEST_DATA_DIR "/sensors/endtoend.json\n");
+    setenv("KELVARN_CONFIG", (dir / "kelvarn.conf").c_str(), 1);
     setenv("HMSUBAGENT_REGISTRY", (dir / "registry.reg").c_str(), 1);
 
     HANDLE event = nullptr;
@@ -43,7 +47,9 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
 
     // Walk the whole view: the names strictly increase up to the end of the view.
     Bindings walk({Arcs{1, 3, 6, 1, 4, 1, 64999}});
-    std::map<UINT, std::string> system; // the system group's values, integers in decimal
+    std::vector<std::string> system(10); // the system group's values, integers in decimal
+    using Rows = std::vector<std::vector<std::string>>;
+    std::map<UINT, Rows> tables; // by the subtree's first arc * 100 + its second
     Arcs previous;
     for (int steps = 0; walk.name(0) != kEndOfView; ++steps) {
         ASSERT_LT(steps, 5000);
@@ -52,21 +58,34 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
         ASSERT_TRUE(previous < name) << dotted(previous) << " then " << dotted(name);
         previous = name;
         if (name.size() == 14 && name[11] == 100)
-            system[name[12]] = walk.value(0);
+            system.at(name[12] - 1) = walk.value(0);
+        if (name.size() == 16) {
+            Rows& rows = tables[name[11] * 100 + name[12]];
+            rows.resize(std::max<size_t>(rows.size(), name[15]));
+            rows[name[15] - 1].push_back(walk.value(0));
+        }
     }
-    // The system group as the configuration gives it, texts cut to 63 characters.
-    EXPECT_TRUE(system[1] >= "1" && system[1] <= "6") << system[1];
-    system.erase(1);
-    EXPECT_EQ(system, (std::map<UINT, std::string>{
-                          {2, "Two-socket rack server"},
-                          {3, "42"},
-                          {4, "1"},
-                          {5, "0"},
-                          {6, "Example Systems"},
-                          {7, "Fleet Server " + std::string(50, 'X')},
-                          {8, "3.1.4"},
-                          {9, "2026.11.21"},
-                          {10, "Hardware monitoring agent for rack servers and blades of the ex"}}));
+    // The system group as the configuration gives it, texts cut to 63 characters; the
+    // overall health is the worst row found at start-up.
+    EXPECT_EQ(system,
+              (std::vector<std::string>{"5", "Two-socket rack server", "42", "1", "0", "Example Systems",
+                                        "Fleet Server " + std::string(50, 'X'), "3.1.4", "2026.11.21",
+                                        "Hardware monitoring agent for rack servers and blades of the ex"}));
+    const char* const A = "2147483647"; // absent
+    EXPECT_EQ(
+        tables,
+        (std::map<UINT, Rows>{
+            {60040,
+             {{"1", "1", "Board Temp", "ok", "3", "350", "800", "700", "600", "20", "50", "100", "100", "30",
+               "20"},
+              {"2", "2", "Hot Spot", "critical", "5", "800", A, "700", "600", A, A, A, "200", "0", "0"}}},
+            {40030,
+             {{"1", "16", "P3V3", "ok", "3", "3294", A, "3618", "3492", "3096", "2934", A, "18", "1", "0"},
+              {"2", "18", "P12V", "critical", "5", "10710", A, "13230", "12600", "11403", "10773", A, "63",
+               "2", "150"}}},
+            {60020,
+             {{"1", "48", "FAN1", "critical", "5", "750", A, A, A, "1500", "975", A, "750", "1", "0"},
+              {"2", "49", "FAN2", "ok", "3", "5000", A, "10000", A, "2000", A, A, "500", "0", "0"}}}}));
     // Sets stay disabled whatever the file says: a write answers readOnly.
     Bindings set({P({100, 3, 0})});
     set.setInteger(0, 7);
@@ -84,6 +103,7 @@ TEST(AgentDriver, ServesTheViewAsTheSnmpServiceDrivesIt) {
         close();
     }
     unsetenv("HMSUBAGENT_REGISTRY");
+    unsetenv("KELVARN_CONFIG");
 }
 
 } // namespace

@@ -114,14 +114,6 @@ protected:
         script().tracePath = m_dir / "trace.log";
         openDebugLog(script().tracePath.c_str(), 10);
     }
-    // Hands out every further region; returns how many there were.
-    int finishRegions() {
-        int count = 0;
-        AsnObjectIdentifier region{0, nullptr};
-        while (SnmpExtensionInitEx(&region) && count < 100)
-            ++count;
-        return count;
-    }
     Answer query(UINT type, Bindings& bindings) {
         Answer answer;
         SnmpExtensionQueryEx(type, 7, bindings.list(), nullptr, &answer.status, &answer.index);

@@ -3,6 +3,7 @@
 
 #include "agent/agentApi.h"
 #include "agent/agentState.h"
+#include "agent/mibTypes.h"
 
 namespace hmtest {
 namespace {
@@ -36,24 +37,20 @@ TEST_F(LifecycleTest, RegionsAreHandedOutOneSubtreeAtATimeAndCloseReleasesEveryt
     EXPECT_EQ(ids, nullptr);
     EXPECT_TRUE(IsInitDone());
     EXPECT_FALSE(signalled(m_event)); // no trap was waiting for the end of start-up
-    // Once done, no further region and no second poller.
-    EXPECT_FALSE(SnmpExtensionInitEx(&region));
 
-    // Subtree bases are handed out as copies of their own for valid indexes (growing one
-    // leaves the subtree alone), and not at all for others.
-    for (int index : {0, 12, 13, 14, -1}) {
+    // Subtree bases are handed out as copies of their own for valid indexes, and not at all
+    // for others.
+    for (int index : {0, 13, 14, -1}) {
         UINT arc = 77;
-        AsnObjectIdentifier oid{1, &arc}, tail{1, &arc};
+        AsnObjectIdentifier oid{1, &arc};
         GetOidSubTreeBaseOid(index, &oid);
-        if (oid.ids == &arc) {
-            EXPECT_TRUE(index < 0 || index > 13) << index;
-            continue;
+        const bool valid = index == 0 || index == 13;
+        EXPECT_EQ(arcsOf(oid), valid ? kBases[index] : Arcs{77}) << index;
+        if (valid) {
+            const UINT *copy = oid.ids, *base = OidSubTrees[index].baseOid.ids;
+            EXPECT_NE(copy, base);
+            SnmpUtilOidFree(&oid);
         }
-        ASSERT_TRUE(SnmpUtilOidAppend(&oid, &tail));
-        SnmpUtilOidFree(&oid);
-        GetOidSubTreeBaseOid(index, &oid);
-        EXPECT_EQ(arcsOf(oid), kBases[index]);
-        SnmpUtilOidFree(&oid);
     }
     // Close releases the facade and closes the trace last.
     const std::string log = closeAndReadTrace();
@@ -81,7 +78,10 @@ TEST_F(LifecycleTest, TrapsWaitForTheLastRegionAreSignalledAndSplitTheEventOid) 
     EXPECT_EQ(AssertTrap() + AssertTrap(), 2);
     EXPECT_TRUE(agentTrapsWaiting());
     EXPECT_FALSE(signalled(m_event));
-    EXPECT_EQ(finishRegions(), 12);
+    int regions = 0;
+    while (SnmpExtensionInitEx(&region) && regions < 100)
+        ++regions;
+    EXPECT_EQ(regions, 12);
     EXPECT_FALSE(agentTrapsWaiting());
     EXPECT_TRUE(signalled(m_event));
     EXPECT_FALSE(signalled(m_event)); // auto-reset, signalled once

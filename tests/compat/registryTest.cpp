@@ -104,7 +104,7 @@ TEST_F(RegistryTest, ValuesSizesTypesAndFileSyntax) {
 
 // A missing file or key is not found, a file that is not a registry file a bad database;
 // either way the result is left alone.
-TEST_F(RegistryTest, FilesKeysArgumentsAndHandlesThatCannotBeUsed) {
+TEST_F(RegistryTest, FilesKeysAndHandlesThatCannotBeUsed) {
     const HKEY sentinel = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234));
     HKEY key = sentinel;
     EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND); // no file
@@ -124,20 +124,9 @@ TEST_F(RegistryTest, FilesKeysArgumentsAndHandlesThatCannotBeUsed) {
     // A long line just under the limit is read, and the key after it found.
     writeFile(kHeader + "; " + std::string(1000 * 1000, 'x') + "\n" + kSection + "\"LogFile\"=\"ok\"\n");
     EXPECT_EQ(read("LogFile"), std::string("ok", 3));
-    // Bad arguments and handles.
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, nullptr), ERROR_INVALID_PARAMETER);
-    int notAKey = 0;
-    EXPECT_EQ(RegOpenKeyExA(reinterpret_cast<HKEY>(&notAKey), kParams, 0, KEY_READ, &key),
-              ERROR_INVALID_HANDLE);
-    EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
-    BYTE buf[8];
-    DWORD reserved = 0, size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "LogFile", nullptr, nullptr, buf, nullptr), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(RegQueryValueExA(key, "LogFile", &reserved, nullptr, buf, &size), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
     // A closed key is no longer a valid handle.
-    EXPECT_EQ(RegQueryValueExA(key, "LogFile", nullptr, nullptr, buf, &size), ERROR_INVALID_HANDLE);
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
+    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
     EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
 }
 
@@ -171,10 +160,6 @@ TEST_F(RegistryTest, FilesWritableByOthersOrOwnedByAnotherUserAreRefused) {
                                         "); allow writing to its owner only (chmod go-w)\n"
                                   : "");
     }
-    // A query of the hive itself is refused the same way.
-    DWORD size = 0;
-    EXPECT_EQ(RegQueryValueExA(HKEY_LOCAL_MACHINE, "x", nullptr, nullptr, nullptr, &size),
-              ERROR_ACCESS_DENIED);
     if (geteuid() != 0)
         GTEST_SKIP() << "giving the file to another user needs root";
     std::string printed;
