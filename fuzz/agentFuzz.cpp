@@ -13,7 +13,6 @@
 namespace {
 
 const UINT kPrefix[] = {1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 5};
-constexpr UINT kPrefixLength = std::size(kPrefix);
 const UINT kRequestTypes[] = {SNMP_EXTENSION_GET,        SNMP_EXTENSION_GET_NEXT,   SNMP_EXTENSION_GET_BULK,
                               SNMP_EXTENSION_SET_TEST,   SNMP_EXTENSION_SET_COMMIT, SNMP_EXTENSION_SET_UNDO,
                               SNMP_EXTENSION_SET_CLEANUP};
@@ -75,7 +74,7 @@ HM_FUZZ_TARGET(input) {
         const uint8_t shape = input.byte();
         const UINT tail = input.byte() % 40;
         // Half the names start inside the agent's MIB, some at a cut of its prefix.
-        const UINT prefix = shape % 2 == 0 ? kPrefixLength : (shape / 2) % (kPrefixLength + 1);
+        const UINT prefix = shape % 2 == 0 ? std::size(kPrefix) : (shape / 2) % (std::size(kPrefix) + 1);
         list.list[n].name.idLength = prefix + tail;
         list.list[n].name.ids = allocFilled<UINT>(
             prefix + tail, [&](UINT i) { return i < prefix ? kPrefix[i] : nextArc(input); });

@@ -15,9 +15,7 @@ namespace hmfuzz {
 std::string writeScratch(const std::string& name, const std::string& content) {
     static std::string g_scratch;
     if (g_scratch.empty()) {
-        const char* base = std::getenv("TMPDIR");
-        std::string pattern =
-            std::string(base != nullptr && *base != '\0' ? base : "/tmp") + "/hm-fuzz-XXXXXX";
+        std::string pattern = std::filesystem::temp_directory_path() / "hm-fuzz-XXXXXX";
         if (mkdtemp(&pattern[0]) == nullptr)
             std::abort();
         g_scratch = pattern;

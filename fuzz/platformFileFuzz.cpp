@@ -8,18 +8,15 @@
 #include "kelvarn/System.h"
 
 HM_FUZZ_TARGET(input) {
-    kelvarn::PlatformModel model;
-    try {
-        model = kelvarn::loadPlatformFile(hmfuzz::writeScratch("platform.json", input.rest()));
-    } catch (const kelvarn::PlatformFileError&) {
-        return;
-    }
-    SDK::System system(
-        kelvarn::makePlatformResponder(std::make_shared<kelvarn::SimulatedSource>("fuzz", std::move(model))));
-    for (const char* query : {"/BMC/SDR", "/BMC/SDR/SENSOR_TYPE[1]", "/BMC/SDR/SENSOR_TYPE[4]",
-                              "/BMC/SENSOR[1][32][0]/INTERPRET_SENSOR_VALUE", "/BMC/SENSOR[1][32][0]/NAME",
-                              "/BMC/SEL", "/SMBIOS/PROCESSOR", "/SMBIOS/MEMORY_ARRAY", "/SMBIOS/CHASSIS"}) {
-        std::map<std::string, _XNode> result;
-        hmfuzz::ignoring<ResultStatus>([&] { system.Get(query, result); });
-    }
+    hmfuzz::ignoring<kelvarn::PlatformFileError>([&] {
+        SDK::System system(kelvarn::makePlatformResponder(std::make_shared<kelvarn::SimulatedSource>(
+            "fuzz", kelvarn::loadPlatformFile(hmfuzz::writeScratch("platform.json", input.rest())))));
+        for (const char* query :
+             {"/BMC/SDR", "/BMC/SDR/SENSOR_TYPE[1]", "/BMC/SDR/SENSOR_TYPE[4]",
+              "/BMC/SENSOR[1][32][0]/INTERPRET_SENSOR_VALUE", "/BMC/SENSOR[1][32][0]/NAME", "/BMC/SEL",
+              "/SMBIOS/PROCESSOR", "/SMBIOS/MEMORY_ARRAY", "/SMBIOS/CHASSIS"}) {
+            std::map<std::string, _XNode> result;
+            hmfuzz::ignoring<ResultStatus>([&] { system.Get(query, result); });
+        }
+    });
 }

@@ -39,8 +39,9 @@ struct Trap {
 };
 
 // Reads what a trap builder produced and releases it.
-inline Trap takeBuilt(AsnObjectIdentifier& enterprise, AsnInteger32 specific, SnmpVarBindList& list) {
-    Trap trap{dotted(enterprise), specific, {}, dotted(enterprise)};
+inline Trap takeBuilt(AsnObjectIdentifier& enterprise, AsnInteger32 specific, SnmpVarBindList& list,
+                      uint32_t status = 0, int32_t flag = 0) {
+    Trap trap{dotted(enterprise), specific, {}, dotted(enterprise), status, flag};
     for (UINT i = 0; i < list.len; ++i) {
         const SnmpVarBind& vb = list.list[i];
         const bool text = vb.value.asnType == ASN_OCTETSTRING;
@@ -51,10 +52,8 @@ inline Trap takeBuilt(AsnObjectIdentifier& enterprise, AsnInteger32 specific, Sn
                   : "",
              text ? 0 : vb.value.asnValue.number});
     }
-    if (list.list != nullptr)
-        SnmpUtilVarBindListFree(&list);
-    if (enterprise.ids != nullptr)
-        SnmpUtilOidFree(&enterprise);
+    SnmpUtilVarBindListFree(&list);
+    SnmpUtilOidFree(&enterprise);
     return trap;
 }
 
@@ -133,8 +132,7 @@ private:
 // A record as the event clones queue it.
 eventData makeEvent(int32_t group, int32_t severity, int32_t deviceId, const char* description,
                     int32_t instance = 1, const char* deviceName = "") {
-    eventData e;
-    std::memset(&e, 0, sizeof(e));
+    eventData e{};
     e.nEventGroup = group;
     e.nSeverity = severity;
     e.nDeviceID = deviceId;
@@ -157,9 +155,7 @@ inline CEventWrapper eventWrapper(int32_t deviceId, const char* description, con
 // Every hand-off retry sleep asked for, when recordRetrySleep is the seam.
 inline std::vector<DWORD> g_retrySleeps;
 
-inline void recordRetrySleep(DWORD ms) {
-    g_retrySleeps.push_back(ms);
-}
+inline const auto recordRetrySleep = [](DWORD ms) { g_retrySleeps.push_back(ms); };
 
 // The poller thread started with the agent waits here for ever: the tests poll.
 inline void parkPoller(DWORD) {

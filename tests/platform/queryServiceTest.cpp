@@ -59,13 +59,6 @@ TEST_F(QueryServiceTest, FailedQueriesKeepTheValueAndTraceEveryStatus) {
     EXPECT_NE(trace().find(" failed. 1082 code \n "), std::string::npos);
 }
 
-TEST_F(QueryServiceTest, DumpPrintsEveryEntryInKeyOrder) {
-    dumpResultMap({{"/b", node({"x", "y"}, 1)}, {"/a", node({})}});
-    EXPECT_EQ(
-        trace(),
-        "Key = \"/a\"\n\tNodeType = 0\nKey = \"/b\"\n\tNodeType = 1\n\t\tValue[0] = x\n\t\tValue[1] = y\n");
-}
-
 // A path longer than the buffer is cut; the length it needs is returned.
 TEST(QueryPathTest, LongPathIsCutToTheBuffer) {
     char b[64];

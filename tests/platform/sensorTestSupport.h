@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,7 +16,6 @@
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
-#include "platform/CString.h"
 #include "platform/queryService.h"
 #include "support/files.h"
 
@@ -59,12 +57,6 @@ public:
     void value(const std::string& path, const std::string& text) { answers[path] = {{path, node({text})}}; }
 };
 
-// A CString as narrow text.
-inline std::string narrow(const CString& s) {
-    char buffer[CString::kLogBufferSize];
-    return s.NarrowForLog(buffer);
-}
-
 inline kelvarn::PlatformModel loadModel(const std::string& name) {
     return kelvarn::loadPlatformFile(std::string(HM_TEST_DATA_DIR) + "/sensors/" + name);
 }
@@ -104,19 +96,8 @@ protected:
         return responder;
     }
 
-    // The trace written since SetUp, without the banner and the line prefixes.
-    std::string trace() const {
-        const std::string banner = "*********** New Log ****************\n", s = hmtest::readFile(tracePath);
-        return hmtest::withoutPrefixes(s.compare(0, banner.size(), banner) == 0 ? s.substr(banner.size())
-                                                                                : s);
-    }
-
-    // Empties the trace file, so that the next trace() shows only what follows.
-    void clearTrace() {
-        closeDebugLog();
-        std::ofstream(tracePath, std::ios::trunc).close();
-        openDebugLog(tracePath.c_str(), 10);
-    }
+    // The trace written since SetUp, without the line prefixes.
+    std::string trace() const { return hmtest::withoutPrefixes(hmtest::readFile(tracePath)); }
 
     hmtest::TempDir m_traceDir{"hm-sensor-trace-"};
     std::string tracePath = m_traceDir / "trace.log";
