@@ -58,41 +58,6 @@ TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
 }
 
-// The signs, offsets and the other linearizations are checked against FreeIPMI below.
-TEST(SdrConversionTest, HandComputedValues) {
-    struct Case {
-        int m, rExp, lin;
-        uint8_t raw;
-        const char* expected;
-    } cases[] = {
-        {8, -3, 0, 150, "1.2"},        // 150 * 0.008 V
-        {4, -6, 7, 42, "5952.380952"}, // 1 / (168e-6)
-        {1, 0, 8, 12, "144"},          // square
-        {1, 0, 10, 81, "9"},           // square root
-        {6, -3, 0x70, 183, "1.098"},   // non-linear: factors at this reading
-    };
-    for (const Case& c : cases) {
-        SdrFields f;
-        f.m = static_cast<int16_t>(c.m);
-        f.rExp = static_cast<int8_t>(c.rExp);
-        f.linearization = static_cast<uint8_t>(c.lin);
-        double v = 0;
-        ASSERT_TRUE(kelvarn::convertReading(f, c.raw, v)) << c.expected;
-        EXPECT_EQ(kelvarn::formatNumber(v), c.expected);
-    }
-    SdrFields none;
-    none.analogFormat = AnalogFormat::None;
-    double v;
-    EXPECT_FALSE(kelvarn::convertReading(none, 1, v));
-    SdrFields inverseOfZero;
-    inverseOfZero.linearization = 7;
-    ASSERT_TRUE(kelvarn::convertReading(inverseOfZero, 0, v));
-    EXPECT_EQ(v, 0.0);
-    SdrFields logOfZero;
-    logOfZero.linearization = 1;
-    EXPECT_FALSE(kelvarn::convertReading(logOfZero, 0, v));
-}
-
 // Every full record of the demo server and of signed and linearized records, parsed by
 // FreeIPMI: identity, thresholds and the conversion of each raw value 0-255 against
 // INTERPRET_SENSOR_VALUE[r].
@@ -105,10 +70,13 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
            {"name": "Log", "number": 4, "sensorType": 2, "m": 1, "b": -20, "linearization": 2},
            {"name": "Exp2", "number": 5, "sensorType": 2, "m": 5, "rExp": -2, "linearization": 6},
            {"name": "Cube", "number": 6, "sensorType": 2, "m": 1, "rExp": -1, "linearization": 9},
-           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3})";
+           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3},
+           {"name": "Square", "number": 8, "sensorType": 2, "m": 3, "b": -50, "linearization": 8},
+           {"name": "Root", "number": 9, "sensorType": 2, "m": 2, "b": -9, "bExp": 1, "linearization": 10},
+           {"name": "None", "number": 10, "sensorType": 2, "analogFormat": "none"})";
     for (const auto& [platformText, expectedFullRecords] :
          {std::make_pair(kelvarn::demoPlatformText(), size_t(32)),
-          std::make_pair(platformWith(sensors), size_t(7))}) {
+          std::make_pair(platformWith(sensors), size_t(10))}) {
         auto system = systemOver(platformText);
         const Result all = resultOf(*system, "/BMC/SDR/RECORD_TYPE[1]");
         ASSERT_EQ(all.size(), expectedFullRecords);
