@@ -115,6 +115,16 @@ inline std::vector<uint8_t> bytesOf(const std::string& text) {
     return b;
 }
 
+// "a=b|c=d|" as {a, b}, {c, d}.
+inline std::vector<std::pair<std::string, std::string>> pairsOf(const std::string& text) {
+    std::vector<std::pair<std::string, std::string>> out;
+    for (size_t at = 0, bar; (bar = text.find('|', at)) != std::string::npos; at = bar + 1) {
+        const size_t eq = text.find('=', at);
+        out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
+    }
+    return out;
+}
+
 // A platform file text holding the given sensors and SEL entries.
 inline std::string platformWith(const std::string& sensors, const std::string& sel = "") {
     return R"({"format": "kelvarn-platform", "version": 1, "bmc": {"sensors": [)" + sensors +

@@ -249,16 +249,6 @@ TEST(SmbiosSource, UnreadableDumpFailsEachQueryUntilItIsThere) {
 
 // ------------------------------------------------- against dmidecode's decoding
 
-// "a=b|c=d|" as {a, b}, {c, d}.
-std::vector<std::pair<std::string, std::string>> pairsOf(const std::string& text) {
-    std::vector<std::pair<std::string, std::string>> out;
-    for (size_t at = 0, bar; (bar = text.find('|', at)) != std::string::npos; at = bar + 1) {
-        const size_t eq = text.find('=', at);
-        out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
-    }
-    return out;
-}
-
 // The service's names where they differ from dmidecode's.
 std::string asService(const std::string& dmidecode) {
     static const auto names =
