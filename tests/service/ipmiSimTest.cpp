@@ -39,13 +39,14 @@ TEST(IpmiSim, ThroughTheConfiguredServiceAndTheCommandBackend) {
     // The readings and thresholds of tests/data/ipmi/bmc.emu (their agreement with ipmitool's
     // is checked through the agent in tests/host); discrete states (ipmitool's "Presence
     // detected", "Fully Redundant") and the chassis type (its "Rack Mount Chassis").
-    const std::string n = "/BMC/SENSOR[";
-    expectValues(sys, {{n + "1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "45"},
-                       {n + "1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "90"},
-                       {n + "2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12"},
-                       {n + "4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "PRESENCE_DETECTED"},
-                       {n + "5]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "FULLY_REDUNDANT"},
-                       {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE", "23"}});
+    expectValues(
+        sys,
+        "SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=45|SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/"
+        "UPPER_CRITICAL=90|"
+        "SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=12|FRU[0]/RECORD/DECODED/CHASSISAREA/TYPE=23|"
+        "SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=PRESENCE_DETECTED|"
+        "SENSOR[5]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=FULLY_REDUNDANT|",
+        "/BMC/");
     // Our path below /BMC/, and ipmitool's key in "fru print 0" (or, for OEM/, in "mc info").
     const std::string fruText = sim.ipmitool("fru print 0"), mc = sim.ipmitool("mc info");
     for (const auto& [path, key] :

@@ -165,20 +165,17 @@ TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
     rig.bmc->openDelayMs = 300;
     rig.start(fastSettings(60000));
     SDK::System& sys = *rig.system;
+    // The BMC's current thresholds of sensor 1 replace the SDR's (90); sensor 2 has none from the
+    // BMC: the SDR's stay.
     expectValues(
-        sys, {
-                 {kCpuValue, "45"},
-                 {kCpu + "/NAME", "CPU Temp"},
-                 // The BMC's current thresholds replace the SDR's (90).
-                 {kCpu + "/THRESHOLD/UPPER_CRITICAL", "95"},
-                 {kCpu + "/THRESHOLD/LOWER_CRITICAL", "5"},
-                 {kCpu + "/THRESHOLD/UPPER_NONRECOVERABLE", "NOT SUPPORTED"},
-                 {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12"},
-                 // No thresholds from the BMC for sensor 2: the SDR's stay.
-                 {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "215"},
-                 {"/BMC/SENSOR[4]/NAME", "Fan Redund"},
-                 {"/BMC/SEL/TRANSLATED[0]/DESCR", "Voltage 12V | Lower Non-critical going low | Asserted"},
-             });
+        sys,
+        "1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=45|1]/OWNER[32]/LUN[0]/NAME=CPU Temp|"
+        "1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL=95|1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL=5|"
+        "1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONRECOVERABLE=NOT SUPPORTED|4]/NAME=Fan Redund|"
+        "2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=12|2]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL=215|",
+        "/BMC/SENSOR[");
+    EXPECT_EQ(valueOf(sys, "/BMC/SEL/TRANSLATED[0]/DESCR"),
+              "Voltage 12V | Lower Non-critical going low | Asserted");
     // The SDR as stored by the source carries the overlaid threshold.
     EXPECT_EQ(valueOf(sys, "/BMC/SDR[0]").substr(37 * 3, 5), "5f 50");
 

@@ -142,9 +142,11 @@ TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
     Result all = resultOf(system, "/BMC/SDR");
     EXPECT_EQ(all.size(), 3u);
     EXPECT_EQ(all["/BMC/SDR[2]"].Values.at(0), "03 00 51 12 0b 20 00 00 00 00 00 00 00 00 00 c0");
-    expectValues(system, {{"/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "40"},
-                          {"/BMC/SENSOR[48]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "90"},
-                          {"/BMC/SENSOR[49]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "DRIVE_FAULT"}});
+    expectValues(
+        system,
+        "48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=40|48]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL=90|"
+        "49]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=DRIVE_FAULT|",
+        "/BMC/SENSOR[");
 
     // A dump cut inside a record is refused.
     { std::ofstream(dump, std::ios::binary | std::ios::app) << std::string("\x04\x00\x51\x01\x30\x20", 6); }
@@ -175,15 +177,13 @@ Sensor ID              : HDD0 (0xf0)
 
 TEST(IpmitoolListingTest, ReadingsThresholdsAndUnitsComeOutAsListedOrAreRefused) {
     auto system = systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt"));
-    expectValues(*system,
-                 {
-                     // Negative temperatures: two's complement, M 5: raw -1 and -4.
-                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "-5"},
-                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "252"},
-                     {"/BMC/SENSOR[224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE",
-                      "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED"},
-                     {"/BMC/SENSOR[240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
-                 });
+    // Negative temperatures: two's complement, M 5: raw -1 and -4.
+    expectValues(
+        *system,
+        "1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=-5|1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL=252|"
+        "224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED|"
+        "240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=READING_UNAVAILABLE|",
+        "/BMC/SENSOR[");
     // The record's units: two's complement (0x80), degrees C (1).
     EXPECT_EQ(valueOf(*system, "/BMC/SDR[0]").substr(20 * 3, 5), "80 01");
     for (const char* bad : {"Entity ID : 7.1\n", "Sensor ID : NoNumber\n Sensor Type (Discrete): X (0x01)\n",

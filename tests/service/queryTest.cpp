@@ -86,24 +86,21 @@ TEST(QueryFailureTest, OtherExceptionsBecomeInternalErrors) {
 // sdrTest), inventory, collections and whole subtrees.
 TEST(DemoServerTest, SensorsInventoryAndCollections) {
     auto system = systemOver(kelvarn::demoPlatformText());
-    const std::string s = "/BMC/SENSOR[", m = "/SMBIOS/MemoryArray[1]/";
     expectValues(
         *system,
-        {
-            {s + "20]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "11.214"},
-            {s + "16]/OWNER[32]/LUN[0]/TOLERANCE", "1"},
-            {s + "65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "PRESENCE_DETECTED,PREDICTIVE_FAILURE"},
-            {s + "65]/OWNER[32]/LUN[0]/TOLERANCE", "NOT SUPPORTED"},
-            {s + "65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[3]", "NOT SUPPORTED"},
-            {s + "57]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "DEVICE_INSERTED/DEVICE_PRESENT"},
-            {s + "96]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "ALL_DEASSERTED"},
-            {"/BMC/FRU[0]/RECORD/DECODED/CHASSISAREA/SERIAL_NUMBER", "C819AK21N0417"},
-            {"/SMBIOS/Type3/SecurityStatus", "None"},
-            {"/SMBIOS/Type24/HardwareSecuritySettings/KeyboardPassword", "Not Implemented"},
-            {"/SMBIOS/ProcessorInfo[1]/Upgrade", "Socket LGA771"},
-            {m + "NumMemoryDevices", "6"},
-            {m + "MemoryDevice[3]/TypeDetail/Synchronous", "Supported"},
-        });
+        "SENSOR[20]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=11.214|SENSOR[16]/OWNER[32]/LUN[0]/TOLERANCE=1|"
+        "SENSOR[65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=PRESENCE_DETECTED,PREDICTIVE_FAILURE|"
+        "SENSOR[65]/OWNER[32]/LUN[0]/TOLERANCE=NOT SUPPORTED|"
+        "SENSOR[65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE[3]=NOT SUPPORTED|"
+        "SENSOR[57]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=DEVICE_INSERTED/DEVICE_PRESENT|"
+        "SENSOR[96]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=ALL_DEASSERTED|"
+        "FRU[0]/RECORD/DECODED/CHASSISAREA/SERIAL_NUMBER=C819AK21N0417|",
+        "/BMC/");
+    expectValues(*system,
+                 "Type3/SecurityStatus=None|Type24/HardwareSecuritySettings/KeyboardPassword=Not Implemented|"
+                 "ProcessorInfo[1]/Upgrade=Socket LGA771|MemoryArray[1]/NumMemoryDevices=6|"
+                 "MemoryArray[1]/MemoryDevice[3]/TypeDetail/Synchronous=Supported|",
+                 "/SMBIOS/");
     auto keysOf = [&](const char* path) { return resultOf(*system, path); };
     EXPECT_EQ(keysOf("/BMC/SDR/SENSOR_TYPE[1]").begin()->first, "/BMC/SDR[0]");
     EXPECT_TRUE(keysOf("/BMC/SDR/SENSOR_TYPE[200]").empty());

@@ -54,6 +54,9 @@ inline void expectValues(SDK::System& system, const Expected& expected) {
         EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
 }
 
+// Each "path=value|" of `table`, the path after `prefix`, answers its value.
+inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix = "");
+
 // The failures `f` throws (empty when it throws none).
 template <typename F> std::vector<RStatus> statusesOf(F f) {
     try {
@@ -123,6 +126,11 @@ inline std::vector<std::pair<std::string, std::string>> pairsOf(const std::strin
         out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
     }
     return out;
+}
+
+inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix) {
+    for (const auto& e : pairsOf(table))
+        EXPECT_EQ(valueOf(system, prefix + e.first), e.second) << e.first;
 }
 
 // A platform file text holding the given sensors and SEL entries.
