@@ -101,19 +101,17 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
             EXPECT_EQ(valueOf(*system, base + "/NAME"), id);
             if (eventType != 0x01)
                 continue;
-            uint8_t readable[6], raw[6];
-            ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), &readable[0],
-                                                        &readable[1], &readable[2], &readable[3],
-                                                        &readable[4], &readable[5]) |
-                          ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1],
-                                                        &raw[2], &raw[3], &raw[4], &raw[5]),
+            uint8_t on[6], t[6]; // readable, raw: LNC, LC, LNR, UNC, UC, UNR
+            ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), on, on + 1, on + 2,
+                                                        on + 3, on + 4, on + 5) |
+                          ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), t, t + 1, t + 2, t + 3,
+                                                        t + 4, t + 5),
                       0);
             const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
                                    "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
-            for (int t = 0; t < 6; ++t)
-                EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[t]),
-                          readable[t] ? std::to_string(raw[t]) : std::string("NOT SUPPORTED"))
-                    << keys[t];
+            for (int i = 0; i < 6; ++i)
+                EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[i]),
+                          on[i] ? std::to_string(t[i]) : "NOT SUPPORTED");
             int8_t rExp, bExp;
             int16_t m, b;
             uint8_t lin, analog;
@@ -121,7 +119,7 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
                                                           &lin, &analog),
                       0);
             for (int r = 0; r < 256; ++r) {
-                std::string ours =
+                const std::string ours =
                     valueOf(*system, base + "/INTERPRET_SENSOR_VALUE[" + std::to_string(r) + "]");
                 double theirs = 0;
                 // Non-linear sensors (0x70-0x7F) convert with the record's factors, which FreeIPMI
@@ -129,18 +127,15 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
                 // 1/x^3; the service applies the cube root (the inverse of "cube", as ipmitool does),
                 // so that one is checked as the cube root of FreeIPMI's linear value.
                 const bool cubeRoot = lin == 0x0B;
-                uint8_t asLinear = lin >= 0x70 || cubeRoot ? 0 : lin;
-                int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, asLinear, analog, static_cast<uint8_t>(r),
-                                                  &theirs);
+                const int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, lin >= 0x70 || cubeRoot ? 0 : lin,
+                                                        analog, uint8_t(r), &theirs);
                 if (cubeRoot)
                     theirs = std::cbrt(theirs);
-                if (rc < 0 || !std::isfinite(theirs)) {
+                if (rc < 0 || !std::isfinite(theirs))
                     EXPECT_EQ(ours, "NOT SUPPORTED") << "raw " << r;
-                    continue;
-                }
-                ASSERT_NE(ours, "NOT SUPPORTED") << "raw " << r;
-                double v = std::strtod(ours.c_str(), nullptr);
-                EXPECT_NEAR(v, theirs, 1e-9 * std::max(1.0, std::fabs(theirs))) << "raw " << r;
+                else
+                    EXPECT_NEAR(std::stod(ours), theirs, 1e-9 * std::max(1.0, std::fabs(theirs)))
+                        << "raw " << r << ": " << ours;
             }
         }
         ipmi_sdr_ctx_destroy(ctx);
