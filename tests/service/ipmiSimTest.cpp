@@ -87,26 +87,21 @@ TEST(IpmiSim, ThroughTheConfiguredServiceAndTheCommandBackend) {
     const auto sdr = freeIpmi->readSdr(sim.dir() + "/freeipmi/sdr");
     ASSERT_EQ(sdr.size(), 5u);
     EXPECT_EQ(ours->readSdr(sim.dir() + "/ours/sdr"), sdr);
-    const uint64_t sent = ours->commandsSent();
+    const uint64_t sent = ours->commandsSent(); // read again: the repository's time stamps only
     EXPECT_EQ(ours->readSdr(sim.dir() + "/ours/sdr"), sdr);
-    EXPECT_EQ(ours->commandsSent(), sent + 1); // the repository's time stamps only
+    EXPECT_EQ(ours->commandsSent(), sent + 1);
     for (const auto& r : sdr) {
-        SCOPED_TRACE(r[7]);
         kelvarn::SensorReading x, y;
-        ASSERT_TRUE(freeIpmi->readSensor(r, x));
-        ASSERT_TRUE(ours->readSensor(r, y));
-        EXPECT_EQ(std::make_pair(x.raw, x.states), std::make_pair(y.raw, y.states));
         kelvarn::IpmiThresholds t, u;
-        if (r[3] == 0x01) {
-            ASSERT_TRUE(freeIpmi->getThresholds(r[7], t));
-            ASSERT_TRUE(ours->getThresholds(r[7], u));
-            EXPECT_EQ(std::make_pair(t.readable, t.values), std::make_pair(u.readable, u.values));
-        }
+        ASSERT_TRUE(freeIpmi->readSensor(r, x) && ours->readSensor(r, y)) << int(r[7]);
+        EXPECT_EQ(std::make_pair(x.raw, x.states), std::make_pair(y.raw, y.states)) << int(r[7]);
+        EXPECT_TRUE(r[3] != 0x01 ||
+                    (freeIpmi->getThresholds(r[7], t) && ours->getThresholds(r[7], u) &&
+                     std::make_pair(t.readable, t.values) == std::make_pair(u.readable, u.values)))
+            << int(r[7]); // the full records' thresholds
     }
     EXPECT_TRUE(freeIpmi->getSelInfo() == ours->getSelInfo());
-    const auto sel = freeIpmi->readSel();
-    EXPECT_EQ(sel.size(), 2u);
-    EXPECT_EQ(ours->readSel(), sel);
+    EXPECT_EQ(ours->readSel(), freeIpmi->readSel());
     auto fruOf = [](const kelvarn::FruInfo& f) {
         return std::vector<std::string>(
             {std::to_string(f.chassisType), f.chassisPartNumber, f.chassisSerialNumber, f.boardManufacturer,
