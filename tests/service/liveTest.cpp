@@ -49,8 +49,9 @@ TEST_F(JournalTest, ChangesSelEntriesAndBrokenJournals) {
     std::ofstream(journal, std::ios::app) << "sel-add 1763700000 32 4 9 assert 92 90\n"
                                              "sel-raw 07 00 02 00 00 00 00 20 00 04 05 80 6f 00 ff ff\n";
     expectValues(*system,
-                 {{"/BMC/SEL/TRANSLATED[5]/RAW", "06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a"},
-                  {"/BMC/SEL/TRANSLATED[6]/RAW", "07 00 02 00 00 00 00 20 00 04 05 80 6f 00 ff ff"}});
+                 "5]/RAW=06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a|6]/RAW=07 00 02 00 00 00 00 20 00 "
+                 "04 05 80 6f 00 ff ff|",
+                 "/BMC/SEL/TRANSLATED[");
     kelvarn::appendJournal(journal, "sel-clear");
     EXPECT_EQ(selSize(*system), 0u);
     kelvarn::appendJournal(journal, "sel-add 1763700100 32 4 9 deassert 255 255");

@@ -48,15 +48,6 @@ inline std::string valueOf(SDK::System& system, const std::string& path) {
     return it->second.Values[0];
 }
 
-// Every path of `expected` answers its value.
-inline void expectValues(SDK::System& system, const Expected& expected) {
-    for (const auto& e : expected)
-        EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
-}
-
-// Each "path=value|" of `table`, the path after `prefix`, answers its value.
-inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix = "");
-
 // The failures `f` throws (empty when it throws none).
 template <typename F> std::vector<RStatus> statusesOf(F f) {
     try {
@@ -128,7 +119,8 @@ inline std::vector<std::pair<std::string, std::string>> pairsOf(const std::strin
     return out;
 }
 
-inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix) {
+// Each "path=value|" of `table`, the path after `prefix`, answers its value.
+inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix = "") {
     for (const auto& e : pairsOf(table))
         EXPECT_EQ(valueOf(system, prefix + e.first), e.second) << e.first;
 }
