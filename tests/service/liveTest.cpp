@@ -108,11 +108,8 @@ TEST_F(JournalTest, QuickChangesFromAnotherThreadAreAllKept) {
                                    "sel-add " + std::to_string(1763700000 + i) + " 32 4 7 assert 255 255");
     });
     size_t seen = 0, shrinks = 0;
-    for (int i = 0; i < 200; ++i) {
-        const size_t now = selSize(*system);
-        shrinks += now < seen;
-        seen = now;
-    }
+    for (size_t i = 0, now; i < 200; ++i, seen = now)
+        shrinks += (now = selSize(*system)) < seen;
     writer.join();
     EXPECT_EQ(shrinks, 0u);
     Result r = resultOf(*system, "/BMC/SEL/TRANSLATED");
