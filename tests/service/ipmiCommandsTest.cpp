@@ -57,7 +57,7 @@ std::string bytes(const std::vector<Bytes>& records) {
     return s;
 }
 
-TEST(IpmiCommands, ScriptedExchanges) {
+TEST(IpmiCommands, ScriptedExchangesAndFruFieldTypes) {
     const hmtest::TempDir dir("hm-ipmicmd-");
     const char* const info = "0a 20::00: 51 01 00 00 10 11 22 33 44 00 00 00 00 00";
     Case cases[] = {
@@ -104,10 +104,8 @@ TEST(IpmiCommands, ScriptedExchanges) {
         EXPECT_EQ(got, c.expected);
         EXPECT_TRUE(c.steps.empty());
     }
-}
 
-// A board area in 6-bit ASCII ("IPMI"), binary and BCD plus, as FreeIPMI reads them.
-TEST(IpmiCommands, FruFieldTypes) {
+    // A board area in 6-bit ASCII ("IPMI"), binary and BCD plus, as FreeIPMI reads them.
     const Bytes inventory = {0x01, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0xFE, 0x01, 0x03, 0x19,
                              0x00, 0x00, 0x00, 0x83, 0x29, 0xDC, 0xA6, 0x02, 0x01, 0x02, 0x43,
                              0x04, 0x0B, 0x02, 0xC1, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
@@ -184,7 +182,7 @@ std::map<std::string, WmiValue> answer(uint8_t cc, uint32_t size, Bytes data) {
             {"ResponseData", WmiValue::array(std::move(data))}};
 }
 
-TEST(WmiIpmi, RequestBuiltAndResponseRead) {
+TEST(WmiIpmi, RequestBuiltResponseReadAndFailuresByKind) {
     Script s;
     s.out = answer(0x00, 4, {0x00, 0x20, 0x81, 0x05, 0xEE});
     auto transport = kelvarn::makeWmiIpmiTransport(std::make_unique<FakeCom>(s));
@@ -207,13 +205,11 @@ TEST(WmiIpmi, RequestBuiltAndResponseRead) {
     EXPECT_EQ(std::make_pair(none.completionCode, none.data), std::make_pair(uint8_t(0xCB), Bytes{}));
     transport.reset();
     EXPECT_EQ(s.released, 1);
-}
 
-// Each call failing with its result, and what follows: the request answers (0), the driver is away
-// (1: "Microsoft_IPMI not available: ", lost) or this one request failed (2); the result is named.
-// CoInitializeEx's "another threading mode" is no failure; ExecMethod timing out fails one request,
-// not finding the instance or a disconnected server is the driver gone.
-TEST(WmiIpmi, FailuresAndTheirKind) {
+    // Each call failing with its result, and what follows: the request answers (0), the driver is away
+    // (1: "Microsoft_IPMI not available: ", lost) or this one request failed (2); the result is named.
+    // CoInitializeEx's "another threading mode" is no failure; ExecMethod timing out fails one request,
+    // not finding the instance or a disconnected server is the driver gone.
     // "call hresult kind|"
     std::istringstream rows(
         "coInitializeEx 80010106 0|coInitializeEx 80004005 1|coCreateLocator 80040154 1|"

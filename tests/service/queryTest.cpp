@@ -193,7 +193,7 @@ TEST(PlatformFileTest, BadFilesNameTheFileThePlaceAndTheProblem) {
     }
 }
 
-TEST(ConfiguredSource, SimulatedPlatformFromTheConfigurationOrItsFailure) {
+TEST(ConfiguredSource, SimulatedPlatformFromTheConfigurationItsFailureAndTheQueryTool) {
     hmtest::TempDir dir;
     hmtest::writeFile(dir / "p.json", platformWith(R"({"name": "Only", "number": 9, "reading": 7})"));
     hmtest::writeFile(dir / "k.conf", "source=simulated\nplatform=p.json\n");
@@ -208,9 +208,7 @@ TEST(ConfiguredSource, SimulatedPlatformFromTheConfigurationOrItsFailure) {
     EXPECT_NE(f[0].Message.find(dir / "p.json:1:2: syntax error"), std::string::npos) << f[0].Message;
     setenv("KELVARN_CONFIG", "/nonexistent/kelvarn.conf", 1);
     EXPECT_EQ(failuresOf(system, "/BMC/SDR").at(0).Code, 1086);
-}
 
-TEST(QueryToolTest, PrintsTheDemoTemperatureRecords) {
     // Without KELVARN_CONFIG (and no /etc/kelvarn/kelvarn.conf) the tool serves the demo server.
     const hmtest::Result run = hmtest::runCommand(std::string("env -u KELVARN_CONFIG ") + HM_BINARY_DIR +
                                                   "/bin/kelvarn-query '/BMC/SDR/SENSOR_TYPE[1]'");
@@ -231,7 +229,7 @@ Raw systemEvent(uint8_t sensorType, uint8_t number, uint8_t dirType, uint8_t dat
             0x00, 0x04, sensorType, number, dirType, data1, 0xff, 0xff};
 }
 
-TEST(SelEntryText, TextsAndTimeStampsReadAsTheBmcToolsPrintThem) {
+TEST(SelEntryText, TextsTimeStampsAndTheSensorOnTheGeneratorsLun) {
     const struct {
         uint8_t sensorType, number, dirType, data1;
         const char* sensor;
@@ -261,11 +259,9 @@ TEST(SelEntryText, TextsAndTimeStampsReadAsTheBmcToolsPrintThem) {
     raw[2] = 0xC0; // OEM record with a time stamp
     raw[3] = raw[4] = raw[5] = raw[6] = 0;
     EXPECT_EQ(kelvarn::selTimestampText(raw), "1970-01-01 00:00:00");
-}
 
-// Two sensors share number and owner on different LUNs: the entry names the one on
-// the generator's LUN (bits 8-9 of the generator ID).
-TEST(SelEntryText, SensorIsFoundOnTheGeneratorsLun) {
+    // Two sensors share number and owner on different LUNs: the entry names the one on
+    // the generator's LUN (bits 8-9 of the generator ID).
     auto system = systemOver(platformWith(
         R"({"name": "Inlet Temp", "number": 5, "sensorType": 1},
            {"name": "Outlet Temp", "number": 5, "lun": 1, "sensorType": 1})",
