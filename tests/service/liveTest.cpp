@@ -173,7 +173,7 @@ Sensor ID              : HDD0 (0xf0)
  Sensor Reading        : No Reading
 )";
 
-TEST(IpmitoolListingTest, ReadingsThresholdsAndUnitsComeOutAsListedOrAreRefused) {
+TEST(IpmitoolListingTest, ListingsWrittenHereAndOfARealServer) {
     auto system = systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt"));
     // Negative temperatures: two's complement, M 5: raw -1 and -4.
     expectValues(
@@ -190,17 +190,15 @@ TEST(IpmitoolListingTest, ReadingsThresholdsAndUnitsComeOutAsListedOrAreRefused)
             [&] { kelvarn::platformFromIpmitoolListing(bad, "bad.txt"); });
         EXPECT_EQ(why.rfind("bad.txt:1: ", 0), 0u) << why;
     }
-}
 
-// The real server's listing lives in the shared real-data set beside the
-// repository; it is read from there, not copied.
-TEST(IpmitoolListingTest, RealServerListing) {
+    // The real server's listing lives in the shared real-data set beside the
+    // repository; it is read from there, not copied.
     const std::string path = std::string(HM_SOURCE_DIR) + "/../shared/realdata/rackhd/ipmi-sdr-v-output";
     const std::string text = hmtest::readFile(path);
     if (text.empty())
         GTEST_SKIP() << path << " is not available";
-    auto system = systemOver(kelvarn::platformFromIpmitoolListing(text, path));
-    EXPECT_EQ(resultOf(*system, "/BMC/SDR").size(), 95u);
+    auto real = systemOver(kelvarn::platformFromIpmitoolListing(text, path));
+    EXPECT_EQ(resultOf(*real, "/BMC/SDR").size(), 95u);
     // Every threshold sensor's reading as listed, to within one percent.
     std::istringstream lines(text);
     std::string line, number;
@@ -212,7 +210,7 @@ TEST(IpmitoolListingTest, RealServerListing) {
             continue;
         double listed = std::stod(line.substr(line.find(':') + 1));
         std::string ours =
-            valueOf(*system, "/BMC/SENSOR[" + number + "]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE");
+            valueOf(*real, "/BMC/SENSOR[" + number + "]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE");
         EXPECT_NEAR(std::stod(ours), listed, 0.01 * std::fabs(listed) + 1e-9) << "sensor " << number;
         ++checked;
     }

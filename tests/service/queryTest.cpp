@@ -82,7 +82,7 @@ TEST(QueryFailureTest, OtherExceptionsBecomeInternalErrors) {
 // The demo server: current readings and record attributes (names, thresholds and the
 // conversion of every raw value of the full records are checked against FreeIPMI in
 // sdrTest), inventory, collections and whole subtrees.
-TEST(DemoServerTest, SensorsInventoryAndCollections) {
+TEST(DemoServerTest, SensorsInventoryCollectionsUnavailableReadingsAndUnknownStates) {
     auto system = systemOver(kelvarn::demoPlatformText());
     expectValues(*system,
                  "SENSOR[16]/OWNER[32]/LUN[0]/TOLERANCE=1|"
@@ -110,22 +110,20 @@ TEST(DemoServerTest, SensorsInventoryAndCollections) {
     EXPECT_EQ(processor["/SMBIOS/ProcessorInfo[0]/ProcessorType"].Values.at(0), "Central processor");
     EXPECT_EQ(memory["/SMBIOS/MemoryArray[0]/MemoryDevice[5]/DevicePresent"].Values.at(0), "False");
     EXPECT_EQ(memory.count("/SMBIOS/ProcessorInfo/TotalNoOfProcessor"), 0u);
-}
 
-TEST(SensorValueTest, UnavailableReadingsAndUnknownStates) {
-    auto system = systemOver(platformWith(
+    auto odd = systemOver(platformWith(
         R"({"name": "Off", "number": 1, "sensorType": 1, "reading": 20, "available": false},
            {"name": "Odd", "number": 2, "record": "compact", "sensorType": 7, "eventReadingType": 111,
             "states": [0, 14]},
            {"sdr": "05 00 51 02 1e 20 00 03 07 01 63 40 0d 6f 00 00 00 00 ff 01 c0 00 00 00 00 00 00 00 00 00 00 c3 48 44 44", "states": ["DRIVE_FAULT"]})"));
     expectValues(
-        *system,
+        *odd,
         "1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=READING_UNAVAILABLE|3]/OWNER[32]/LUN[0]/NAME=HDD|"
         "2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=IERR,STATE_14|3]/OWNER[32]/LUN[0]/"
         "INTERPRET_SENSOR_VALUE=DRIVE_FAULT|",
         "/BMC/SENSOR[");
     // A record made from the platform file without masks: no deassertion events (bytes 16-17).
-    EXPECT_EQ(valueOf(*system, "/BMC/SDR[0]").substr(16 * 3, 5), "00 00");
+    EXPECT_EQ(valueOf(*odd, "/BMC/SDR[0]").substr(16 * 3, 5), "00 00");
 }
 
 TEST(SelTest, LastEntryKnownIdRangeAndTheirFailures) {
