@@ -58,41 +58,6 @@ TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
 }
 
-// The signs, offsets and the other linearizations are checked against FreeIPMI below.
-TEST(SdrConversionTest, HandComputedValues) {
-    struct Case {
-        int m, rExp, lin;
-        uint8_t raw;
-        const char* expected;
-    } cases[] = {
-        {8, -3, 0, 150, "1.2"},        // 150 * 0.008 V
-        {4, -6, 7, 42, "5952.380952"}, // 1 / (168e-6)
-        {1, 0, 8, 12, "144"},          // square
-        {1, 0, 10, 81, "9"},           // square root
-        {6, -3, 0x70, 183, "1.098"},   // non-linear: factors at this reading
-    };
-    for (const Case& c : cases) {
-        SdrFields f;
-        f.m = static_cast<int16_t>(c.m);
-        f.rExp = static_cast<int8_t>(c.rExp);
-        f.linearization = static_cast<uint8_t>(c.lin);
-        double v = 0;
-        ASSERT_TRUE(kelvarn::convertReading(f, c.raw, v)) << c.expected;
-        EXPECT_EQ(kelvarn::formatNumber(v), c.expected);
-    }
-    SdrFields none;
-    none.analogFormat = AnalogFormat::None;
-    double v;
-    EXPECT_FALSE(kelvarn::convertReading(none, 1, v));
-    SdrFields inverseOfZero;
-    inverseOfZero.linearization = 7;
-    ASSERT_TRUE(kelvarn::convertReading(inverseOfZero, 0, v));
-    EXPECT_EQ(v, 0.0);
-    SdrFields logOfZero;
-    logOfZero.linearization = 1;
-    EXPECT_FALSE(kelvarn::convertReading(logOfZero, 0, v));
-}
-
 // Every full record of the demo server and of signed and linearized records, parsed by
 // FreeIPMI: identity, thresholds and the conversion of each raw value 0-255 against
 // INTERPRET_SENSOR_VALUE[r].
@@ -105,10 +70,13 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
            {"name": "Log", "number": 4, "sensorType": 2, "m": 1, "b": -20, "linearization": 2},
            {"name": "Exp2", "number": 5, "sensorType": 2, "m": 5, "rExp": -2, "linearization": 6},
            {"name": "Cube", "number": 6, "sensorType": 2, "m": 1, "rExp": -1, "linearization": 9},
-           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3})";
+           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3},
+           {"name": "Square", "number": 8, "sensorType": 2, "m": 3, "b": -50, "linearization": 8},
+           {"name": "Root", "number": 9, "sensorType": 2, "m": 2, "b": -9, "bExp": 1, "linearization": 10},
+           {"name": "None", "number": 10, "sensorType": 2, "analogFormat": "none"})";
     for (const auto& [platformText, expectedFullRecords] :
          {std::make_pair(kelvarn::demoPlatformText(), size_t(32)),
-          std::make_pair(platformWith(sensors), size_t(7))}) {
+          std::make_pair(platformWith(sensors), size_t(10))}) {
         auto system = systemOver(platformText);
         const Result all = resultOf(*system, "/BMC/SDR/RECORD_TYPE[1]");
         ASSERT_EQ(all.size(), expectedFullRecords);
@@ -133,19 +101,17 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
             EXPECT_EQ(valueOf(*system, base + "/NAME"), id);
             if (eventType != 0x01)
                 continue;
-            uint8_t readable[6], raw[6];
-            ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), &readable[0],
-                                                        &readable[1], &readable[2], &readable[3],
-                                                        &readable[4], &readable[5]) |
-                          ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1],
-                                                        &raw[2], &raw[3], &raw[4], &raw[5]),
+            uint8_t on[6], t[6]; // readable, raw: LNC, LC, LNR, UNC, UC, UNR
+            ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), on, on + 1, on + 2,
+                                                        on + 3, on + 4, on + 5) |
+                          ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), t, t + 1, t + 2, t + 3,
+                                                        t + 4, t + 5),
                       0);
             const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
                                    "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
-            for (int t = 0; t < 6; ++t)
-                EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[t]),
-                          readable[t] ? std::to_string(raw[t]) : std::string("NOT SUPPORTED"))
-                    << keys[t];
+            for (int i = 0; i < 6; ++i)
+                EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[i]),
+                          on[i] ? std::to_string(t[i]) : "NOT SUPPORTED");
             int8_t rExp, bExp;
             int16_t m, b;
             uint8_t lin, analog;
@@ -153,7 +119,7 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
                                                           &lin, &analog),
                       0);
             for (int r = 0; r < 256; ++r) {
-                std::string ours =
+                const std::string ours =
                     valueOf(*system, base + "/INTERPRET_SENSOR_VALUE[" + std::to_string(r) + "]");
                 double theirs = 0;
                 // Non-linear sensors (0x70-0x7F) convert with the record's factors, which FreeIPMI
@@ -161,18 +127,15 @@ TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
                 // 1/x^3; the service applies the cube root (the inverse of "cube", as ipmitool does),
                 // so that one is checked as the cube root of FreeIPMI's linear value.
                 const bool cubeRoot = lin == 0x0B;
-                uint8_t asLinear = lin >= 0x70 || cubeRoot ? 0 : lin;
-                int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, asLinear, analog, static_cast<uint8_t>(r),
-                                                  &theirs);
+                const int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, lin >= 0x70 || cubeRoot ? 0 : lin,
+                                                        analog, uint8_t(r), &theirs);
                 if (cubeRoot)
                     theirs = std::cbrt(theirs);
-                if (rc < 0 || !std::isfinite(theirs)) {
+                if (rc < 0 || !std::isfinite(theirs))
                     EXPECT_EQ(ours, "NOT SUPPORTED") << "raw " << r;
-                    continue;
-                }
-                ASSERT_NE(ours, "NOT SUPPORTED") << "raw " << r;
-                double v = std::strtod(ours.c_str(), nullptr);
-                EXPECT_NEAR(v, theirs, 1e-9 * std::max(1.0, std::fabs(theirs))) << "raw " << r;
+                else
+                    EXPECT_NEAR(std::stod(ours), theirs, 1e-9 * std::max(1.0, std::fabs(theirs)))
+                        << "raw " << r << ": " << ours;
             }
         }
         ipmi_sdr_ctx_destroy(ctx);

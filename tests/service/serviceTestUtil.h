@@ -48,12 +48,6 @@ inline std::string valueOf(SDK::System& system, const std::string& path) {
     return it->second.Values[0];
 }
 
-// Every path of `expected` answers its value.
-inline void expectValues(SDK::System& system, const Expected& expected) {
-    for (const auto& e : expected)
-        EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
-}
-
 // The failures `f` throws (empty when it throws none).
 template <typename F> std::vector<RStatus> statusesOf(F f) {
     try {
@@ -113,6 +107,22 @@ inline std::vector<uint8_t> bytesOf(const std::string& text) {
     while (in >> std::hex >> v)
         b.push_back(uint8_t(v));
     return b;
+}
+
+// "a=b|c=d|" as {a, b}, {c, d}.
+inline std::vector<std::pair<std::string, std::string>> pairsOf(const std::string& text) {
+    std::vector<std::pair<std::string, std::string>> out;
+    for (size_t at = 0, bar; (bar = text.find('|', at)) != std::string::npos; at = bar + 1) {
+        const size_t eq = text.find('=', at);
+        out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
+    }
+    return out;
+}
+
+// Each "path=value|" of `table`, the path after `prefix`, answers its value.
+inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix = "") {
+    for (const auto& e : pairsOf(table))
+        EXPECT_EQ(valueOf(system, prefix + e.first), e.second) << e.first;
 }
 
 // A platform file text holding the given sensors and SEL entries.

@@ -131,39 +131,32 @@ std::unique_ptr<SDK::System> systemOverDump(const std::string& file) {
 
 // ---------------------------------------------------------------- splitting
 
-TEST(SmbiosTable, BrokenStructuresEndTheTableAfterWhatIsWhole) {
-    const struct {
-        Bytes tail;
-        const char* problem; // expected text inside the one problem reported
-    } cases[] = {
+TEST(SmbiosTable, BrokenStructuresAndEntryPoints) {
+    // The broken tail, and a part of the one problem reported (at offset 7).
+    const std::pair<Bytes, const char*> cases[] = {
         {{3, 0x15}, "header cut short"},
         {{3, 2, 0, 0, 0, 0}, "length 2 is shorter than its header"},
         {{3, 0x40, 2, 0, 1, 2, 0, 0}, "length 64 runs past the table"},
         {{3, 5, 2, 0, 1, 'A', 'c', 'm', 'e', 0}, "without its closing double NUL"},
-        {{3, 5, 2, 0, 1}, "without its closing double NUL"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.problem);
-        Table table = kelvarn::smbios::parseStructures(cat({smbiosStructure(24, 1, {0x26}), c.tail}));
-        ASSERT_EQ(table.structures.size(), 1u);
+        {{3, 5, 2, 0, 1}, "without its closing double NUL"}};
+    for (const auto& [tail, problem] : cases) {
+        Table table = kelvarn::smbios::parseStructures(cat({smbiosStructure(24, 1, {0x26}), tail}));
+        ASSERT_EQ(std::make_tuple(table.structures.size(), table.problems.size()), std::make_tuple(1u, 1u));
         EXPECT_EQ(table.structures[0].type, 24);
-        ASSERT_EQ(table.problems.size(), 1u);
-        EXPECT_NE(table.problems[0].find(c.problem), std::string::npos) << table.problems[0];
-        EXPECT_NE(table.problems[0].find("offset 7"), std::string::npos) << table.problems[0];
+        EXPECT_TRUE(table.problems[0].find(problem) != std::string::npos &&
+                    table.problems[0].find("offset 7") != std::string::npos)
+            << table.problems[0];
     }
     // String sets are read; nothing after the end-of-table structure is.
     Table table = kelvarn::smbios::parseStructures(
         cat({smbiosStructure(3, 0x0300, {1, 0x17, 0, 0, 0}, {"Acme", "R1", "R2"}),
              {127, 4, 0xFF, 0xFF, 0, 0},
              smbiosStructure(4, 9, {0})}));
-    EXPECT_TRUE(table.problems.empty());
-    ASSERT_EQ(table.structures.size(), 1u);
-    EXPECT_EQ(table.structures[0].handle, 0x0300);
-    EXPECT_EQ(table.structures[0].formatted.size(), 9u);
+    ASSERT_EQ(std::make_tuple(table.problems.size(), table.structures.size()), std::make_tuple(0u, 1u));
+    EXPECT_EQ(std::make_tuple(table.structures[0].handle, table.structures[0].formatted.size()),
+              std::make_tuple(0x0300, 9u));
     EXPECT_EQ(table.structures[0].strings, (std::vector<std::string>{"Acme", "R1", "R2"}));
-}
 
-TEST(SmbiosTable, EntryPointsAreCheckedAndBoundTheTable) {
     const Bytes t =
         cat({smbiosStructure(24, 1, {0x26}), smbiosStructure(24, 2, {0x27}), smbiosStructure(24, 3, {0x28})});
 
@@ -240,41 +233,13 @@ TEST(SmbiosSource, UnreadableDumpFailsEachQueryUntilItIsThere) {
     auto sys = systemOverDump(file);
     EXPECT_EQ(failureOf(*sys, path), "1086: SMBIOS data source unavailable: " + file + ": cannot be opened");
     writeBytes(file, Bytes(64, 0));
-    EXPECT_EQ(failuresOf(*sys, path).at(0).Message,
-              "SMBIOS data source unavailable: " + file +
-                  ": no SMBIOS entry point (\"_SM_\" or \"_SM3_\") at the start");
+    EXPECT_EQ(failureOf(*sys, path).rfind("1086: SMBIOS data source unavailable: " + file + ": no SMBIOS", 0),
+              0u);
     writeBytes(file, dumpOf(processor(1, 0xB3, 0x18)));
     EXPECT_EQ(valueOf(*sys, path), "1");
 }
 
 // ------------------------------------------------- against dmidecode's decoding
-
-// "a=b|c=d|" as {a, b}, {c, d}.
-std::vector<std::pair<std::string, std::string>> pairsOf(const std::string& text) {
-    std::vector<std::pair<std::string, std::string>> out;
-    for (size_t at = 0, bar; (bar = text.find('|', at)) != std::string::npos; at = bar + 1) {
-        const size_t eq = text.find('=', at);
-        out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
-    }
-    return out;
-}
-
-// The service's names where they differ from dmidecode's.
-std::string asService(const std::string& dmidecode) {
-    static const auto names =
-        pairsOf("Central Processor=Central processor|Other Processor=other|Math Processor=mathProcessor|"
-                "DSP Processor=dspProcessor|Video Processor=videoProcessor|370-pin Socket=370-pin socket|"
-                "Socket A (Socket 462)=Socket A|Socket F (1207)=Socket F|"
-                "System Board Or Motherboard=System board or motherboard|System Memory=System memory|"
-                "Video Memory=Video memory|Flash Memory=Flash memory|Non-volatile RAM=Non Volatile memory|"
-                "Cache Memory=Cache memory|Proprietary Card=ProprietaryCard|Row Of Chips=RowOfChips|"
-                "Flash=FLASH|External Interface Locked Out=External interface locked out|"
-                "External Interface Enabled=External interface enabled|Not Specified=|");
-    for (const auto& n : names)
-        if (n.first == dmidecode)
-            return n.second;
-    return dmidecode;
-}
 
 // "4 GB" -> `unit` (1: KiB, 2: MiB), "No Module Installed" -> 0.
 std::string scaled(const std::string& v, int unit) {
@@ -309,7 +274,20 @@ std::string published(const std::string& path, const std::string& v) {
                                    : std::to_string(std::stoul(v, nullptr, 16));
     if (path == "DevicePresent")
         return v == "No Module Installed" ? "False" : "True";
-    return asService(v);
+    // The service's names where they differ from dmidecode's.
+    static const auto names =
+        pairsOf("Central Processor=Central processor|Other Processor=other|Math Processor=mathProcessor|"
+                "DSP Processor=dspProcessor|Video Processor=videoProcessor|370-pin Socket=370-pin socket|"
+                "Socket A (Socket 462)=Socket A|Socket F (1207)=Socket F|"
+                "System Board Or Motherboard=System board or motherboard|System Memory=System memory|"
+                "Video Memory=Video memory|Flash Memory=Flash memory|Non-volatile RAM=Non Volatile memory|"
+                "Cache Memory=Cache memory|Proprietary Card=ProprietaryCard|Row Of Chips=RowOfChips|"
+                "Flash=FLASH|External Interface Locked Out=External interface locked out|"
+                "External Interface Enabled=External interface enabled|Not Specified=|");
+    for (const auto& n : names)
+        if (n.first == v)
+            return n.second;
+    return v;
 }
 
 // The published fields of each structure type, "service's name=dmidecode's|". A memory device's
@@ -468,8 +446,8 @@ TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTablesAndEveryLayout) {
     auto sys = systemOverDump(tmp / "names.bin");
     // What dmidecode does not print: the security byte, how many processors are there (one of
     // 97 is not); the device naming an array that does not exist is left out.
-    expectValues(*sys, {{"/SMBIOS/Type24/HardwareSecuritySettings", "38"},
-                        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "96"}});
+    expectValues(*sys, "Type24/HardwareSecuritySettings=38|ProcessorInfo/TotalNoOfProcessorPresent=96|",
+                 "/SMBIOS/");
     EXPECT_EQ(failuresOf(*sys, "/SMBIOS/MemoryArray[1]/MemoryDevice[2]").at(0).Code,
               kelvarn::kNoSuchInstance);
     if (!hmtest::haveProgram("dmidecode"))
