@@ -4,28 +4,37 @@
 //   choice, the arcs, a value type selector and the value.
 #include <snmp.h>
 
-#include <cstdint>
 #include <cstdlib>
-#include <cstring>
-#include <string>
+#include <iterator>
 
 #include "agent/snmpExtension.h"
-#include "fuzz/fuzzAgent.h"
 #include "fuzz/fuzzSupport.h"
 
 namespace {
 
 const UINT kPrefix[] = {1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 5};
-constexpr UINT kPrefixLength = sizeof kPrefix / sizeof kPrefix[0];
-constexpr UINT kMaxBindings = 16;
-constexpr UINT kMaxArcs = 40;
-
 const UINT kRequestTypes[] = {SNMP_EXTENSION_GET,        SNMP_EXTENSION_GET_NEXT,   SNMP_EXTENSION_GET_BULK,
                               SNMP_EXTENSION_SET_TEST,   SNMP_EXTENSION_SET_COMMIT, SNMP_EXTENSION_SET_UNDO,
                               SNMP_EXTENSION_SET_CLEANUP};
-constexpr size_t kRequestTypeCount = sizeof kRequestTypes / sizeof kRequestTypes[0];
+// An arc: a small number (columns and rows), a group number of the MIB, or, for
+// the last bytes, any 32-bit value.
+const UINT kGroupArcs[] = {100, 200, 300, 400, 500, 600, 700, 10, 20, 30, 40, 0xFFFFFFFFu};
+
+UINT nextArc(hmfuzz::Input& input) {
+    const uint8_t b = input.byte();
+    return b < 0xA0 ? b % 32 : b < 0xF0 ? kGroupArcs[b % std::size(kGroupArcs)] : input.u32();
+}
+
+// `length` items from SnmpUtilMemAlloc (null for none), item i filled with next(i).
+template <class T, class F> T* allocFilled(UINT length, F next) {
+    T* items = length == 0 ? nullptr : static_cast<T*>(SnmpUtilMemAlloc(length * sizeof(T)));
+    for (UINT i = 0; i < length; ++i)
+        items[i] = static_cast<T>(next(i));
+    return items;
+}
 
 void fillValue(hmfuzz::Input& input, AsnAny& value) {
+    auto byte = [&input](UINT) { return input.byte(); };
     switch (input.byte() % 6) {
     case 0:
         value.asnType = ASN_NULL;
@@ -35,91 +44,48 @@ void fillValue(hmfuzz::Input& input, AsnAny& value) {
         value.asnValue.number = static_cast<AsnInteger32>(input.u32());
         break;
     case 2:
-    case 3: {
+    case 3:
         value.asnType = input.byte() % 2 == 0 ? ASN_OCTETSTRING : ASN_OPAQUE;
-        const UINT length = input.byte() % 80;
-        value.asnValue.string.stream = length == 0 ? nullptr : static_cast<BYTE*>(SnmpUtilMemAlloc(length));
-        for (UINT i = 0; i < length; ++i) {
-            value.asnValue.string.stream[i] = input.byte();
-        }
-        value.asnValue.string.length = length;
+        value.asnValue.string.length = input.byte() % 80;
+        value.asnValue.string.stream = allocFilled<BYTE>(value.asnValue.string.length, byte);
         value.asnValue.string.dynamic = TRUE;
         break;
-    }
     case 4:
         value.asnType = input.byte() % 2 == 0 ? ASN_COUNTER32 : ASN_TIMETICKS;
         value.asnValue.counter = input.u32();
         break;
-    default: {
+    default:
         value.asnType = ASN_OBJECTIDENTIFIER;
-        const UINT length = input.byte() % 8;
-        value.asnValue.object.idLength = length;
-        value.asnValue.object.ids =
-            length == 0 ? nullptr : static_cast<UINT*>(SnmpUtilMemAlloc(length * sizeof(UINT)));
-        for (UINT i = 0; i < length; ++i) {
-            value.asnValue.object.ids[i] = input.byte();
-        }
-        break;
+        value.asnValue.object.idLength = input.byte() % 8;
+        value.asnValue.object.ids = allocFilled<UINT>(value.asnValue.object.idLength, byte);
     }
-    }
-}
-
-// An arc: a small number (columns and rows), a group number of the MIB, or, for
-// the last bytes, any 32-bit value.
-const UINT kGroupArcs[] = {100, 200, 300, 400, 500, 600, 700, 10, 20, 30, 40, 0xFFFFFFFFu};
-constexpr size_t kGroupArcCount = sizeof kGroupArcs / sizeof kGroupArcs[0];
-
-UINT nextArc(hmfuzz::Input& input) {
-    const uint8_t b = input.byte();
-    if (b < 0xA0) {
-        return b % 32;
-    }
-    return b < 0xF0 ? kGroupArcs[b % kGroupArcCount] : input.u32();
 }
 
 } // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const bool started = hmfuzz::startAgent(false);
-    if (!started) {
-        std::abort();
-    }
-    hmfuzz::Input input(data, size);
+HM_FUZZ_TARGET(input) {
+    [[maybe_unused]] static const bool started = (hmfuzz::startAgent(false), true);
     const uint8_t selector = input.byte();
-    const UINT requestType = selector < 0xF8 ? kRequestTypes[selector % kRequestTypeCount] : input.u32();
-    const UINT count = input.byte() % (kMaxBindings + 1);
-
-    SnmpVarBindList list{nullptr, 0};
-    if (count != 0) {
-        list.list = static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(count * sizeof(SnmpVarBind)));
-        std::memset(list.list, 0, count * sizeof(SnmpVarBind));
-        list.len = count;
-    }
+    const UINT requestType =
+        selector < 0xF8 ? kRequestTypes[selector % std::size(kRequestTypes)] : input.u32();
+    const UINT count = input.byte() % 17; // at most 16 bindings
+    SnmpVarBindList list{allocFilled<SnmpVarBind>(count, [](UINT) { return SnmpVarBind{}; }), count};
     for (UINT n = 0; n < count; ++n) {
-        SnmpVarBind& binding = list.list[n];
         const uint8_t shape = input.byte();
-        const UINT tail = input.byte() % kMaxArcs;
+        const UINT tail = input.byte() % 40;
         // Half the names start inside the agent's MIB, some at a cut of its prefix.
-        const UINT prefix = shape % 2 == 0 ? kPrefixLength : (shape / 2) % (kPrefixLength + 1);
-        const UINT length = prefix + tail;
-        binding.name.idLength = length;
-        binding.name.ids =
-            length == 0 ? nullptr : static_cast<UINT*>(SnmpUtilMemAlloc(length * sizeof(UINT)));
-        for (UINT i = 0; i < length; ++i) {
-            binding.name.ids[i] = i < prefix ? kPrefix[i] : nextArc(input);
-        }
-        fillValue(input, binding.value);
+        const UINT prefix = shape % 2 == 0 ? std::size(kPrefix) : (shape / 2) % (std::size(kPrefix) + 1);
+        list.list[n].name.idLength = prefix + tail;
+        list.list[n].name.ids = allocFilled<UINT>(
+            prefix + tail, [&](UINT i) { return i < prefix ? kPrefix[i] : nextArc(input); });
+        fillValue(input, list.list[n].value);
     }
-
     AsnOctetString context{nullptr, 0, FALSE};
-    // Zero, as the SNMP service hands them over.
-    AsnInteger32 errorStatus = 0;
+    AsnInteger32 errorStatus = 0; // zero, as the SNMP service hands them over
     AsnInteger32 errorIndex = 0;
     SnmpExtensionQueryEx(requestType, input.u32(), &list, selector & 1 ? &context : nullptr, &errorStatus,
                          &errorIndex);
-    if (errorIndex < 0 || static_cast<UINT>(errorIndex) > count) {
+    if (errorIndex < 0 || static_cast<UINT>(errorIndex) > count)
         std::abort(); // the error index names a binding of the list, or none
-    }
     SnmpUtilVarBindListFree(&list);
-    return 0;
 }

@@ -1,12 +1,9 @@
 // MapMultipleCRStrToSNMPStr on arbitrary text.
-#include <cstdint>
-#include <string>
 
+#include "fuzz/fuzzSupport.h"
 #include "platform/stateStrings.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string text(reinterpret_cast<const char*>(data), size); // NUL-terminated copy
+HM_FUZZ_TARGET(input) {
     std::string out;
-    MapMultipleCRStrToSNMPStr(text.c_str(), out);
-    return 0;
+    MapMultipleCRStrToSNMPStr(input.rest().c_str(), out); // a NUL-terminated copy
 }

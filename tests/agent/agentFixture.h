@@ -3,30 +3,28 @@
 #ifndef HM_TESTS_AGENT_AGENTFIXTURE_H
 #define HM_TESTS_AGENT_AGENTFIXTURE_H
 
+#include <regex>
+#include <set>
+
 #include "agentTestSupport.h"
 
 #include "agent/snmpExtension.h"
 #include "core/debugLog.h"
-#include "core/hmClientApi.h"
-#include "core/subagentBase.h"
 #include "support/fakeClient.h"
 
 namespace hmtest {
 
 // What the scripted facade answers and what it was asked.
 struct FakeScript {
-    uint32_t sizes[16] = {}; // table size by entity code
-    uint32_t initStatus = CLIENT_SUCCESS;
+    UINT sizes[16] = {}; // table size by entity code
+    UINT initStatus = CLIENT_SUCCESS, setStatus = CLIENT_SUCCESS, eventStatus = CLIENT_SUCCESS;
     bool setsEnabled = false;
-    std::string tracePath; // opened by init, as the configuration's debugenabled does
-    std::map<uint32_t, uint32_t> failingAttributes; // getter failures by attribute code
-    std::map<uint32_t, bool> nullTextAttributes;    // texts handed out as null
-    uint32_t setStatus = CLIENT_SUCCESS, readBackStatus = CLIENT_SUCCESS, eventStatus = CLIENT_SUCCESS;
+    std::string tracePath;                  // opened by init, as the configuration's debugenabled does
+    std::map<UINT, UINT> failingAttributes; // getter failures by attribute code
+    std::set<UINT> nullTextAttributes;      // texts handed out as null
     int32_t trapToSend = 1;
     Arcs eventOid;
-    bool record = true;
-    std::vector<std::string> calls;                           // "op eENTITY aATTRIBUTE iINDEX"
-    std::map<std::pair<uint32_t, uint32_t>, int32_t> written; // (attribute, index) -> value
+    std::vector<std::string> calls; // "op eENTITY aATTRIBUTE iINDEX"
     int releaseCount = 0;
 };
 
@@ -45,49 +43,28 @@ public:
         return script().initStatus;
     }
     void releaseTables() override { ++script().releaseCount; }
-    uint32_t getIntInfo(uint32_t e, uint32_t a, uint32_t i, int32_t* v) override {
-        return read("info", e, a, i, v);
-    }
-    uint32_t getIntData(uint32_t e, uint32_t a, uint32_t i, int32_t* v) override {
-        if (script().calls.empty() || script().calls.back().rfind("set ", 0) != 0)
-            return read("data", e, a, i, v);
-        note("readback", e, a, i);
-        auto it = script().written.find({a, i});
-        *v = it == script().written.end() ? static_cast<int32_t>(a * 1000 + i) : it->second;
-        return script().readBackStatus;
-    }
-    uint32_t getStrInfo(uint32_t e, uint32_t a, uint32_t i, char** v) override {
-        return text("sinfo", e, a, i, v);
-    }
-    uint32_t getStrData(uint32_t e, uint32_t a, uint32_t i, char** v) override {
-        return text("sdata", e, a, i, v);
-    }
-    uint32_t setIntData(uint32_t e, uint32_t a, uint32_t i, int32_t v) override {
-        note("set", e, a, i, " =" + std::to_string(v));
-        if (script().setStatus == CLIENT_SUCCESS)
-            script().written[{a, i}] = v;
+    UINT getIntInfo(UINT e, UINT a, UINT i, int32_t* v) override { return get("info", e, a, i, v, nullptr); }
+    UINT getIntData(UINT e, UINT a, UINT i, int32_t* v) override { return get("data", e, a, i, v, nullptr); }
+    UINT getStrInfo(UINT e, UINT a, UINT i, char** t) override { return get("sinfo", e, a, i, nullptr, t); }
+    UINT getStrData(UINT e, UINT a, UINT i, char** t) override { return get("sdata", e, a, i, nullptr, t); }
+    UINT setIntData(UINT e, UINT a, UINT i, int32_t v) override {
+        script().calls.push_back("set e" + std::to_string(e) + " a" + std::to_string(a) + " i" +
+                                 std::to_string(i) + " =" + std::to_string(v));
         return script().setStatus;
     }
-    uint32_t getTableSize(uint32_t entity) override { return entity < 16 ? script().sizes[entity] : 0; }
-    uint32_t processEvent(AsnObjectIdentifier* enterprise, AsnInteger32* specificTrap,
-                          SnmpVarBindList* varBinds, int32_t* trapToSend) override {
-        if (script().eventStatus != CLIENT_SUCCESS)
+    UINT getTableSize(UINT entity) override { return entity < 16 ? script().sizes[entity] : 0; }
+    UINT processEvent(AsnObjectIdentifier* enterprise, AsnInteger32* specificTrap, SnmpVarBindList* varBinds,
+                      int32_t* trapToSend) override {
+        if (script().eventStatus != CLIENT_SUCCESS || (*trapToSend = script().trapToSend) != 1)
             return script().eventStatus;
-        *trapToSend = script().trapToSend;
-        if (script().trapToSend != 1)
-            return CLIENT_SUCCESS;
         *specificTrap = 0;
-        AsnObjectIdentifier source{static_cast<UINT>(script().eventOid.size()), script().eventOid.data()};
+        Arcs name = P({1000, 10, 1});
+        AsnObjectIdentifier source{static_cast<UINT>(script().eventOid.size()), script().eventOid.data()},
+            oid{static_cast<UINT>(name.size()), name.data()};
         SnmpUtilOidCpy(enterprise, &source);
-        varBinds->len = 2;
-        varBinds->list = static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(2 * sizeof(SnmpVarBind)));
-        for (UINT n = 0; n < 2; ++n) {
-            Arcs name = P({1000, 10, n + 1});
-            AsnObjectIdentifier oid{static_cast<UINT>(name.size()), name.data()};
-            SnmpUtilOidCpy(&varBinds->list[n].name, &oid);
-            varBinds->list[n].value.asnType = ASN_INTEGER;
-            varBinds->list[n].value.asnValue.number = static_cast<AsnInteger32>(n + 5);
-        }
+        *varBinds = {static_cast<SnmpVarBind*>(SnmpUtilMemAlloc(sizeof(SnmpVarBind))), 1};
+        SnmpUtilOidCpy(&varBinds->list[0].name, &oid);
+        varBinds->list[0].value.asnType = ASN_INTEGER;
         return CLIENT_SUCCESS;
     }
     void addEvent(eventData) override {} // events from the running poller thread are dropped
@@ -96,27 +73,16 @@ public:
     bool isSetsEnabled() override { return script().setsEnabled; }
 
 private:
-    static void note(const char* op, uint32_t e, uint32_t a, uint32_t i, const std::string& more = "") {
-        if (script().record)
-            script().calls.push_back(std::string(op) + " e" + std::to_string(e) + " a" + std::to_string(a) +
-                                     " i" + std::to_string(i) + more);
-    }
-    static uint32_t read(const char* op, uint32_t e, uint32_t a, uint32_t i, int32_t* v) {
-        note(op, e, a, i);
-        auto failing = script().failingAttributes.find(a);
-        if (failing != script().failingAttributes.end())
-            return failing->second;
-        *v = static_cast<int32_t>(a * 1000 + i);
-        return CLIENT_SUCCESS;
-    }
-    static uint32_t text(const char* op, uint32_t e, uint32_t a, uint32_t i, char** v) {
-        int32_t unused = 0;
-        if (uint32_t status = read(op, e, a, i, &unused))
-            return status;
-        if (script().nullTextAttributes.count(a))
-            return CLIENT_SUCCESS;
-        *v = static_cast<char*>(calloc(1, 128));
-        snprintf(*v, 128, "%s:e%u:a%u:i%u", op, e, a, i);
+    static UINT get(const char* op, UINT e, UINT a, UINT i, int32_t* v, char** t) {
+        char call[64];
+        snprintf(call, sizeof call, "%s e%u a%u i%u", op, e, a, i);
+        script().calls.push_back(call);
+        if (script().failingAttributes.count(a))
+            return script().failingAttributes[a];
+        if (v != nullptr)
+            *v = static_cast<int32_t>(a * 1000 + i);
+        else if (!script().nullTextAttributes.count(a))
+            *t = strdup(std::regex_replace(call, std::regex(" "), ":").c_str());
         return CLIENT_SUCCESS;
     }
 };
@@ -133,8 +99,6 @@ protected:
             SnmpExtensionClose();
         setClientFactory(nullptr);
         destroyHMClient();
-        if (!script().tracePath.empty())
-            unlink(script().tracePath.c_str());
     }
 
     // Init with these table sizes (entity code -> size); the system group has one row.
@@ -143,19 +107,12 @@ protected:
         for (const auto& [entity, size] : sizes)
             script().sizes[entity] = size;
         if (trace)
-            script().tracePath = scratchPath("trace.log");
-        m_region = AsnObjectIdentifier{0, nullptr};
-        m_event = nullptr;
-        m_started = SnmpExtensionInit(1234, &m_event, &m_region) == TRUE;
-        return m_started;
+            script().tracePath = m_dir / "trace.log";
+        return m_started = SnmpExtensionInit(1234, &m_event, &m_region) == TRUE;
     }
-    // Hands out every further region; returns how many there were.
-    int finishRegions() {
-        int count = 0;
-        AsnObjectIdentifier region{0, nullptr};
-        while (SnmpExtensionInitEx(&region) && count < 100)
-            ++count;
-        return count;
+    void openTrace() {
+        script().tracePath = m_dir / "trace.log";
+        openDebugLog(script().tracePath.c_str(), 10);
     }
     Answer query(UINT type, Bindings& bindings) {
         Answer answer;
@@ -168,15 +125,8 @@ protected:
         m_started = false;
         return readFile(script().tracePath);
     }
-    // True when every message is in the trace.
-    static ::testing::AssertionResult tracedAll(const std::string& log,
-                                                const std::vector<std::string>& messages) {
-        for (const std::string& message : messages)
-            if (!traced(log, message))
-                return ::testing::AssertionFailure() << "not traced: " << message;
-        return ::testing::AssertionSuccess();
-    }
 
+    TempDir m_dir{"hmagent-"};
     bool m_started = false;
     HANDLE m_event = nullptr;
     AsnObjectIdentifier m_region{0, nullptr};

@@ -1,29 +1,16 @@
-// Binding lists the way the SNMP service builds them, OIDs as arc vectors, and
-// trace reading, for the front-end tests.
+// Binding lists the way the SNMP service builds them and OIDs as arc vectors, for the
+// front-end tests.
 #ifndef HM_TESTS_AGENT_AGENTTESTSUPPORT_H
 #define HM_TESTS_AGENT_AGENTTESTSUPPORT_H
 
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <iterator>
 #include <map>
-#include <sstream>
-#include <string>
-#include <unistd.h>
-#include <utility>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <snmp.h>
 
 #include "support/files.h"
 #include "support/oids.h"
 
 namespace hmtest {
-
-using ::Arcs;
 
 // The enterprise prefix of the agent's MIB, 1.3.6.1.4.1.64999.2.10.3.5.
 inline Arcs P(std::initializer_list<UINT> tail) {
@@ -33,6 +20,12 @@ inline Arcs P(std::initializer_list<UINT> tail) {
 }
 
 inline const Arcs kEndOfView{1, 3, 6, 1, 4, 1, 64999, 2, 10, 3, 6};
+
+// Base OIDs of the fourteen subtrees.
+inline const Arcs kBases[14] = {
+    P({100}),     P({200}),     P({300, 10}), P({400, 10}), P({400, 20}), P({400, 30}), P({400, 40}),
+    P({500, 10}), P({500, 20}), P({600, 10}), P({600, 20}), P({600, 30}), P({600, 40}), P({700, 10}),
+};
 
 inline Arcs arcsOf(const AsnObjectIdentifier& oid) {
     return oid.ids == nullptr ? Arcs{} : Arcs(oid.ids, oid.ids + oid.idLength);
@@ -63,13 +56,20 @@ public:
         const AsnOctetString& s = m_list.list[n].value.asnValue.string;
         return std::string(reinterpret_cast<const char*>(s.stream), s.length);
     }
-    // Gives binding n an integer value, as a SET request carries it.
+    // The value binding n carries: the integer in decimal, a text of its own, or "" for none.
+    std::string value(size_t n) const {
+        const AsnAny& v = m_list.list[n].value;
+        if (v.asnType == ASN_INTEGER)
+            return std::to_string(v.asnValue.number);
+        EXPECT_TRUE(v.asnType != ASN_OCTETSTRING || v.asnValue.string.dynamic);
+        return v.asnType == ASN_OCTETSTRING ? text(n) : "";
+    }
+    // Gives binding n a value of its own, as a SET request carries it.
     void setInteger(size_t n, int32_t value) {
         SnmpUtilAsnAnyFree(&m_list.list[n].value);
         m_list.list[n].value.asnType = ASN_INTEGER;
         m_list.list[n].value.asnValue.number = value;
     }
-    // Gives binding n an OCTET STRING value of its own.
     void setString(size_t n, const std::string& value) {
         SnmpUtilAsnAnyFree(&m_list.list[n].value);
         AsnOctetString& s = m_list.list[n].value.asnValue.string;
@@ -90,19 +90,13 @@ struct Answer {
     AsnInteger32 index = -1;
 };
 
-// True when the trace holds `message` as the text of one trace call (after the
-// "hh:mm:ss: (thread) " prefix).
-inline bool traced(const std::string& log, const std::string& message) {
-    return log.find(") " + message) != std::string::npos;
-}
-
-inline std::string scratchPath(const std::string& name) {
-    const ::testing::TestInfo* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    std::string test = info->name();
-    for (char& c : test)
-        if (c == '/')
-            c = '_';
-    return ::testing::TempDir() + "hmagent-" + std::to_string(getpid()) + "-" + test + "-" + name;
+// Every message is the text of one trace call (after the "hh:mm:ss: (thread) " prefix).
+inline ::testing::AssertionResult tracedAll(const std::string& log,
+                                            const std::vector<std::string>& messages) {
+    for (const std::string& message : messages)
+        if (log.find(") " + message) == std::string::npos)
+            return ::testing::AssertionFailure() << "not traced: " << message;
+    return ::testing::AssertionSuccess();
 }
 
 } // namespace hmtest

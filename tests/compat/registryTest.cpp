@@ -3,10 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <string>
-#include <unistd.h>
 
 #include "support/files.h"
 
@@ -44,48 +41,31 @@ protected:
     }
     void TearDown() override { unsetenv(HM_COMPAT_REGISTRY_ENV); }
     void writeFile(const std::string& bytes) { hmtest::writeFile(path_, bytes); }
-    // Opens the parameters key and reads one value; "" when it cannot.
+    // Opens the parameters key and reads one value.
     std::string read(const char* name) {
         HKEY key = nullptr;
-        if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key) != ERROR_SUCCESS)
-            return "<no key>";
+        EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
         Query q = query(key, name);
         EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-        return q.rc == ERROR_SUCCESS ? q.bytes : "<" + std::to_string(q.rc) + ">";
+        return q.bytes;
     }
 
     hmtest::TempDir dir_{"hmcompat-reg-"};
     std::string path_ = dir_ / "registry.reg";
 };
 
-const std::string kNotFound = "<" + std::to_string(ERROR_FILE_NOT_FOUND) + ">";
-
-TEST_F(RegistryTest, BadArgumentsAndHandles) {
-    writeFile(kHeader + kSection + "\"A\"=\"1\"\n");
-    EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, nullptr), ERROR_INVALID_PARAMETER);
-    HKEY key = nullptr;
-    int notAKey = 0;
-    EXPECT_EQ(RegOpenKeyExA(reinterpret_cast<HKEY>(&notAKey), kParams, 0, KEY_READ, &key),
-              ERROR_INVALID_HANDLE);
-    EXPECT_EQ(RegCloseKey(reinterpret_cast<HKEY>(&notAKey)), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(RegCloseKey(HKEY_LOCAL_MACHINE), ERROR_SUCCESS);
-
-    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
-    BYTE buf[8];
-    EXPECT_EQ(RegQueryValueExA(key, "A", nullptr, nullptr, buf, nullptr), ERROR_INVALID_PARAMETER);
-    DWORD reserved = 0, size = sizeof buf;
-    EXPECT_EQ(RegQueryValueExA(key, "A", &reserved, nullptr, buf, &size), ERROR_INVALID_PARAMETER);
-    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
-    // A closed key is no longer a valid handle.
-    EXPECT_EQ(RegQueryValueExA(key, "A", nullptr, nullptr, buf, &size), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
-}
-
-// Key and value names are case-insensitive; a key's parents exist; the file is read when a key is opened.
-TEST_F(RegistryTest, ValuesSizesAndTypes) {
-    writeFile(kHeader + "[hkey_local_machine\\software\\ARVENI\\fleetwatchsnmp\\PARAMETERS]\n" +
-              "\"ConfigFile\"=\"C:\\\\hm\\\\hm.cfg\"\n\"Quoted\"=\"say \\\"hi\\\"\"\n" +
-              "\"Empty\"=\"\"\n\"Interval\"=dword:0000000a\n\"Short\"=dword:FfFf\n");
+// Key and value names are case-insensitive; a key's parents exist; the file is read when a
+// key is opened. BOM, CRLF, comments, repeated sections and deletions are understood;
+// malformed lines are skipped, and values after a section header without "]" belong to no key.
+TEST_F(RegistryTest, ValuesSizesTypesAndFileSyntax) {
+    writeFile("\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n\r\n; comment\r\n" +
+              std::string("[hkey_local_machine\\software\\ARVENI\\fleetwatchsnmp\\PARAMETERS]\r\n") +
+              "\"ConfigFile\"=\"old\"\r\n\"LogFile\"=\"gone\"\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\r\n" +
+              "\"Stray\"=\"other\"\r\n" + kSection + "\"CONFIGFILE\"=\"C:\\\\hm\\\\hm.cfg\"\n" +
+              "\"Quoted\"=\"say \\\"hi\\\"\"\n\"Empty\"=\"\"\n\"Interval\"=dword:0000000a\n" +
+              "\"LogFile\"=-\n\"Unterminated\"=\"abc\n\"BadEscape\"=\"a\\qb\"\n\"BadDword\"=dword:12g4\n" +
+              "\"Binary\"=hex:01,02,\\\n  03,04\n" + std::string("\"Nul\"=\"a\0b\"\n", 12) +
+              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken\n\"Path\"=\"after broken section\"\n");
     HKEY key = nullptr, parent = nullptr;
     ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Software\\Arveni", 0, KEY_READ, &parent), ERROR_SUCCESS);
     ASSERT_EQ(RegOpenKeyExA(parent, "FleetwatchSNMP\\Parameters", 0, KEY_QUERY_VALUE, &key), ERROR_SUCCESS);
@@ -104,8 +84,6 @@ TEST_F(RegistryTest, ValuesSizesAndTypes) {
         {"QUOTED", 64, ERROR_SUCCESS, REG_SZ, 9, std::string("say \"hi\"", 9)},
         {"Empty", 64, ERROR_SUCCESS, REG_SZ, 1, std::string(1, '\0')},
         {"interval", 4, ERROR_SUCCESS, REG_DWORD, 4, std::string("\x0a\0\0\0", 4)},
-        {"Short", 64, ERROR_SUCCESS, REG_DWORD, 4, std::string("\xff\xff\0\0", 4)},
-        {"LogFile", 64, ERROR_FILE_NOT_FOUND, REG_NONE, 64, ""},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.name) + " in " + std::to_string(c.room));
@@ -115,54 +93,27 @@ TEST_F(RegistryTest, ValuesSizesAndTypes) {
         EXPECT_EQ(q.size, c.size);
         EXPECT_EQ(q.bytes, c.bytes);
     }
-    DWORD type = REG_NONE; // type only
-    EXPECT_EQ(RegQueryValueExA(key, "Interval", nullptr, &type, nullptr, nullptr), ERROR_SUCCESS);
-    EXPECT_EQ(type, static_cast<DWORD>(REG_DWORD));
+    for (const char* name :
+         {"LogFile", "Stray", "Unterminated", "BadEscape", "BadDword", "Binary", "Nul", "Path"}) {
+        Query q = query(key, name);
+        EXPECT_EQ(q.rc * 100 + q.type, ERROR_FILE_NOT_FOUND * 100 + REG_NONE) << name;
+    }
     EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
     EXPECT_EQ(read("CONFIGFILE"), std::string("second", 7));
 }
 
-TEST_F(RegistryTest, BomCrlfCommentsAndRepeatedSections) {
-    writeFile("\xEF\xBB\xBFWindows Registry Editor Version 5.00\r\n\r\n; comment\r\n" +
-              std::string("[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n") +
-              "\"ConfigFile\"=\"old\"\r\n\"LogFile\"=\"gone\"\r\n[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\r\n" +
-              "\"ConfigFile\"=\"other\"\r\n" +
-              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n" +
-              "\"CONFIGFILE\"=\"new\"\r\n\"LogFile\"=-\r\n");
-    EXPECT_EQ(read("ConfigFile"), std::string("new", 4));
-    EXPECT_EQ(read("LogFile"), kNotFound);
-}
-
-TEST_F(RegistryTest, MalformedLinesAreSkipped) {
-    writeFile(kHeader + kSection + "\"Unterminated\"=\"abc\n" + "\"BadEscape\"=\"a\\qb\"\n" +
-              "\"BadDword\"=dword:12g4\n" + "\"LongDword\"=dword:123456789\n" + "\"NoEquals\" \"x\"\n" +
-              "\"Trailing\"=\"a\" b\n" + "\"Binary\"=hex:01,02,\\\n  03,04\n" +
-              std::string("\"Nul\"=\"a\0b\"\n", 12) + "\"LogFile\"=\"/var/log/hm.log\"\n" +
-              "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Broken\n" + "\"ConfigFile\"=\"after broken section\"\n");
-    for (const char* name :
-         {"Unterminated", "BadEscape", "BadDword", "LongDword", "NoEquals", "Trailing", "Binary", "Nul"})
-        EXPECT_EQ(read(name), kNotFound) << name;
-    EXPECT_EQ(read("LogFile"), std::string("/var/log/hm.log", 16));
-    // Values after a section header without "]" belong to no key.
-    EXPECT_EQ(read("ConfigFile"), kNotFound);
-}
-
 // A missing file or key is not found, a file that is not a registry file a bad database;
 // either way the result is left alone.
-TEST_F(RegistryTest, FilesAndKeysThatCannotBeOpened) {
+TEST_F(RegistryTest, FilesKeysAndHandlesThatCannotBeUsed) {
     const HKEY sentinel = reinterpret_cast<HKEY>(static_cast<uintptr_t>(0x1234));
     HKEY key = sentinel;
     EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_FILE_NOT_FOUND); // no file
     const std::pair<std::string, LONG> cases[] = {
-        {kHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n\"ConfigFile\"=\"x\"\n", ERROR_FILE_NOT_FOUND},
         // The same key under another hive is a different key.
         {kHeader + "[HKEY_CURRENT_USER\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n",
          ERROR_FILE_NOT_FOUND},
-        {"", ERROR_BADDB},                                                 // empty
+        {"", ERROR_BADDB},
         {kSection + "\"ConfigFile\"=\"x\"\n", ERROR_BADDB},                // no header
-        {"REGEDIT4\n" + kSection, ERROR_BADDB},                            // older format
-        {"Windows Registry Editor Version 5.0\n" + kSection, ERROR_BADDB}, // wrong header
-        {std::string("\xFF\xFEW\0i\0", 6) + kSection, ERROR_BADDB},        // UTF-16
         {kHeader + kSection + std::string(1024 * 1024, ';'), ERROR_BADDB}, // over 1 MiB
     };
     for (const auto& [body, rc] : cases) {
@@ -173,23 +124,19 @@ TEST_F(RegistryTest, FilesAndKeysThatCannotBeOpened) {
     // A long line just under the limit is read, and the key after it found.
     writeFile(kHeader + "; " + std::string(1000 * 1000, 'x') + "\n" + kSection + "\"LogFile\"=\"ok\"\n");
     EXPECT_EQ(read("LogFile"), std::string("ok", 3));
+    // A closed key is no longer a valid handle.
+    ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, kParams, 0, KEY_READ, &key), ERROR_SUCCESS);
+    EXPECT_EQ(RegCloseKey(key), ERROR_SUCCESS);
+    EXPECT_EQ(RegCloseKey(key), ERROR_INVALID_HANDLE);
 }
 
-// The registry file's permissions: a file that group or others may write to, or
-// that belongs to someone other than root or the running user, is refused as
-// Windows refuses a key whose security denies reading (ERROR_ACCESS_DENIED),
-// with one message on standard error. The checks read the file's mode and owner,
-// so they hold when the tests run as root too.
-class RegistryPermissionTest : public RegistryTest {
-protected:
-    void SetUp() override {
-        RegistryTest::SetUp();
-        writeFile("Windows Registry Editor Version 5.00\r\n\r\n"
-                  "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                  "\"ConfigFile\"=\"/etc/hmsubagent/hmsubagent.conf\"\r\n");
-    }
-    // Gives the file `mode`, opens the parameters key; returns the status and what was printed on stderr.
-    LONG open(std::string& printed, mode_t mode) {
+// A registry file that group or others may write to, or that belongs to someone other than
+// root or the running user, is refused as Windows refuses a key whose security denies reading
+// (ERROR_ACCESS_DENIED), with one message on standard error. A refusal is said once: opened
+// again, the same refusal stays silent until the file is fixed; another refusal is said again.
+TEST_F(RegistryTest, FilesWritableByOthersOrOwnedByAnotherUserAreRefused) {
+    writeFile(kHeader + kSection + "\"ConfigFile\"=\"/etc/hmsubagent/hmsubagent.conf\"\n");
+    auto open = [&](mode_t mode, std::string& printed) {
         EXPECT_EQ(chmod(path_.c_str(), mode), 0);
         HKEY key = nullptr;
         testing::internal::CaptureStderr();
@@ -197,53 +144,31 @@ protected:
         printed = testing::internal::GetCapturedStderr();
         EXPECT_EQ(rc == ERROR_SUCCESS ? RegCloseKey(key) : ERROR_SUCCESS, ERROR_SUCCESS);
         return rc;
-    }
-    std::string refusal(const std::string& problem) const {
-        return "hmcompat: registry file " + path_ + " refused: " + problem + "\n";
-    }
-    std::string writable(const char* mode) const {
-        return refusal(std::string("group or others may write to it (mode ") + mode +
-                       "); allow writing to its owner only (chmod go-w)");
-    }
-};
-
-// A refusal is said once: opened again and again, the same refusal stays silent until the
-// file is fixed; another refusal is said again.
-TEST_F(RegistryPermissionTest, ModesWritableByGroupOrOthersAreRefused) {
+    };
     const struct {
         mode_t mode;
         const char* refused; // the mode as the message writes it
         bool said;
-    } cases[] = {{0600, nullptr, false}, {0400, nullptr, false}, {0640, nullptr, false},
-                 {0644, nullptr, false}, {0755, nullptr, false}, {0602, "0602", true},
-                 {0620, "0620", true},   {0664, "0664", true},   {0666, "0666", true},
-                 {0666, "0666", false},  {0666, "0666", false},  {0644, nullptr, false},
-                 {0666, "0666", true},   {0646, "0646", true}};
+    } cases[] = {{0644, nullptr, false}, {0602, "0602", true},   {0620, "0620", true},
+                 {0620, "0620", false},  {0600, nullptr, false}, {0620, "0620", true}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << std::oct << c.mode);
         std::string printed;
-        EXPECT_EQ(open(printed, c.mode), c.refused ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
-        EXPECT_EQ(printed, c.said ? writable(c.refused) : "");
+        EXPECT_EQ(open(c.mode, printed), c.refused ? ERROR_ACCESS_DENIED : ERROR_SUCCESS);
+        EXPECT_EQ(printed, c.said ? "hmcompat: registry file " + path_ +
+                                        " refused: group or others may write to it (mode " + c.refused +
+                                        "); allow writing to its owner only (chmod go-w)\n"
+                                  : "");
     }
-    // A query of the hive itself is refused the same way.
-    DWORD size = 0;
-    EXPECT_EQ(RegQueryValueExA(HKEY_LOCAL_MACHINE, "x", nullptr, nullptr, nullptr, &size),
-              ERROR_ACCESS_DENIED);
-}
-
-TEST_F(RegistryPermissionTest, OwnerMustBeRootOrTheRunningUser) {
-    std::string printed;
-    EXPECT_EQ(open(printed, 0644), ERROR_SUCCESS) << "owned by the running user";
     if (geteuid() != 0)
         GTEST_SKIP() << "giving the file to another user needs root";
+    std::string printed;
     ASSERT_EQ(chown(path_.c_str(), 4242, 4242), 0);
-    EXPECT_EQ(open(printed, 0644), ERROR_ACCESS_DENIED);
-    EXPECT_EQ(printed,
-              refusal("it belongs to uid 4242, neither root nor the user the agent runs as (uid 0)"));
+    EXPECT_EQ(open(0644, printed), ERROR_ACCESS_DENIED);
+    EXPECT_NE(printed.find("refused: it belongs to uid 4242, neither root nor the user"), std::string::npos);
     // Group ownership does not matter, only who may write.
     ASSERT_EQ(chown(path_.c_str(), 0, 4242), 0);
-    EXPECT_EQ(open(printed, 0644), ERROR_SUCCESS);
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ(open(0644, printed), ERROR_SUCCESS);
 }
 
 } // namespace

@@ -1,7 +1,10 @@
+// The client facade: start-up from the registry and the configuration file, routing of every
+// entity to its group, the overall health, and the system group's settings.
 #include "core/hmClient.h"
 
 #include <cstdlib>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -10,6 +13,7 @@
 #include "core/hmClientApi.h"
 #include "core/systemManagement.h"
 #include "support/files.h"
+#include "tables/cells.h"
 #include "tables/BaseAccessor.h"
 
 namespace {
@@ -17,22 +21,16 @@ namespace {
 using namespace hmtest;
 
 const std::string kDataDir = std::string(HM_TEST_DATA_DIR) + "/core";
-const std::string kRegHeader = "Windows Registry Editor Version 5.00\n\n";
-const std::string kRegKey =
-    kRegHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
-
-uint32_t put(int32_t* to, int32_t value) {
-    *to = value;
-    return CLIENT_SUCCESS;
-}
+const std::string kRegKey = "Windows Registry Editor Version 5.00\n\n"
+                            "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\n";
 
 // A group whose answers are fixed by the test; records the seeding calls it receives.
 struct FakeGroup : BaseAccessor {
     FakeGroup(uint32_t entity, int maxStatus, std::vector<uint32_t>* seeded)
         : m_entity(entity), m_maxStatus(maxStatus), m_seeded(seeded) {}
     int32_t code(int a, int i) const { return static_cast<int32_t>(m_entity * 1000000 + a * 1000 + i); }
-    uint32_t getIntInfo(int a, int i, int32_t* v) override { return put(v, code(a, i)); }
-    uint32_t getIntData(int a, int i, int32_t* v) override { return put(v, -code(a, i)); }
+    uint32_t getIntInfo(int a, int i, int32_t* v) override { return *v = code(a, i), CLIENT_SUCCESS; }
+    uint32_t getIntData(int a, int i, int32_t* v) override { return *v = -code(a, i), CLIENT_SUCCESS; }
     uint32_t getStrInfo(int, int, char** value) override { return copyOutText(m_name.c_str(), value); }
     uint32_t getStrData(int, int, char**) override { return 77; }
     uint32_t setIntData(int, int, int32_t value) override { return static_cast<uint32_t>(value); }
@@ -88,46 +86,6 @@ protected:
     std::string trace = dir / "trace.log";
 };
 
-// A second start-up replaces the first client; the trace of the second shows every group
-// started in order and the health lists seeded.
-TEST_F(HmClientTest, StartUpRunsTheGroupsInOrderAndSeedsTheHealthLists) {
-    writeRegistry(kDataDir + "/quiet.conf");
-    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
-    writeRegistry(kDataDir + "/hmsubagent.conf");
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
-    EXPECT_EQ("", testing::internal::GetCapturedStdout());
-    std::string text = withoutPrefixes(readFile(trace));
-    std::vector<std::string> expected = {
-        "*********** New Log ****************\n", "ptKey=:trapsenabled:, stValue=:1:\n",
-        "ptKey=:productdescription:, stValue=:Hardware monitoring test product:\n"};
-    for (const char* group :
-         {"Processor", "PowerSupply", "PowerUnit", "VoltageProbe", "MemoryArray", "MemoryDevice",
-          "CoolingDevice", "DiscreteCooling", "TemperatureProbe", "DriveSlot"})
-        expected.push_back(std::string("\n\n After ") + group + " Healthstatus is 2:");
-    expected.insert(expected.end(), {"seedHealthLists() called\n", "\n End of seedHealthLists()"});
-    EXPECT_TRUE(containsInOrder(text, expected));
-    EXPECT_EQ(std::string::npos, text.find("exited with no data")); // every group starts
-    ASSERT_NE(nullptr, gSubagent);
-    EXPECT_NE(nullptr, gSubagent->getEventHandler());
-    EXPECT_STREQ(trace.c_str(), static_cast<hmClient*>(gSubagent)->logFilePath());
-    // Entity 1 reaches the system group (whose attributes its own tests cover).
-    int32_t value = 0;
-    char* sysText = nullptr;
-    EXPECT_EQ(CLIENT_SUCCESS, getIntInfo(systemManagementEntity, 3, 0, &value));
-    EXPECT_EQ(42, value);
-    EXPECT_EQ(CLIENT_SUCCESS, getStrInfo(systemManagementEntity, 9, 1, &sysText));
-    EXPECT_STREQ("0815", sysText);
-    free(sysText);
-    EXPECT_TRUE(isTrapsEnabled());
-    EXPECT_FALSE(isSetsEnabled());
-    EXPECT_TRUE(gSubagent->isDebugEnabled());
-    EXPECT_EQ(1u, getTableSize(systemManagementEntity));
-    EXPECT_EQ(2, getHealthstatus());
-    setHealthstatus(5);
-    EXPECT_EQ(5, getHealthstatus());
-}
-
 // An entity without a group, every call before start-up and after the tables are released
 // answers 8 and hands out nothing.
 void expectNoGroup(uint32_t entity) {
@@ -139,11 +97,14 @@ void expectNoGroup(uint32_t entity) {
                                      getTableStatus(entity), findElementById(entity, 1)}),
               std::vector<uint32_t>(8, 8u))
         << entity;
-    EXPECT_EQ(nullptr, getElementName(entity, 0)) << entity;
-    EXPECT_EQ(nullptr, text) << entity;
+    EXPECT_TRUE(getElementName(entity, 0) == nullptr && text == nullptr) << entity;
 }
 
-TEST_F(HmClientTest, EntitiesWithoutAGroupAnswer8AndEmptyTablesTheirNoRowCode) {
+// Before start-up nothing answers. A second start-up replaces the first client; its trace
+// shows the groups started and the health lists seeded. On a server without sensors or
+// inventory every table is empty and left out of the MIB; the chassis group is a scalar group
+// and keeps its one row.
+TEST_F(HmClientTest, StartUpEmptyTablesAndEntitiesWithoutAGroup) {
     ASSERT_EQ(nullptr, gSubagent);
     expectNoGroup(1);
     expectNoGroup(3);
@@ -153,32 +114,37 @@ TEST_F(HmClientTest, EntitiesWithoutAGroupAnswer8AndEmptyTablesTheirNoRowCode) {
     releaseTables();
     EXPECT_EQ(8u, processEvent(nullptr, nullptr, nullptr, nullptr));
     EXPECT_EQ(8, getHealthstatus());
-    EXPECT_FALSE(isTrapsEnabled());
-    EXPECT_FALSE(isSetsEnabled());
+    EXPECT_FALSE(isTrapsEnabled() || isSetsEnabled());
 
     writeRegistry(kDataDir + "/quiet.conf");
     ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
+    writeRegistry(kDataDir + "/hmsubagent.conf");
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(CLIENT_SUCCESS, initHMClient());
+    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    const std::string text = readFile(trace);
+    EXPECT_TRUE(containsInOrder(text, {"After DriveSlot Healthstatus is 2:", "seedHealthLists() called\n"}));
+    EXPECT_EQ(std::string::npos, text.find("exited with no data")); // every group starts
+    EXPECT_STREQ(trace.c_str(), static_cast<hmClient*>(gSubagent)->logFilePath());
+    // Entity 1 reaches the system group (whose attributes its own tests cover).
+    int32_t value = 0;
+    EXPECT_EQ(CLIENT_SUCCESS, getIntInfo(systemManagementEntity, 3, 0, &value));
+    EXPECT_EQ(42, value);
+    EXPECT_TRUE(isTrapsEnabled() && gSubagent->isDebugEnabled());
+    EXPECT_FALSE(isSetsEnabled());
+    EXPECT_EQ(2, getHealthstatus());
+    setHealthstatus(5);
+    EXPECT_EQ(5, getHealthstatus());
+
     expectNoGroup(0);
     expectNoGroup(15);
-    // On a server without sensors or inventory every table is empty: each answers with its own
-    // no-row code and is left out of the MIB. The chassis group is a scalar group and keeps its one row.
-    EXPECT_EQ(1u, getTableSize(2));
-    const uint32_t tables[][3] = {{3, 27, 22},   {4, 44, 23},   {5, 50, 24},   {6, 55, 25},
-                                  {7, 70, 26},   {8, 76, 2},    {9, 89, 2},    {10, 110, 29},
-                                  {11, 117, 30}, {12, 132, 31}, {13, 138, 32}, {14, 153, 34}};
-    for (const auto& t : tables) { // entity, attribute, no-row code
-        SCOPED_TRACE(t[0]);
-        int32_t value = 0;
-        char* text = reinterpret_cast<char*>(&value);
-        EXPECT_EQ(0u, getTableSize(t[0]));
-        EXPECT_EQ(0u, getTableStatus(t[0]));
-        EXPECT_EQ(0u, findElementById(t[0], 1));
-        EXPECT_EQ(nullptr, getElementName(t[0], 0));
-        EXPECT_EQ(t[2], getIntInfo(t[0], t[1], 0, &value));
-        EXPECT_EQ(-1, value);
-        EXPECT_EQ(t[2], getStrInfo(t[0], t[1] + 1, 0, &text));
-        EXPECT_EQ(nullptr, text);
-    }
+    EXPECT_EQ((std::vector<uint32_t>{1, 1}), (std::vector<uint32_t>{getTableSize(1), getTableSize(2)}));
+    for (uint32_t entity = 3; entity <= 14; ++entity)
+        EXPECT_EQ(
+            (std::vector<uint32_t>{getTableSize(entity), getTableStatus(entity), findElementById(entity, 1)}),
+            (std::vector<uint32_t>{0, 0, 0}))
+            << entity;
+    EXPECT_NE(nullptr, gSubagent->getEventHandler());
     releaseTables();
     releaseTables();
     EXPECT_EQ(8u, getTableSize(systemManagementEntity));
@@ -190,17 +156,15 @@ TEST_F(HmClientTest, EntitiesWithoutAGroupAnswer8AndEmptyTablesTheirNoRowCode) {
 // with the trace already open, the failure is traced.
 TEST_F(HmClientTest, RegistryAndConfigurationFailures) {
     const std::string absent = dir / "absent.conf", quiet = kDataDir + "/quiet.conf";
-    const std::string opening = "Error opening SNMP Parameters registry key\n";
     const struct {
-        std::string registryFile, traced, config, log; // registryFile "" = none
+        std::string registryFile, traced, log; // registryFile "" = none
+        bool traps;
     } cases[] = {
-        {"", opening, "", ""},
-        {kRegHeader + "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Other]\n", opening, "", ""},
-        {kRegKey + "\"LogFile\"=\"/tmp/unused.log\"\n", "Error retrieving ConfigFile registry key value\n",
-         "", ""},
-        {kRegKey + "\"ConfigFile\"=\"" + quiet + "\"\n", "Error retrieving LogFile registry key value\n",
-         quiet, ""},
-        {kRegKey + "\"ConfigFile\"=\"" + absent + "\"\n\"LogFile\"=\"" + trace + "\"\n", "", absent, trace},
+        {"", "Error opening SNMP Parameters registry key", "", false},
+        {kRegKey + "\"LogFile\"=\"/tmp/unused.log\"\n", "Error retrieving ConfigFile", "", false},
+        {kRegKey + "\"ConfigFile\"=\"" + quiet + "\"\n", "Error retrieving LogFile", "", true},
+        {kRegKey + "\"ConfigFile\"=\"" + absent + "\"\n\"LogFile\"=\"" + trace + "\"\n",
+         "init about to init systemManagement exited with no data", trace, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.registryFile);
@@ -211,31 +175,35 @@ TEST_F(HmClientTest, RegistryAndConfigurationFailures) {
         EXPECT_EQ(CLIENT_SUCCESS, initHMClient());
         EXPECT_EQ("", testing::internal::GetCapturedStdout());
         EXPECT_FALSE(gSubagent->isDebugEnabled());
-        EXPECT_EQ(c.config == quiet, isTrapsEnabled());
-        EXPECT_EQ(1u, getTableSize(systemManagementEntity));
-        EXPECT_EQ(2, getHealthstatus());
+        EXPECT_EQ(c.traps, isTrapsEnabled());
         EXPECT_FALSE(fileExists(trace));
-
+        EXPECT_EQ(c.log, static_cast<hmClient*>(gSubagent)->logFilePath());
         openDebugLog(trace.c_str(), 10);
         EXPECT_EQ(CLIENT_SUCCESS, initHMClient());
         closeDebugLog();
-        EXPECT_TRUE(containsInOrder(
-            withoutPrefixes(readFile(trace)),
-            {c.traced, "systemManagement::systemManagement()\n", "systemManagement::init() called.\n",
-             "ConfigFile:" + c.config + ":  LogFile:" + c.log + ":\n",
-             c.config == quiet ? "" : "\nhmClient::init about to init systemManagement exited with no data\n",
-             "\n\n After Processor Healthstatus is 2:"}));
+        EXPECT_NE(std::string::npos, readFile(trace).find(c.traced));
         remove(trace.c_str());
-        EXPECT_EQ(c.log, static_cast<hmClient*>(gSubagent)->logFilePath());
     }
 }
 
-TEST(HmClientHealth, WorstCountedGroupStatus) {
-    const struct {
-        const char* name;
-        std::vector<int> status; // by entity; -1 = no group
-        int32_t expected;
-    } cases[] = {
+// Inverse linearization is a DWORD of the agent's Parameters key; absent, zero or not a DWORD: clear.
+TEST_F(HmClientTest, InverseLinearizationSetting) {
+    const std::pair<std::string, bool> cases[] = {{"\"bInverseLinearization\"=dword:00000001\n", true},
+                                                  {"\"bInverseLinearization\"=dword:00000000\n", false},
+                                                  {"\"bInverseLinearization\"=\"1\"\n", false},
+                                                  {"", false}};
+    for (const auto& [line, expected] : cases) {
+        writeFile(registry, kRegKey + line);
+        hmClient::bInverseLinearization = !expected;
+        hmClient().readInverseLinearization();
+        EXPECT_EQ(expected, hmClient::bInverseLinearization) << line;
+    }
+    hmClient::bInverseLinearization = false;
+}
+
+TEST(HmClientHealth, WorstCountedGroupStatusAndSeedingOrder) {
+    // Name, status by entity (-1 = no group), the health expected.
+    const std::tuple<const char*, std::vector<int>, int32_t> cases[] = {
         //                        entity: 0   1   2  3  4  5  6  7  8  9 10 11 12 13 14
         {"allOk", /*                   */ {-1, -1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3}, 3},
         {"oneCriticalProbe", /*        */ {-1, -1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 5, 3}, 5},
@@ -247,51 +215,34 @@ TEST(HmClientHealth, WorstCountedGroupStatus) {
         {"otherIsBetterThanUnknown", /**/ {-1, -1, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}, 2},
         {"missingGroupsIgnored", /*    */ {-1, -1, -1, -1, -1, 4}, 4},
     };
-    for (const auto& c : cases) {
-        FakeGroupsClient client(c.status);
+    for (const auto& [name, status, expected] : cases) {
+        FakeGroupsClient client(status);
         client.computeHealthStatus();
-        EXPECT_EQ(c.expected, client.getHealthstatus()) << c.name;
+        EXPECT_EQ(expected, client.getHealthstatus()) << name;
     }
-}
-
-TEST(HmClientHealth, EachStepIsTracedAndSeedingSkipsDriveSlots) {
-    TempDir dir;
+    // Seeding goes through the groups in start-up order and skips the drive slots.
     std::vector<uint32_t> seeded;
-    FakeGroupsClient client({-1, -1, 3, 3, 4, 3, 3, 3, 3, 3, 3, 3, 3, 5, 3}, &seeded);
-    openDebugLog((dir / "trace.log").c_str(), 10);
-    client.computeHealthStatus();
-    closeDebugLog();
-    EXPECT_EQ("*********** New Log ****************\n"
-              "\n\n After Processor Healthstatus is 3:\n\n After PowerSupply Healthstatus is 3:"
-              "\n\n After PowerUnit Healthstatus is 4:\n\n After VoltageProbe Healthstatus is 4:"
-              "\n\n After MemoryArray Healthstatus is 4:\n\n After MemoryDevice Healthstatus is 4:"
-              "\n\n After CoolingDevice Healthstatus is 4:\n\n After DiscreteCooling Healthstatus is 4:"
-              "\n\n After TemperatureProbe Healthstatus is 5:\n\n After DriveSlot Healthstatus is 5:"
-              "*********** End Log ****************\n",
-              withoutPrefixes(readFile(dir / "trace.log")));
-    client.seedHealthLists();
+    FakeGroupsClient(std::get<1>(cases[1]), &seeded).seedHealthLists();
     EXPECT_EQ((std::vector<uint32_t>{3, 5, 4, 6, 8, 9, 11, 12, 13}), seeded);
 }
 
 // Routing: every entity reaches its own group, with attribute and index unchanged.
 TEST(HmClientRouting, EachEntityReachesItsGroup) {
-    FakeGroupsClient client({-1, -1, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3, 3});
+    FakeGroupsClient client(std::vector<int>(15, 3));
     for (uint32_t entity = 2; entity <= 14; ++entity) {
         SCOPED_TRACE(entity);
-        const std::string name = "group " + std::to_string(entity);
-        int32_t value = 0;
+        const int32_t code = static_cast<int32_t>(entity * 1000000);
+        int32_t info = 0, data = 0;
         char* text = nullptr;
-        EXPECT_EQ(entity * 10, client.getTableSize(entity));
-        EXPECT_EQ(CLIENT_SUCCESS, client.getIntInfo(entity, 7, 3, &value));
-        EXPECT_EQ(static_cast<int32_t>(entity * 1000000 + 7003), value);
-        EXPECT_EQ(CLIENT_SUCCESS, client.getIntData(entity, 8, 4, &value));
-        EXPECT_EQ(-static_cast<int32_t>(entity * 1000000 + 8004), value);
-        EXPECT_EQ(77u, client.getStrData(entity, 1, 0, nullptr));
-        EXPECT_EQ(55u, client.setIntData(entity, 1, 0, 55));
-        EXPECT_EQ(6u, client.findElementById(entity, 5));
-        EXPECT_EQ(name, client.getElementName(entity, 0));
-        EXPECT_EQ(CLIENT_SUCCESS, client.getStrInfo(entity, 1, 0, &text));
-        EXPECT_EQ(name, std::string(text));
+        EXPECT_EQ((std::vector<uint32_t>{
+                      client.getTableSize(entity), client.getIntInfo(entity, 7, 3, &info),
+                      client.getIntData(entity, 8, 4, &data), client.getStrData(entity, 1, 0, nullptr),
+                      client.setIntData(entity, 1, 0, 55), client.findElementById(entity, 5),
+                      client.getStrInfo(entity, 1, 0, &text)}),
+                  (std::vector<uint32_t>{entity * 10, 0, 0, 77, 55, 6, 0}));
+        EXPECT_EQ((std::vector<int32_t>{code + 7003, -(code + 8004)}), (std::vector<int32_t>{info, data}));
+        const std::string name = "group " + std::to_string(entity);
+        EXPECT_EQ(name + "|" + name, std::string(text) + "|" + client.getElementName(entity, 0));
         free(text);
     }
 }
@@ -323,19 +274,98 @@ TEST(HmClientFactory, StartsTheFactoryClientAndGroupsThatCouldNotBeMadeAreEmpty)
 }
 
 TEST(HealthAndStatusNames, MapBothWays) {
-    const struct {
-        const char* name;
-        int32_t status;
-    } names[] = {{"Monitor", 1}, {"Information", 1}, {"OK", 3}, {"Degraded", 4},
-                 {"Error", 5},   {"Fatal", 6},       {"ok", 2}, {"OK ", 2},
-                 {"error", 2},   {"FATAL", 2},       {"", 2},   {"Informational", 2},
-                 {"Monito", 2},  {nullptr, 2}};
-    for (const auto& c : names)
-        EXPECT_EQ(c.status, mapHealthNameToStatus(c.name)) << (c.name ? c.name : "null");
+    const std::pair<const char*, int32_t> names[] = {
+        {"Monitor", 1}, {"Information", 1}, {"OK", 3},    {"Degraded", 4}, {"Error", 5}, {"Fatal", 6},
+        {"ok", 2},      {"OK ", 2},         {"error", 2}, {"FATAL", 2},    {"", 2},      {"Informational", 2},
+        {"Monito", 2},  {nullptr, 2}};
+    for (const auto& [name, status] : names)
+        EXPECT_EQ(status, mapHealthNameToStatus(name)) << (name ? name : "null");
     const char* statusNames[] = {nullptr,       nullptr,    "other",          "unknown", "ok",
                                  "nonCritical", "critical", "nonRecoverable", nullptr,   nullptr};
     for (int32_t status = -1; status <= 8; ++status)
         EXPECT_STREQ(statusNames[status + 1], mapStatusToName(status)) << status;
+}
+
+// The system group: the configuration file's settings.
+// Reads `content` as the configuration file (trace closed) and holds the group.
+struct ReadConfig {
+    hmtest::TempDir dir;
+    systemManagement group;
+    uint32_t status;
+
+    explicit ReadConfig(const std::string& content) {
+        hmtest::writeFile(dir / "hm.conf", content);
+        status = group.init((dir / "hm.conf").c_str(), (dir / "trace.log").c_str());
+        closeDebugLog();
+    }
+    // The published value of `attribute` (numbers are read with index 0, texts with index 1).
+    std::string value(int attribute) {
+        const bool number = attribute <= setsEnabledAttr && attribute != platformDescriptionAttr;
+        return hmtest::cells(group, number ? 0 : 1, attribute, number ? "i" : "s");
+    }
+};
+
+TEST(SystemManagementTest, ReadsSettings) {
+    const std::string filler1023 = "productdescription=" + std::string(1023 - 19, 'D');
+    const std::tuple<std::string, int, std::string> cases[] = {
+        // content, attribute, value
+        {"trapsenabled=1", trapsEnabledAttr, "1"},                   // no final line end
+        {"", trapsEnabledAttr, "0"},                                 // empty file
+        {"\t#trapsenabled=1\n", trapsEnabledAttr, "0"},              // a setting with an unknown key
+        {"\ttrapsenabled=1\n", trapsEnabledAttr, "0"},               // a tab before the key is kept
+        {"\n\n \ntrapsenabled=1\n\n", trapsEnabledAttr, "1"},        // bare line ends ignored
+        {"Traps Enabled = 1\n", trapsEnabledAttr, "1"},              // capitals and inner spaces
+        {"trapsenabled=1\ntrapsenabled=0\n", trapsEnabledAttr, "0"}, // the last one wins
+        {"trapsenabled\ntrapsenabled=1\n", trapsEnabledAttr, "1"},   // a line without "=" skipped
+        {filler1023 + "trapsenabled=1\n", trapsEnabledAttr, "1"},    // the rest of a long line is a line
+        {"platformidx=5\n", platformIdAttr, "5"},                    // the prefix matches
+        {"platformid=abc\n", platformIdAttr, "0"},
+        {"setsenabled=1\n", setsEnabledAttr, "0"}, // sets stay disabled
+        {"manufacturer =    Example Systems\n", manufacturerAttr, "Example Systems"},
+        {"productversion = \"2.1.0\"\n", productVersionAttr, "2.1.0"},
+        {"manufacturer = Example \"Big\" Systems\n", manufacturerAttr, "Example Big Systems"},
+        {"productbuildnumber=1234\r\n", productBuildNumberAttr, "1234\r"},
+        {"platformdescriptionx=Nope\n", platformDescriptionAttr, ""}, // the whole key only
+        {"platformdescription=Rack server\n", platformDescriptionAttr, "Rack server"},
+        {"productdescription=a=b\n", productDescriptionAttr, "a=b"},
+        {"productname=" + std::string(100, 'N') + "\n", productNameAttr, std::string(63, 'N')},
+        {filler1023 + "trapsenabled=1\n", productDescriptionAttr, std::string(63, 'D')},
+    };
+    for (const auto& [content, attribute, expected] : cases) {
+        SCOPED_TRACE(content.substr(0, 60));
+        ReadConfig config(content);
+        ASSERT_EQ(CLIENT_SUCCESS, config.status);
+        EXPECT_EQ(expected, config.value(attribute));
+        EXPECT_FALSE(config.group.isDebugEnabled());
+        EXPECT_FALSE(hmtest::fileExists(config.dir / "trace.log"));
+    }
+}
+
+// The trace opens at the "debugenabled" line; every later setting line is traced.
+TEST(SystemManagementTest, TracesSettingLinesOnceTheTraceIsOpen) {
+    ReadConfig config("trapsenabled=1\ndebugenabled=1\n# a comment\nManufacturer = \"Example Systems\"\r\n");
+    EXPECT_TRUE(config.group.isDebugEnabled());
+    const std::string trace = hmtest::readFile(config.dir / "trace.log");
+    EXPECT_NE(std::string::npos, trace.find("ptKey=:manufacturer:, stValue=:Example Systems\r:\n"));
+    EXPECT_EQ(std::string::npos, trace.find("ptKey=:trapsenabled:"));
+}
+
+// Only the system group's own attributes, through the getter of their type; nothing is live
+// or writable.
+TEST(SystemManagementTest, GroupInterface) {
+    ReadConfig config("trapsenabled=1\nmanufacturer=Example\n");
+    EXPECT_EQ("!9|!9|!9|!9|!4+|!4+", hmtest::cells(config.group, 0, manufacturerAttr, "i") + "|" +
+                                         hmtest::cells(config.group, 0, 11, "i") + "|" +
+                                         hmtest::cells(config.group, 1, trapsEnabledAttr, "s") + "|" +
+                                         hmtest::cells(config.group, 1, 0, "s") + "|" +
+                                         hmtest::cells(config.group, 0, systemStatusAttr, "I") + "|" +
+                                         hmtest::cells(config.group, 1, manufacturerAttr, "S"));
+    EXPECT_EQ(CLIENT_ERROR_NOTSUPPORTED, config.group.setIntData(trapsEnabledAttr, 0, 1));
+    EXPECT_EQ(1, config.group.getCount());
+    config.group.setStatus(9);
+    EXPECT_EQ("9", config.value(systemStatusAttr));
+    EXPECT_TRUE(config.group.isTrapsEnabled());
+    EXPECT_FALSE(config.group.isSetsEnabled());
 }
 
 } // namespace

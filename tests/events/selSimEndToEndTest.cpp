@@ -15,6 +15,7 @@
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
 #include "kelvarn/SelEvents.h"
+#include "support/e2e.h"
 #include "trapHarness.h"
 
 namespace {
@@ -26,19 +27,12 @@ protected:
         s_dir = new hmtest::TempDir("hm-selsim-");
         s_platform = s_dir->file("platform.json");
         s_journal = s_platform + ".journal";
-        s_trace = s_dir->file("agent.log");
         hmtest::writeFile(s_platform, hmtest::readFile(HM_TEST_DATA_DIR "/selsim/selsim-platform.json"));
         hmtest::writeFile(s_dir->file("kelvarn.conf"), "source = simulated\nplatform = " + s_platform + "\n");
-        hmtest::writeFile(s_dir->file("registry.reg"),
-                          "Windows Registry Editor Version 5.00\r\n\r\n"
-                          "[HKEY_LOCAL_MACHINE\\SOFTWARE\\Arveni\\FleetwatchSNMP\\Parameters]\r\n"
-                          "\"ConfigFile\"=\"" HM_TEST_DATA_DIR "/selsim/agent.conf\"\r\n"
-                          "\"LogFile\"=\"" +
-                              s_trace + "\"\r\n");
+        hmtest::writeRegistryFile(s_dir->file("registry.reg"), HM_TEST_DATA_DIR "/selsim/agent.conf",
+                                  s_dir->file("agent.log"));
         setenv("HMSUBAGENT_REGISTRY", s_dir->file("registry.reg").c_str(), 1);
         setenv("KELVARN_CONFIG", s_dir->file("kelvarn.conf").c_str(), 1);
-        kelvarn::setProcessResponder(nullptr);
-        resetSelPoller();
         setSelPollSleep(parkPoller);
         setHandOffRetrySleep(recordRetrySleep);
         HANDLE trapEvent = nullptr;
@@ -61,24 +55,16 @@ protected:
 
     void SetUp() override { ASSERT_TRUE(s_started); }
 
-    static hmtest::TempDir* s_dir;
-    static std::string s_platform, s_journal, s_trace;
-    static bool s_started;
+    inline static hmtest::TempDir* s_dir = nullptr;
+    inline static std::string s_platform, s_journal;
+    inline static bool s_started = false;
 };
 
-hmtest::TempDir* SelSimEndToEnd::s_dir = nullptr;
-std::string SelSimEndToEnd::s_platform, SelSimEndToEnd::s_journal, SelSimEndToEnd::s_trace;
-bool SelSimEndToEnd::s_started = false;
-
 // One named event ("!" at the end: logged with --deassert), its trap, and the overall
-// health it moves to (null: no health trap follows).
+// health it moves to (0: no health trap follows).
 struct Step {
-    const char* event;
-    const char* family;
-    int32_t specific;
-    const char* description;
-    int32_t severity;
-    const char* health;
+    const char *event, *oid, *description; // the OID as in TrapShape
+    int32_t severity, health;
 };
 
 // A device's trap objects and its events, in the order the steps run: the overall
@@ -104,90 +90,84 @@ struct Device {
 // the fixed objects.
 const Device kDevices[] = {
     {{"600.40", 1, "CPU1 Temp", 1},
-     {{"temperature-upper-non-critical-going-high", "70", 17, "Status Changed from OK to Upper Non-Critical",
-       4, "nonCritical"},
-      {"temperature-upper-critical-going-high", "70", 18, "Status Changed to Upper Critical", 5, "critical"},
-      {"temperature-upper-non-recoverable-going-high", "70", 19, "Status is Critical", 6, "nonRecoverable"},
-      {"temperature-upper-critical-going-high-deasserted", "70", 16,
-       "Status Changed from Critical to Upper Non-Critical", 3, "ok"}}},
+     {{"temperature-upper-non-critical-going-high", "70.17", "Status Changed from OK to Upper Non-Critical",
+       4, 4},
+      {"temperature-upper-critical-going-high", "70.18", "Status Changed to Upper Critical", 5, 5},
+      {"temperature-upper-non-recoverable-going-high", "70.19", "Status is Critical", 6, 6},
+      {"temperature-upper-critical-going-high-deasserted", "70.16",
+       "Status Changed from Critical to Upper Non-Critical", 3, 3}}},
     {{"400.30", 1, "P12V", 16},
-     {{"voltage-lower-non-critical-going-low", "50", 12, "Lower Non-critical going low", 4, "nonCritical"},
-      {"voltage-upper-non-critical-going-high", "50", 14, "Upper Non-critical going high", 4, nullptr},
-      {"voltage-lower-critical-going-low", "50", 11, "Lower Critical going low", 5, "critical"},
-      {"voltage-upper-critical-going-high", "50", 15, "Upper Critical going high", 5, nullptr},
-      {"voltage-lower-non-recoverable-going-low", "50", 10, "Lower Non-recoverable going low", 6,
-       "nonRecoverable"},
-      {"voltage-upper-non-recoverable-going-high", "50", 16, "Upper Non-recoverable going high", 6, nullptr},
-      {"voltage-lower-critical-going-low-deasserted", "50", 13, "Lower Critical going low", 3, "ok"}}},
+     {{"voltage-lower-non-critical-going-low", "50.12", "Lower Non-critical going low", 4, 4},
+      {"voltage-upper-non-critical-going-high", "50.14", "Upper Non-critical going high", 4, 0},
+      {"voltage-lower-critical-going-low", "50.11", "Lower Critical going low", 5, 5},
+      {"voltage-upper-critical-going-high", "50.15", "Upper Critical going high", 5, 0},
+      {"voltage-lower-non-recoverable-going-low", "50.10", "Lower Non-recoverable going low", 6, 6},
+      {"voltage-upper-non-recoverable-going-high", "50.16", "Upper Non-recoverable going high", 6, 0},
+      {"voltage-lower-critical-going-low-deasserted", "50.13", "Lower Critical going low", 3, 3}}},
     {{"600.20", 1, "FAN1", 48},
-     {{"fan-lower-non-critical-going-low", "70", 6, "Lower Non-critical going low", 4, "nonCritical"},
-      {"fan-upper-non-critical-going-high", "70", 8, "Upper Non-critical going high", 4, nullptr},
-      {"fan-lower-critical-going-low", "70", 5, "Lower Critical going low", 5, "critical"},
-      {"fan-upper-critical-going-high", "70", 9, "Upper Critical going high", 5, nullptr},
-      {"fan-lower-non-recoverable-going-low", "70", 4, "Lower Non-recoverable going low", 6,
-       "nonRecoverable"},
-      {"fan-upper-non-recoverable-going-high", "70", 10, "Upper Non-recoverable going high", 6, nullptr},
-      {"fan-lower-critical-going-low-deasserted", "70", 7, "Lower Critical going low", 3, "ok"}}},
+     {{"fan-lower-non-critical-going-low", "70.6", "Lower Non-critical going low", 4, 4},
+      {"fan-upper-non-critical-going-high", "70.8", "Upper Non-critical going high", 4, 0},
+      {"fan-lower-critical-going-low", "70.5", "Lower Critical going low", 5, 5},
+      {"fan-upper-critical-going-high", "70.9", "Upper Critical going high", 5, 0},
+      {"fan-lower-non-recoverable-going-low", "70.4", "Lower Non-recoverable going low", 6, 6},
+      {"fan-upper-non-recoverable-going-high", "70.10", "Upper Non-recoverable going high", 6, 0},
+      {"fan-lower-critical-going-low-deasserted", "70.7", "Lower Critical going low", 3, 3}}},
     {{"600.20", 3, "FAN6 Presence", 57},
-     {{"fan-device-removed", "70", 7, "Device Removed/Device Absent", 5, "critical"},
-      {"fan-device-removed!", "70", 7, "Device Removed/Device Absent", 3, "ok"}}},
+     {{"fan-device-removed", "70.7", "Device Removed/Device Absent", 5, 5},
+      {"fan-device-removed!", "70.7", "Device Removed/Device Absent", 3, 3}}},
     {{"600.10", 1, "Fan Redundancy", 56},
-     {{"fan-fully-redundant", "70", 1, "Fully Redundant", 3, nullptr},
-      {"fan-redundancy-degraded", "70", 2, "Redundancy Degraded", 4, nullptr},
-      {"fan-fully-redundant-deasserted", "70", 3, "Fully Redundant", 5, nullptr}}},
+     {{"fan-fully-redundant", "70.1", "Fully Redundant", 3, 0},
+      {"fan-redundancy-degraded", "70.2", "Redundancy Degraded", 4, 0},
+      {"fan-fully-redundant-deasserted", "70.3", "Fully Redundant", 5, 0}}},
     {{nullptr, 0, "", 0},
-     {{"chassis-intrusion", "30", 1, "there has been a chassis intrusion", 5, nullptr},
-      {"chassis-intrusion-deasserted", "30", 2, "Chassis OK", 3, nullptr},
-      {"system-reconfigured", "90", 1, "system has been reconfigured", 1, nullptr},
-      {"system-boot", "90", 2, "system boot event has occurred", 1, nullptr},
-      {"system-hardware-failure", "90", 3, "undetermined system hardware failure", 6, nullptr}}},
+     {{"chassis-intrusion", "30.1", "there has been a chassis intrusion", 5, 0},
+      {"chassis-intrusion-deasserted", "30.2", "Chassis OK", 3, 0},
+      {"system-reconfigured", "90.1", "system has been reconfigured", 1, 0},
+      {"system-boot", "90.2", "system boot event has occurred", 1, 0},
+      {"system-hardware-failure", "90.3", "undetermined system hardware failure", 6, 0}}},
     {{"300.10", 1, "CPU1", 80},
-     {{"processor-ierr", "40", 1, "IERR (Internal Error)", 6, "nonRecoverable"},
-      {"processor-thermal-trip", "40", 2, "Thermal Trip", 6, nullptr},
-      {"processor-frb1-bist-failure", "40", 3, "FRB1/BIST Failure", 5, nullptr},
-      {"processor-frb2-hang-in-post", "40", 4, "FRB2/Hang in POST Failure", 5, nullptr},
-      {"processor-frb3-startup-failure", "40", 5, "FRB3/Processor Startup/Initialization Failure", 5,
-       nullptr},
-      {"processor-configuration-error", "40", 6, "Configuration Error", 5, nullptr},
-      {"processor-uncorrectable-cpu-complex-error", "40", 10, "SM BIOS 'Uncorrectable CPU-Complex Error'", 6,
-       nullptr},
-      {"processor-presence-detected", "40", 7, "processor's presence has been detected", 1, nullptr},
-      {"processor-disabled", "40", 8, "processor has been disabled", 4, "nonCritical"},
-      {"processor-terminator-presence-detected", "40", 9, "terminator's presence has been detected", 1,
-       nullptr},
-      {"processor-ierr!", "40", 1, "IERR (Internal Error)", 3, "ok"}}},
+     {{"processor-ierr", "40.1", "IERR (Internal Error)", 6, 6},
+      {"processor-thermal-trip", "40.2", "Thermal Trip", 6, 0},
+      {"processor-frb1-bist-failure", "40.3", "FRB1/BIST Failure", 5, 0},
+      {"processor-frb2-hang-in-post", "40.4", "FRB2/Hang in POST Failure", 5, 0},
+      {"processor-frb3-startup-failure", "40.5", "FRB3/Processor Startup/Initialization Failure", 5, 0},
+      {"processor-configuration-error", "40.6", "Configuration Error", 5, 0},
+      {"processor-uncorrectable-cpu-complex-error", "40.10", "SM BIOS 'Uncorrectable CPU-Complex Error'", 6,
+       0},
+      {"processor-presence-detected", "40.7", "processor's presence has been detected", 1, 0},
+      {"processor-disabled", "40.8", "processor has been disabled", 4, 4},
+      {"processor-terminator-presence-detected", "40.9", "terminator's presence has been detected", 1, 0},
+      {"processor-ierr!", "40.1", "IERR (Internal Error)", 3, 3}}},
     {{"400.20", 1, "PSU1 Status", 64},
-     {{"psu-presence-detected", "50", 4, "power supply's presence has been detected", 3, nullptr},
-      {"psu-presence-detected-deasserted", "50", 5, "power supply's presence has been lost", 5, "critical"},
-      {"psu-failure-detected", "50", 6, "power supply has suffered a failure", 5, nullptr},
-      {"psu-predictive-failure", "50", 7, "predictive failure has been detected for the power supply", 4,
-       "nonCritical"},
-      {"psu-input-lost", "50", 8, "power supply's input (AC/DC) has been lost", 5, "critical"},
-      {"psu-input-lost-deasserted", "50", 9, "power supply's input (AC/DC) has been regained", 3, "ok"}}},
+     {{"psu-presence-detected", "50.4", "power supply's presence has been detected", 3, 0},
+      {"psu-presence-detected-deasserted", "50.5", "power supply's presence has been lost", 5, 5},
+      {"psu-failure-detected", "50.6", "power supply has suffered a failure", 5, 0},
+      {"psu-predictive-failure", "50.7", "predictive failure has been detected for the power supply", 4, 4},
+      {"psu-input-lost", "50.8", "power supply's input (AC/DC) has been lost", 5, 5},
+      {"psu-input-lost-deasserted", "50.9", "power supply's input (AC/DC) has been regained", 3, 3}}},
     {{"400.10", 0, "", 66},
-     {{"power-fully-redundant", "50", 1, "Fully Redundant", 3, nullptr},
-      {"power-redundancy-degraded", "50", 2, "Redundancy Degraded", 4, "nonCritical"},
-      {"power-redundancy-lost", "50", 3, "Redundancy Lost", 5, "critical"},
-      {"power-fully-redundant", "50", 1, "Fully Redundant", 3, "ok"}}},
+     {{"power-fully-redundant", "50.1", "Fully Redundant", 3, 0},
+      {"power-redundancy-degraded", "50.2", "Redundancy Degraded", 4, 4},
+      {"power-redundancy-lost", "50.3", "Redundancy Lost", 5, 5},
+      {"power-fully-redundant", "50.1", "Fully Redundant", 3, 3}}},
     {{"500.20", 2, "DIMM_A2", 2},
-     {{"memory-correctable-ecc", "60", 1, "correctable ECC error has been detected", 4, "nonCritical"},
-      {"memory-uncorrectable-ecc", "60", 1, "uncorrectable ECC error has been detected", 6, "nonRecoverable"},
-      {"memory-parity", "60", 3, "Parity Error has been detected", 5, nullptr},
-      {"memory-scrub-failed", "60", 4, "memory scrub failed", 5, nullptr},
-      {"memory-device-disabled", "60", 5, "memory device has been disabled", 4, "nonCritical"},
-      {"memory-ecc-logging-limit-reached", "60", 5, "correctable memory error logging has been disabled", 4,
-       nullptr},
-      {"memory-correctable-ecc!", "60", 1, "correctable ECC error has been detected", 3, "ok"}}},
+     {{"memory-correctable-ecc", "60.1", "correctable ECC error has been detected", 4, 4},
+      {"memory-uncorrectable-ecc", "60.1", "uncorrectable ECC error has been detected", 6, 6},
+      {"memory-parity", "60.3", "Parity Error has been detected", 5, 0},
+      {"memory-scrub-failed", "60.4", "memory scrub failed", 5, 0},
+      {"memory-device-disabled", "60.5", "memory device has been disabled", 4, 4},
+      {"memory-ecc-logging-limit-reached", "60.5", "correctable memory error logging has been disabled", 4,
+       0},
+      {"memory-correctable-ecc!", "60.1", "correctable ECC error has been detected", 3, 3}}},
     {{"700.10", 1, "Drive 0", 112},
-     {{"drive-present", "100", 2, "drive slot reports the device has been inserted or is present", 3,
-       nullptr},
-      {"drive-present-deasserted", "100", 1, "drive slot reports the device has been removed or is absent", 5,
-       nullptr}}},
+     {{"drive-present", "100.2", "drive slot reports the device has been inserted or is present", 3, 0},
+      {"drive-present-deasserted", "100.1", "drive slot reports the device has been removed or is absent", 5,
+       0}}},
     {{"", 0, "", 160},
-     {{"slot-power-off", "80", 3, "slot power is OFF", 3, nullptr},
-      {"slot-power-off-deasserted", "80", 4, "slot power is ON", 3, nullptr},
-      {"slot-device-installed", "80", 1, "device installed in the slot", 3, nullptr},
-      {"slot-fault", "80", 2, "slot fault status asserted", 5, nullptr}}},
+     {{"slot-power-off", "80.3", "slot power is OFF", 3, 0},
+      {"slot-power-off-deasserted", "80.4", "slot power is ON", 3, 0},
+      {"slot-device-installed", "80.1", "device installed in the slot", 3, 0},
+      {"slot-fault", "80.2", "slot fault status asserted", 5, 0}}},
 };
 
 const char* const kHealthNames[] = {"",         "other",         "unknown", "ok", "nonCritical",
@@ -198,7 +178,6 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
     ASSERT_EQ(CheckForNewSELEntry(), 0);
     EXPECT_EQ(selLastRecordId(), 2);
     ASSERT_TRUE(collectTraps().empty());
-    const ThresholdEventCounts before = thresholdEventCounts();
     std::set<std::string> covered;
     int32_t recordId = 2;
     std::string health = "ok";
@@ -218,42 +197,28 @@ TEST_F(SelSimEndToEnd, EveryNamedEventBecomesItsTrap) {
             ASSERT_EQ(CheckForNewSELEntry(), 1);
             EXPECT_EQ(selLastRecordId(), ++recordId);
             const std::vector<Trap> traps = collectTraps();
-            ASSERT_EQ(traps.size(), step.health != nullptr ? 2u : 1u);
-            expectTrap(traps[0],
-                       {step.family, step.specific, step.description, step.severity, device.objects.table,
-                        device.objects.instance, device.objects.name, device.objects.id});
-            if (step.health != nullptr) {
-                int32_t number = 1;
-                while (number < 6 && step.health != std::string(kHealthNames[number]))
-                    ++number;
-                expectHealthTrap(traps[1], number, (health + " to " + step.health).c_str());
-                health = step.health;
+            ASSERT_EQ(traps.size(), step.health != 0 ? 2u : 1u);
+            expectTrap(traps[0], {step.oid, step.description, step.severity, device.objects.table,
+                                  device.objects.instance, device.objects.name, device.objects.id});
+            if (step.health != 0) {
+                expectHealthTrap(traps[1], step.health, health + " to " + kHealthNames[step.health]);
+                health = kHealthNames[step.health];
             }
         }
     }
     EXPECT_TRUE(g_retrySleeps.empty()); // every event was delivered on its first hand-off
-    // The threshold steps (temperature, voltage, fan), counted by the class of their offset.
-    const ThresholdEventCounts after = thresholdEventCounts();
-    EXPECT_EQ(after.nonCritical - before.nonCritical, 5u);
-    EXPECT_EQ(after.critical - before.critical, 8u);
-    EXPECT_EQ(after.nonRecoverable - before.nonRecoverable, 5u);
     size_t count = 0;
     const kelvarn::NamedEvent* events = kelvarn::namedEvents(count);
     for (size_t i = 0; i < count; ++i)
         EXPECT_EQ(covered.count(events[i].name), 1u) << events[i].name << " has no step";
 }
 
-// Runs kelvarn-sim with `arguments`: its output (both streams), "FAILED: " first when
-// it exits with an error.
-std::string tool(const std::string& arguments) {
-    std::string output;
-    FILE* pipe = popen((std::string(HM_KELVARN_SIM) + " " + arguments + " 2>&1").c_str(), "r");
-    char buf[512];
-    for (size_t got; pipe != nullptr && (got = fread(buf, 1, sizeof buf, pipe)) > 0;)
-        output.append(buf, got);
-    return (pipe == nullptr || pclose(pipe) != 0 ? "FAILED: " : "") + output;
+// Runs kelvarn-sim with `arguments`: true when it succeeds.
+bool tool(const std::string& arguments) {
+    return hmtest::runCommand(std::string(HM_KELVARN_SIM) + " " + arguments).status == 0;
 }
 
+// Polls once: the event OIDs of the traps it gave.
 std::vector<std::string> polledTraps(int expected) {
     EXPECT_EQ(CheckForNewSELEntry(), expected);
     std::vector<std::string> oids;
@@ -262,44 +227,24 @@ std::vector<std::string> polledTraps(int expected) {
     return oids;
 }
 
-// The tool itself: its table, a named event, a refusal, and a SEL cleared under the
+// The tool itself: a named event and a SEL cleared under the
 // running agent, after which polling starts again from the newest entry.
 TEST_F(SelSimEndToEnd, ToolAddsByNameAndTheSelClearIsSurvived) {
-    EXPECT_TRUE(
-        hmtest::containsInOrder(tool("list-events"), {"\nfan-fully-redundant-deasserted                     "
-                                                      "Fan (0x04)             0x0b       0      deassert\n",
-                                                      "\nprocessor-ierr                                     "
-                                                      "Processor (0x07)       0x6f       0      assert\n"}));
-    EXPECT_EQ(tool("sel-add-event processor-ierr --sensor \"CPU1 Temp\""),
-              "FAILED: kelvarn-sim: sensor \"CPU1 Temp\" is of sensor type 1, processor-ierr needs type 7\n");
-    EXPECT_EQ(tool("sel-add-event processor-melted"),
-              "FAILED: kelvarn-sim: no event is named \"processor-melted\" "
-              "(kelvarn-sim list-events prints the names)\n");
     ASSERT_TRUE(polledTraps(0).empty()) << "the table test leaves no entry unpolled";
-    ASSERT_EQ(tool("sel-add-event chassis-intrusion --sensor Intrusion").rfind("FAILED", 0),
-              std::string::npos);
+    ASSERT_TRUE(tool("sel-add-event chassis-intrusion --sensor Intrusion"));
     EXPECT_EQ(polledTraps(1), std::vector<std::string>{kP + ".1000.30.1"});
 
-    ASSERT_EQ(tool("sel-clear").find("sel-clear"), std::string(s_journal + ": ").size());
-    const size_t mark = traceMessages(s_trace).size();
-    const int32_t lastSeen = selLastRecordId(); // the chassis intrusion's record
-    EXPECT_EQ(CheckForNewSELEntry(), 0);
+    ASSERT_TRUE(tool("sel-clear"));
+    EXPECT_TRUE(polledTraps(0).empty());
     EXPECT_EQ(selLastRecordId(), kSelLastEntry);
-    // The empty SEL has no newest entry yet.
-    EXPECT_EQ(CheckForNewSELEntry(), 0);
-    EXPECT_TRUE(hmtest::containsInOrder(
-        traceMessages(s_trace).substr(mark),
-        {"\nGet Last SEL record error\n\nQuery Failed to get the Last Record\n\nOperation: 2\n failed Error "
-         "code. 1089  -\nSel record ID = " +
-             std::to_string(lastSeen) + " is not valid. SEL may be cleared.",
-         "No SEL record found!"}));
+    EXPECT_TRUE(polledTraps(0).empty()); // the empty SEL has no newest entry yet
     // The first entry after the clear (record 1) is walked as the anchor, not routed;
     // then two changes in quick succession between two polls: both kept, routed in order.
-    ASSERT_EQ(tool("sel-add-event system-boot").rfind("FAILED", 0), std::string::npos);
+    ASSERT_TRUE(tool("sel-add-event system-boot"));
     EXPECT_TRUE(polledTraps(1).empty());
     EXPECT_EQ(selLastRecordId(), 1);
     for (const char* name : {"slot-fault", "slot-device-installed"})
-        ASSERT_EQ(tool(std::string("sel-add-event ") + name).rfind("FAILED", 0), std::string::npos);
+        ASSERT_TRUE(tool(std::string("sel-add-event ") + name));
     EXPECT_EQ(polledTraps(1), (std::vector<std::string>{kP + ".1000.80.2", kP + ".1000.80.1"}));
     EXPECT_EQ(selLastRecordId(), 3);
 }

@@ -39,6 +39,9 @@ int g_nextRegion = 0;
 HANDLE g_event = nullptr;
 int g_trapsLeft = 0;
 
+AsnObjectIdentifier oidOf(const Arcs& arcs) { // the arcs are kept by the agent, as the host expects
+    return AsnObjectIdentifier{static_cast<UINT>(arcs.size()), const_cast<UINT*>(arcs.data())};
+}
 Arcs arcsOf(const AsnObjectIdentifier& oid) {
     UINT* ids = nullptr;
     std::memcpy(&ids, reinterpret_cast<const char*>(&oid) + offsetof(AsnObjectIdentifier, ids), sizeof ids);
@@ -47,7 +50,7 @@ Arcs arcsOf(const AsnObjectIdentifier& oid) {
 
 void set(SnmpVarBind& binding, const Arcs& arcs, const Variable* variable) {
     SnmpUtilOidFree(&binding.name);
-    AsnObjectIdentifier source{static_cast<UINT>(arcs.size()), const_cast<UINT*>(arcs.data())};
+    AsnObjectIdentifier source = oidOf(arcs);
     SnmpUtilOidCpy(&binding.name, &source);
     if (variable == nullptr)
         return;
@@ -62,12 +65,7 @@ void set(SnmpVarBind& binding, const Arcs& arcs, const Variable* variable) {
     }
 }
 
-void handOut(AsnObjectIdentifier* region, int index) {
-    static const Arcs regions[3] = {under({1}), under({2}), under({3})}; // kept by the agent
-    AsnObjectIdentifier oid{static_cast<UINT>(regions[index].size()),
-                            const_cast<UINT*>(regions[index].data())};
-    std::memcpy(region, &oid, sizeof oid);
-}
+const Arcs kRegions[3] = {under({1}), under({2}), under({3})};
 
 } // namespace
 
@@ -75,7 +73,7 @@ EXPORTED BOOL SnmpExtensionInit(DWORD, HANDLE* event, AsnObjectIdentifier* regio
     if (std::getenv("HMFAKE_FAIL_INIT") != nullptr)
         return FALSE;
     g_event = *event = CreateEventA(nullptr, FALSE, FALSE, nullptr);
-    handOut(region, 0);
+    *region = oidOf(kRegions[0]);
     g_nextRegion = 1;
     g_trapsLeft = std::getenv("HMFAKE_TRAPS") == nullptr ? 0 : std::atoi(std::getenv("HMFAKE_TRAPS"));
     return TRUE;
@@ -83,7 +81,7 @@ EXPORTED BOOL SnmpExtensionInit(DWORD, HANDLE* event, AsnObjectIdentifier* regio
 
 EXPORTED BOOL SnmpExtensionInitEx(AsnObjectIdentifier* region) {
     if (g_nextRegion < 3) {
-        handOut(region, g_nextRegion++);
+        *region = oidOf(kRegions[g_nextRegion++]);
         return TRUE;
     }
     if (g_trapsLeft > 0)
@@ -128,8 +126,8 @@ EXPORTED BOOL SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* g
     if (g_trapsLeft <= 0)
         return FALSE;
     const int k = g_trapsLeft--;
-    static const Arcs arcs = under({1000}); // kept by the agent, as the host expects
-    *enterprise = AsnObjectIdentifier{static_cast<UINT>(arcs.size()), const_cast<UINT*>(arcs.data())};
+    static const Arcs arcs = under({1000});
+    *enterprise = oidOf(arcs);
     *generic = SNMP_GENERICTRAP_ENTERSPECIFIC;
     *specific = 20 + k;
     *stamp = 4200;
@@ -147,6 +145,4 @@ EXPORTED BOOL SnmpExtensionTrap(AsnObjectIdentifier* enterprise, AsnInteger32* g
 EXPORTED VOID SnmpExtensionClose() {
     if (g_event != nullptr)
         CloseHandle(g_event);
-    g_event = nullptr;
-    g_trapsLeft = 0;
 }

@@ -5,11 +5,6 @@
 
 namespace hmtest {
 
-// Runs a net-snmp command-line tool: no MIB files are read, output is numeric.
-inline Result snmp(const std::string& command) {
-    return runCommand("MIBS= " + command);
-}
-
 // Checks `done` every 100 ms until it holds, for at most `limit`; whether it held.
 template <typename Done> bool waitUntil(Done done, std::chrono::milliseconds limit) {
     for (const auto deadline = Clock::now() + limit; !done(); std::this_thread::sleep_for(100ms))
@@ -18,19 +13,20 @@ template <typename Done> bool waitUntil(Done done, std::chrono::milliseconds lim
     return true;
 }
 
-// The probes named by the temperature traps of a snmptrapd log, in the order received.
-inline std::vector<std::string> temperatureTraps(const std::string& log) {
+// The probes named by the temperature traps of a snmptrapd log, in the order
+// received, once there are `count` of them or after 10 s.
+inline std::vector<std::string> temperatureTraps(const std::string& log, size_t count = 0) {
     std::vector<std::string> names;
-    for (const std::string& line : trapLines(log))
-        if (!temperatureTrapSensor(line).empty())
-            names.push_back(temperatureTrapSensor(line));
+    waitUntil(
+        [&] {
+            names.clear();
+            for (const std::string& line : trapLines(log))
+                if (!temperatureTrapSensor(line).empty())
+                    names.push_back(temperatureTrapSensor(line));
+            return names.size() >= count;
+        },
+        10s);
     return names;
-}
-
-// The same once there are `count` of them, or after 10 s.
-inline std::vector<std::string> temperatureTraps(const std::string& log, size_t count) {
-    waitUntil([&] { return temperatureTraps(log).size() >= count; }, 10s);
-    return temperatureTraps(log);
 }
 
 } // namespace hmtest

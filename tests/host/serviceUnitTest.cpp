@@ -1,8 +1,6 @@
-// The systemd unit of hmagentd: every hardening setting the daemon relies on is
-// there with its value, and systemd itself accepts the unit (systemd-analyze
-// verify, and its exposure score from systemd-analyze security, when the tool is
-// installed).
-#include <algorithm>
+// The systemd unit of hmagentd: systemd itself accepts the unit (systemd-analyze
+// verify) and scores its hardening (systemd-analyze security) as OK; the settings
+// the daemon needs to run are there.
 #include <cstdlib>
 
 #include <gtest/gtest.h>
@@ -11,47 +9,28 @@
 
 namespace {
 
-TEST(ServiceUnit, HardeningSettings) {
-    const std::string unit = hmtest::readFile(HM_UNIT_FILE);
-    const std::string service = unit.substr(unit.find("\n[Service]\n"));
-    const std::vector<std::string> lines = hmtest::linesOf(service.substr(0, service.find("\n[", 1)));
-    const std::string settings =
-        "ExecStart=/usr/sbin/hmagentd -c /etc/hmsubagent/hmagentd.conf\nUMask=0077\nNoNewPrivileges=yes\n"
-        "ProtectSystem=strict\nStateDirectory=hmsubagent\nLogsDirectory=hmsubagent\nCacheDirectory="
-        "hmsubagent\n"
-        "ProtectHome=yes\nPrivateTmp=yes\nPrivateDevices=no\nDevicePolicy=closed\nDeviceAllow=/dev/ipmi0 rw\n"
-        "DeviceAllow=/dev/ipmi/0 rw\nDeviceAllow=/dev/ipmidev/0 rw\n"
-        "CapabilityBoundingSet=CAP_NET_BIND_SERVICE CAP_SETUID CAP_SETGID CAP_CHOWN CAP_DAC_READ_SEARCH\n"
-        "AmbientCapabilities=\nRestrictAddressFamilies=AF_INET AF_INET6 AF_UNIX\nProtectKernelTunables=yes\n"
-        "ProtectKernelModules=yes\nProtectControlGroups=yes\nRestrictNamespaces=yes\nLockPersonality=yes\n"
-        "MemoryDenyWriteExecute=yes\nRestrictRealtime=yes\nRestrictSUIDSGID=yes\nSystemCallArchitectures="
-        "native\n"
-        "Environment=SNMP_PERSISTENT_DIR=/var/lib/hmsubagent\n";
-    for (const std::string& expected : hmtest::linesOf(settings)) {
-        const std::string key = expected.substr(0, expected.find('=') + 1);
-        // The setting is there once with this value (DeviceAllow: these three, in this order).
-        std::vector<std::string> found;
-        for (const std::string& line : lines)
-            if (line.rfind(key, 0) == 0)
-                found.push_back(line);
-        EXPECT_NE(std::find(found.begin(), found.end(), expected), found.end()) << expected;
-        EXPECT_EQ(found.size(), key == "DeviceAllow=" ? 3u : 1u) << expected;
-    }
-    // The daemon is started as root and drops by itself: no User= of systemd's.
-    EXPECT_EQ(service.find("\nUser="), std::string::npos);
-}
-
-TEST(ServiceUnit, AcceptedBySystemd) {
+TEST(ServiceUnit, AcceptedAndScoredBySystemd) {
+    std::string unit = hmtest::readFile(HM_UNIT_FILE);
+    // What the score does not see: the state folder and net-snmp's use of it, the
+    // IPMI devices, the capabilities of the drop, and no User= (the daemon is
+    // started as root and drops by itself).
+    for (const char* setting :
+         {"\nStateDirectory=hmsubagent\n", "\nEnvironment=SNMP_PERSISTENT_DIR=/var/lib/hmsubagent\n",
+          "\nDeviceAllow=/dev/ipmi0 rw\nDeviceAllow=/dev/ipmi/0 rw\nDeviceAllow=/dev/ipmidev/0 rw\n",
+          "\nCapabilityBoundingSet=CAP_NET_BIND_SERVICE CAP_SETUID CAP_SETGID CAP_CHOWN "
+          "CAP_DAC_READ_SEARCH\n",
+          "\nAmbientCapabilities=\n", "\nUMask=0077\n"})
+        EXPECT_NE(unit.find(setting), std::string::npos) << setting;
+    EXPECT_EQ(unit.find("\nUser="), std::string::npos);
     if (hmtest::runCommand("command -v systemd-analyze").status != 0)
         GTEST_SKIP() << "systemd-analyze is not installed";
     const hmtest::TempDir dir("hmunit");
-    ASSERT_TRUE(dir.made());
     // The unit as installed by this build: ExecStart names the built daemon.
-    std::string unit = hmtest::readFile(HM_UNIT_FILE);
-    const std::string installed = "/usr/sbin/hmagentd";
+    const std::string installed = "ExecStart=/usr/sbin/hmagentd -c /etc/hmsubagent/hmagentd.conf";
     ASSERT_NE(unit.find(installed), std::string::npos);
     hmtest::writeFile(dir / "hmagentd.service",
-                      unit.replace(unit.find(installed), installed.size(), HM_AGENTD));
+                      unit.replace(unit.find(installed), installed.size(),
+                                   "ExecStart=" HM_AGENTD " -c /etc/hmsubagent/hmagentd.conf"));
     const hmtest::Result verify =
         hmtest::runCommand("cd " + dir.path() + " && systemd-analyze verify hmagentd.service");
     EXPECT_EQ(verify.status, 0) << verify.output;

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,18 +16,18 @@
 #include "kelvarn/Platform.h"
 #include "kelvarn/PlatformFile.h"
 #include "kelvarn/Responder.h"
-#include "platform/CString.h"
 #include "platform/queryService.h"
 #include "support/files.h"
 
 namespace sensortest {
 
 inline RStatus failure(int operation, uint16_t code, const char* message) {
-    RStatus s;
-    s.Operation = operation;
-    s.Code = code;
-    s.Message = message;
-    return s;
+    return RStatus{0, code, message, "", operation};
+}
+
+// A result node: a value (type 0) or a container listing child paths (type 1).
+inline _XNode node(std::vector<std::string> values, int type = 0) {
+    return _XNode{type, std::move(values), ""};
 }
 
 // Answers from a script: one result map per path, or a failure to throw (for every path
@@ -48,37 +47,18 @@ public:
         flags.push_back(flagsInForce);
         if (failAll)
             throw ResultStatus(std::vector<RStatus>{failure(1, 1086, "data source unavailable")});
-        auto f = failures.find(path);
-        if (f != failures.end())
-            throw ResultStatus(f->second);
-        auto a = answers.find(path);
-        if (a != answers.end())
-            out = a->second;
+        if (failures.count(path))
+            throw ResultStatus(failures[path]);
+        if (answers.count(path))
+            out = answers[path];
     }
 
     // A single-valued answer keyed by its own path.
     void value(const std::string& path, const std::string& text) { answers[path] = {{path, node({text})}}; }
-
-    static _XNode node(std::vector<std::string> values, int type = 0) {
-        _XNode n;
-        n.NodeType = type;
-        n.Values = std::move(values);
-        return n;
-    }
 };
 
-// A CString as narrow text.
-inline std::string narrow(const CString& s) {
-    char buffer[CString::kLogBufferSize];
-    return s.NarrowForLog(buffer);
-}
-
-inline std::string dataFile(const std::string& name) {
-    return std::string(HM_TEST_DATA_DIR) + "/sensors/" + name;
-}
-
 inline kelvarn::PlatformModel loadModel(const std::string& name) {
-    return kelvarn::loadPlatformFile(dataFile(name));
+    return kelvarn::loadPlatformFile(std::string(HM_TEST_DATA_DIR) + "/sensors/" + name);
 }
 
 // Serves `model` as the process's query source (the tables query it live: serving another
@@ -95,9 +75,7 @@ inline void usePlatformFile(const std::string& name) {
 
 // Changes the raw reading of sensor `number` (owner 0x20, LUN 0) in `model`.
 inline void setRawReading(kelvarn::PlatformModel& model, uint8_t number, uint8_t raw) {
-    kelvarn::SensorAddress address;
-    address.number = number;
-    model.readings[address].raw = raw;
+    model.readings[kelvarn::SensorAddress{0x20, 0, number}].raw = raw;
 }
 
 // Opens a fresh trace file per test and closes it (and drops the query source) after.
@@ -118,22 +96,21 @@ protected:
         return responder;
     }
 
-    // The trace written since SetUp, without the banner and the line prefixes.
-    std::string trace() const {
-        const std::string banner = "*********** New Log ****************\n", s = hmtest::readFile(tracePath);
-        return hmtest::withoutPrefixes(s.compare(0, banner.size(), banner) == 0 ? s.substr(banner.size())
-                                                                                : s);
-    }
-
-    // Empties the trace file, so that the next trace() shows only what follows.
-    void clearTrace() {
-        closeDebugLog();
-        std::ofstream(tracePath, std::ios::trunc).close();
-        openDebugLog(tracePath.c_str(), 10);
-    }
+    // The trace written since SetUp, without the line prefixes.
+    std::string trace() const { return hmtest::withoutPrefixes(hmtest::readFile(tracePath)); }
 
     hmtest::TempDir m_traceDir{"hm-sensor-trace-"};
     std::string tracePath = m_traceDir / "trace.log";
+};
+
+// A traced test whose query source is a fresh script.
+class ScriptedTest : public TracedTest {
+protected:
+    void SetUp() override {
+        TracedTest::SetUp();
+        script = useScript();
+    }
+    std::shared_ptr<ScriptedResponder> script;
 };
 
 using hmtest::containsInOrder;

@@ -1,14 +1,11 @@
-// The IPMI source over a mock BMC: every /BMC path answered from memory with
-// the service's value forms (inventory and entry texts over a real BMC in ipmiSimTest),
-// no BMC call on the querying thread, refreshing,
-// the BMC going away and coming back; the configuration keys and the password file.
+// The IPMI source over a mock BMC: every /BMC path answered from memory, no BMC call on the
+// querying thread, refreshing and pacing, the BMC going away and coming back; the
+// configuration keys and the password file.
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <chrono>
 #include <filesystem>
 #include <set>
 #include <thread>
@@ -25,15 +22,24 @@
 namespace {
 
 using kelvarn::Bytes;
-using kelvarn::IpmiFailure;
 using kelvarn::IpmiSettings;
-using kelvarn::IpmiThresholds;
 using Clock = std::chrono::steady_clock;
+using SelRaw = std::array<uint8_t, 16>;
 
-// The records of tests/data/ipmi/bmc.emu: full "CPU Temp" (1), "12V" (2),
-// "FAN1" (3); compact "PSU1 Status" (4), "Fan Redund" (5).
-std::vector<Bytes> testSdr() {
-    return {
+SelRaw selRaw(const std::string& text) {
+    SelRaw a{};
+    const Bytes b = bytesOf(text);
+    return std::copy(b.begin(), b.end(), a.begin()), a;
+}
+
+// What the mock BMC holds; the test changes it while the source runs. The records of
+// tests/data/ipmi/bmc.emu: full "CPU Temp" (1), "12V" (2), "FAN1" (3); compact "PSU1 Status"
+// (4), "Fan Redund" (5). The BMC's thresholds of sensor 1: UNR, UC, UNC, LNR, LC, LNC.
+struct MockBmc {
+    std::mutex lock;
+    bool reachable = true, absent = false; // absent: unreachable for want of a driver
+    int openDelayMs = 0;
+    std::vector<Bytes> sdr = {
         bytesOf("01 00 51 01 33 20 00 01 03 01 7f 68 01 01 85 72 85 72 1b 1b 00 01 00 00 01 00 00 00 00 00 "
                 "00 00 00 00 ff 00 00 5a 50 00 05 0a 02 02 00 00 00 c8 43 50 55 20 54 65 6d 70"),
         bytesOf("02 00 51 01 2e 20 00 02 07 01 7f 68 02 01 85 72 85 72 1b 1b 00 04 00 00 06 00 00 00 00 e0 "
@@ -46,38 +52,15 @@ std::vector<Bytes> testSdr() {
         bytesOf(
             "05 00 51 02 25 20 00 05 1d 01 7f 40 04 0b ff 00 ff 00 ff 00 c0 00 00 00 00 00 00 00 00 00 00 "
             "ca 46 61 6e 20 52 65 64 75 6e 64")};
-}
-
-std::array<uint8_t, 16> selRaw(const std::string& text) {
-    Bytes b = bytesOf(text);
-    std::array<uint8_t, 16> a{};
-    std::copy(b.begin(), b.end(), a.begin());
-    return a;
-}
-
-// What the mock BMC holds; the test changes it while the source runs.
-struct MockBmc {
-    std::mutex lock;
-    bool reachable = true;
-    bool absent = false; // unreachable for want of a driver
-    int openDelayMs = 0;
-    std::vector<Bytes> sdr = testSdr();
-    std::map<uint8_t, kelvarn::SensorReading> readings;
-    std::map<uint8_t, IpmiThresholds> thresholds;
-    std::vector<std::array<uint8_t, 16>> sel = {selRaw("01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be")};
+    std::map<uint8_t, kelvarn::SensorReading> readings = {
+        {1, {true, 45, 0}}, {2, {true, 200, 0}}, {3, {true, 100, 0}}, {4, {true, 0, 1}}, {5, {true, 0, 1}}};
+    std::map<uint8_t, kelvarn::IpmiThresholds> thresholds = {{1, {0x1B, {0, 95, 80, 0, 5, 10}}}};
+    std::vector<SelRaw> sel = {selRaw("01 00 02 b8 c3 1f 69 20 00 04 02 02 01 50 b2 be")};
     kelvarn::IpmiSelInfo selInfo = {1, 100, 0};
     int opens = 0, sdrReads = 0, selReads = 0;
     std::string calls; // "S" per SEL check, the sensor number per reading
     uint64_t commands = 0;
     std::set<std::thread::id> callers;
-    MockBmc() {
-        readings[1].raw = 45;
-        readings[2].raw = 200;
-        readings[3].raw = 100;
-        readings[4].states = readings[5].states = 0x0001;
-        thresholds[1].readable = 0x1B;
-        thresholds[1].values = {0, 95, 80, 0, 5, 10}; // UNR, UC, UNC, LNR, LC, LNC
-    }
 };
 
 class MockBackend : public kelvarn::IpmiBackend {
@@ -97,14 +80,12 @@ public:
         m_bmc->calls += std::to_string(record[7]);
         return find(m_bmc->readings, record[7], out);
     }
-    bool getThresholds(uint8_t number, IpmiThresholds& out) override {
+    bool getThresholds(uint8_t number, kelvarn::IpmiThresholds& out) override {
         auto g = call();
         return find(m_bmc->thresholds, number, out);
     }
     kelvarn::IpmiSelInfo getSelInfo() override { return (call(), m_bmc->calls += 'S', m_bmc->selInfo); }
-    std::vector<std::array<uint8_t, 16>> readSel() override {
-        return (call(), ++m_bmc->selReads, m_bmc->sel);
-    }
+    std::vector<SelRaw> readSel() override { return (call(), ++m_bmc->selReads, m_bmc->sel); }
     kelvarn::FruInfo readFru() override { return (call(), kelvarn::FruInfo{}); }
     uint64_t commandsSent() const override {
         std::lock_guard<std::mutex> g(m_bmc->lock);
@@ -125,22 +106,19 @@ private:
         ++m_bmc->commands;
         m_bmc->callers.insert(std::this_thread::get_id());
         if (!m_bmc->reachable)
-            throw IpmiFailure("no answer from the mock BMC", true, m_bmc->absent);
+            throw kelvarn::IpmiFailure("no answer from the mock BMC", true, m_bmc->absent);
         return g;
     }
     std::shared_ptr<MockBmc> m_bmc;
 };
 
-IpmiSettings fastSettings(unsigned refreshMs, unsigned slowEvery = 1000) {
+// LAN settings to "mock": refreshing every `refreshMs`, the SDR every 1000th sweep, stale
+// after 3 periods, no command budget.
+IpmiSettings fastSettings(unsigned refreshMs) {
     IpmiSettings s;
-    s.mode = IpmiSettings::Mode::Lan;
-    s.host = "mock";
-    s.refreshMs = refreshMs;
-    s.slowEvery = slowEvery;
-    s.staleAfter = 3;
-    s.maxCommandsPerSecond = 0;
-    s.startupWaitMs = 5000;
-    s.sdrCacheDir = "/nonexistent";
+    std::tie(s.mode, s.host, s.refreshMs, s.slowEvery, s.staleAfter, s.maxCommandsPerSecond, s.startupWaitMs,
+             s.sdrCacheDir) =
+        std::make_tuple(IpmiSettings::Mode::Lan, "mock", refreshMs, 1000u, 3u, 0u, 5000u, "/nonexistent");
     return s;
 }
 
@@ -174,37 +152,30 @@ TEST(IpmiSource, SmbiosAnswersBesideABmcWithoutDriverOnly) {
             "demo", kelvarn::parsePlatform(kelvarn::demoPlatformText(), "demo"));
         SDK::System sys(
             kelvarn::makePlatformResponder(std::make_shared<kelvarn::CompositeSource>(ipmi, smbios)));
-        const std::string processors = valueOf(sys, "/SMBIOS/ProcessorInfo/TotalNoOfProcessor");
-        EXPECT_EQ(processors.rfind("<failed: ", 0) == 0, !absent) << processors;
-        if (absent) {
-            EXPECT_EQ(processors, "2");
-        }
-        EXPECT_EQ(valueOf(sys, "/BMC/OEM/PRODUCTID").rfind("<failed: ", 0), 0u);
+        EXPECT_EQ(failuresOf(sys, "/SMBIOS/ProcessorInfo/TotalNoOfProcessor").empty(), absent);
+        EXPECT_EQ(failureOf(sys, "/BMC/OEM/PRODUCTID"),
+                  "1086: BMC data unavailable: nothing read yet from IPMI over LAN at mock:623: no answer "
+                  "from the mock BMC");
     }
 }
 
+// The first query waits for the first sweep, however slow.
 TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
     Rig rig;
+    rig.bmc->openDelayMs = 300;
     rig.start(fastSettings(60000));
     SDK::System& sys = *rig.system;
+    // The BMC's current thresholds of sensor 1 replace the SDR's (90); sensor 2 has none from the
+    // BMC: the SDR's stay.
     expectValues(
-        sys, {
-                 {kCpuValue, "45"},
-                 {kCpu + "/NAME", "CPU Temp"},
-                 // The BMC's current thresholds replace the SDR's (90).
-                 {kCpu + "/THRESHOLD/UPPER_CRITICAL", "95"},
-                 {kCpu + "/THRESHOLD/UPPER_NONCRITICAL", "80"},
-                 {kCpu + "/THRESHOLD/LOWER_CRITICAL", "5"},
-                 {kCpu + "/THRESHOLD/UPPER_NONRECOVERABLE", "NOT SUPPORTED"},
-                 {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12"},
-                 // No thresholds from the BMC for sensor 2: the SDR's stay.
-                 {"/BMC/SENSOR[2]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "215"},
-                 {"/BMC/SENSOR[4]/NAME", "Fan Redund"},
-                 {"/BMC/SDR[3]", "04 00 51 02 26 20 00 04 0a 01 7f 40 08 6f 0f 00 0f 00 0f 00 c0 00 00 00 00 "
-                                 "00 00 00 00 00 00 cb 50 53 55 31 20 53 74 61 74 75 73"},
-                 {"/BMC/SEL/TRANSLATED[0]/DESCR", "Voltage 12V | Lower Non-critical going low | Asserted"},
-                 {"/BMC/SEL/TRANSLATED[0]/TIMESTAMP", "2025-11-21 01:43:20"},
-             });
+        sys,
+        "1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=45|1]/OWNER[32]/LUN[0]/NAME=CPU Temp|"
+        "1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL=95|1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL=5|"
+        "1]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONRECOVERABLE=NOT SUPPORTED|4]/NAME=Fan Redund|"
+        "2]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=12|2]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL=215|",
+        "/BMC/SENSOR[");
+    EXPECT_EQ(valueOf(sys, "/BMC/SEL/TRANSLATED[0]/DESCR"),
+              "Voltage 12V | Lower Non-critical going low | Asserted");
     // The SDR as stored by the source carries the overlaid threshold.
     EXPECT_EQ(valueOf(sys, "/BMC/SDR[0]").substr(37 * 3, 5), "5f 50");
 
@@ -229,7 +200,7 @@ TEST(IpmiSource, AnswersEveryBmcPathFromMemory) {
 
 TEST(IpmiSource, ReadingsRefreshEachPeriodSelWhenItChangesOrIsClearedSdrOnTheSlowCycle) {
     Rig rig;
-    rig.start(fastSettings(50, 1000));
+    rig.start(fastSettings(50));
     ASSERT_EQ(valueOf(*rig.system, kCpuValue), "45");
     rig.locked(), rig.bmc->readings[1].raw = 77;
     EXPECT_TRUE(eventually([&] { return valueOf(*rig.system, kCpuValue) == "77"; }));
@@ -243,8 +214,6 @@ TEST(IpmiSource, ReadingsRefreshEachPeriodSelWhenItChangesOrIsClearedSdrOnTheSlo
         rig.bmc->selInfo = {2, 108, 0};
     }
     EXPECT_TRUE(eventually([&] { return selSize(*rig.system) == 2; }));
-    EXPECT_EQ(valueOf(*rig.system, "/BMC/SEL/TRANSLATED[1]/DESCR"),
-              "Temperature CPU Temp | Upper Critical going high | Asserted");
     EXPECT_EQ(selQuery(*rig.system, "ffff")["/BMC/SEL/TRANSLATED[0]/VALUE"].Values.at(0), "0002");
     {
         auto g = rig.locked();
@@ -312,53 +281,36 @@ TEST(IpmiSource, BmcGoingAwayFailsAfterTheBoundThenComesBack) {
     ASSERT_EQ(valueOf(*rig.system, kCpuValue), "45");
     const auto away = Clock::now();
     rig.locked(), rig.bmc->reachable = false;
-    std::vector<RStatus> failure;
-    bool onlyValuesBefore = true;
-    EXPECT_TRUE(eventually([&] {
-        Result r;
-        failure = statusesOf([&] { rig.system->Get(kCpuValue, r); });
-        onlyValuesBefore = onlyValuesBefore && (!failure.empty() || r[kCpuValue].Values.at(0) == "45");
-        return !failure.empty();
-    }));
-    EXPECT_TRUE(onlyValuesBefore);
-    // The last sweep ended at most one period before the BMC went away.
+    // The old value until the bound passes (the last sweep ended at most one period before the
+    // BMC went away), then whichever bound is noticed first: the BMC's last contact, or this
+    // sensor's last reading; every path fails the same way once the contact bound has passed.
+    std::string value;
+    EXPECT_TRUE(eventually([&] { return (value = valueOf(*rig.system, kCpuValue)) != "45"; }));
     EXPECT_GE(Clock::now() - away, std::chrono::milliseconds(380));
-    ASSERT_EQ(failure.size(), 1u);
-    EXPECT_EQ(failure[0].Code, kelvarn::kSourceUnavailable);
-    // Whichever bound is noticed first: the BMC's last contact, or this sensor's last
-    // reading (on a slow machine the reading's age can pass the bound first).
-    const std::string& message = failure[0].Message;
-    const bool contactStale =
-        message.rfind("BMC data unavailable: nothing read from IPMI over LAN at mock:623 for ", 0) == 0 &&
-        message.find(": no answer from the mock BMC") != std::string::npos;
-    EXPECT_TRUE(contactStale ||
-                message == "BMC data unavailable: the reading of sensor 1 was not refreshed in time")
-        << message;
-    // Every path fails the same way meanwhile (once the contact bound has passed too).
+    EXPECT_TRUE(value.find(": no answer from the mock BMC") != std::string::npos ||
+                value == "<failed: BMC data unavailable: the reading of sensor 1 was not refreshed in time>")
+        << value;
     for (const char* path : {"/BMC/SEL/TRANSLATED", "/BMC/SDR"})
-        EXPECT_TRUE(eventually([&] { return failureOf(*rig.system, path).rfind("1086: ", 0) == 0; })) << path;
-    int opensWhileAway;
+        EXPECT_TRUE(eventually([&] {
+            return failureOf(*rig.system, path).rfind("1086: BMC data unavailable", 0) == 0;
+        })) << path;
     {
         auto g = rig.locked();
         rig.bmc->readings[1].raw = 50;
         rig.bmc->reachable = true;
-        opensWhileAway = rig.bmc->opens;
     }
     EXPECT_TRUE(eventually([&] { return failuresOf(*rig.system, kCpu).empty(); }));
     EXPECT_EQ(valueOf(*rig.system, kCpuValue), "50");
-    auto g = rig.locked();
-    EXPECT_GE(rig.bmc->opens, 2);
-    EXPECT_GE(rig.bmc->opens, opensWhileAway);
+    EXPECT_GE((rig.locked(), rig.bmc->opens), 2);
 }
 
-// The first query waits for the first sweep while it goes on sending commands (a first
-// read of about 13 commands at 10 a second, past a start-up wait of 400 ms); a BMC that
-// took one command and then says nothing, or that does not answer, is given up on.
-TEST(IpmiSource, FirstQueryWaitsForTheFirstSweepOnly) {
+// The first query waits for the first sweep while it goes on sending commands (about 13
+// at 10 a second, past a start-up wait of 400 ms); a BMC that took one command and then
+// says nothing is given up on.
+TEST(IpmiSource, FirstQueryWaitsWhileTheFirstSweepGoesOn) {
     IpmiSettings s = fastSettings(60000);
-    s.startupWaitMs = 400;
-    s.startupCommandsPerSecond = 10;
-    Rig slow, silent, away;
+    std::tie(s.startupWaitMs, s.startupCommandsPerSecond) = std::make_tuple(400u, 10u);
+    Rig slow, silent;
     slow.start(s);
     EXPECT_EQ(valueOf(*slow.system, kCpu + "/NAME"), "CPU Temp");
     s.startupCommandsPerSecond = 0;
@@ -366,12 +318,6 @@ TEST(IpmiSource, FirstQueryWaitsForTheFirstSweepOnly) {
     silent.start(s);
     EXPECT_EQ(valueOf(*silent.system, kCpuValue).rfind("<failed: BMC data unavailable: nothing read yet", 0),
               0u);
-    away.bmc->reachable = false;
-    away.start(fastSettings(60000));
-    EXPECT_EQ(
-        failureOf(*away.system, kCpu + "/NAME"),
-        "1086: BMC data unavailable: nothing read yet from IPMI over LAN at mock:623: no answer from the "
-        "mock BMC");
 }
 
 // A service configuration text read as the service reads it: its own keys, then the
@@ -407,118 +353,72 @@ TEST(ServiceConfiguration, KeysAndTheirErrors) {
     IpmiSettings defaults = settingsOf("bmc=ipmi-inband\n");
     EXPECT_EQ(std::make_tuple(defaults.refreshMs, defaults.staleAfter, defaults.maxCommandsPerSecond),
               std::make_tuple(2000u, 3u, 9u));
-    // What follows "/etc/k.conf".
+    // What follows "/etc/k.conf": where, and a distinctive part of the problem.
     const std::pair<const char*, const char*> bad[] = {
-        {"smbios=floppy\n", ":1: smbios \"floppy\" is not \"simulated\", \"demo\", \"sysfs\", \"sysfs:DIR\", "
-                            "\"dump:FILE\" or \"firmware\""},
+        {"smbios=floppy\n", ":1: smbios \"floppy\" is not \"simulated\""},
         {"smbios=dump:\n", ":1: smbios \"dump:\" names no path"},
-        {"\nbmc=snmp\n", ":2: bmc \"snmp\" is not \"simulated\", \"demo\", \"ipmi-inband\" or \"ipmi-lan\""},
+        {"\nbmc=snmp\n", ":2: bmc \"snmp\" is not \"simulated\""},
         {"bmc=simulated\n", ": source=simulated needs platform=<file>"},
-        {"source=simulated\n", ": source=simulated needs platform=<file>"},
         {"bmc\n", ":1: expected key=value"},
-        {"source=ipmi\n", ":1: source \"ipmi\" is not \"simulated\" or \"demo\""},
+        {"source=ipmi\n", ":1: source \"ipmi\" is not"},
         {"colour=red\n", ":1: unknown key \"colour\""},
         {"ipmi-port=0", ": ipmi-port \"0\" is not a number from 1 to 65535"},
         {"ipmi-cipher-suite=3x", ": ipmi-cipher-suite \"3x\" is not a number from 0 to 17"},
-        {"ipmi-privilege=root", ": ipmi-privilege \"root\" is not \"user\", \"operator\" or \"admin\""},
+        {"ipmi-privilege=root", ": ipmi-privilege \"root\" is not"},
         {"ipmi-workarounds=opensesspriv,,", ": ipmi-workarounds: unknown workaround \"\""},
         {"ipmi-colour=red", ": unknown key \"ipmi-colour\""},
         {"bmc=ipmi-lan\nipmi-host=h\nipmi-user=u", ": bmc=ipmi-lan needs ipmi-password-file"},
     };
     for (const auto& b : bad)
-        EXPECT_EQ(refusal([&] { settingsOf(b.first); }), std::string("/etc/k.conf") + b.second);
+        EXPECT_EQ(refusal([&] { settingsOf(b.first); }).rfind(std::string("/etc/k.conf") + b.second, 0), 0u)
+            << b.first;
     EXPECT_THROW(kelvarn::loadPlatformFile("/nonexistent/platform.json"), kelvarn::PlatformFileError);
 }
 
-// The IPMI LAN password file: refused when group or others may read or write it
-// (checked on the mode, so the checks hold when the tests run as root), its
-// first line read with a bound, and the refusal as a query sees it.
+// The IPMI LAN password file: refused when group or others may read or write it (checked on
+// the mode, so this holds when the tests run as root), when not a regular file or longer than
+// 20 bytes; its first line read; the refusal as a query sees it, with no session attempted.
 const char kOpen[] = ": the password file is open to group or others; allow only its owner (chmod 600)";
 
-class PasswordFile : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(m_dir.made()); }
-    void write(const std::string& text, mode_t mode) {
-        hmtest::writeFile(m_file, text);
-        ASSERT_EQ(chmod(m_file.c_str(), mode), 0);
-    }
-    // The password, or "refused: " and the reason.
-    std::string read() {
-        try {
-            return kelvarn::readPasswordFile(m_file);
-        } catch (const std::runtime_error& e) {
-            return std::string("refused: ") + e.what();
-        }
-    }
-
-    hmtest::TempDir m_dir{"hm-pass-"};
-    std::string m_file = m_dir / "bmc.pass";
-};
-
-TEST_F(PasswordFile, ModesThatLetGroupOrOthersReadOrWriteAreRefused) {
-    struct Case {
-        mode_t mode;
-        bool accepted;
+TEST(PasswordFile, ModesContentsAndTheRefusalAQuerySees) {
+    hmtest::TempDir dir("hm-pass-");
+    const std::string file = dir / "bmc.pass";
+    auto read = [&] {
+        std::string r, why = refusal([&] { r = kelvarn::readPasswordFile(file); });
+        return why == "<accepted>" ? r : "refused: " + why;
     };
-    const Case cases[] = {
-        {0600, true},  {0400, true},  {0700, true},  {0610, true},  {0601, true},  {0500, true},
-        {0640, false}, {0620, false}, {0660, false}, {0644, false}, {0604, false}, {0602, false},
-        {0606, false}, {0666, false}, {0440, false}, {0404, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::oct << c.mode);
-        write("s3cret\n", c.mode);
-        EXPECT_EQ(read(), c.accepted ? "s3cret" : "refused: " + m_file + kOpen);
+    EXPECT_NE(read().find(": No such file or directory"), std::string::npos);
+    // Accepted modes first; group or others reading or writing are refused.
+    for (mode_t mode : {0600, 0400, 0710, 0601, 0500, 0640, 0620, 0604, 0602, 0440}) {
+        hmtest::writeFile(file, "s3cret\n");
+        ASSERT_EQ(chmod(file.c_str(), mode), 0);
+        EXPECT_EQ(read(), mode & 066 ? "refused: " + file + kOpen : "s3cret") << std::oct << mode;
     }
-}
-
-TEST_F(PasswordFile, FirstLineWithinTwentyBytes) {
-    struct Case {
-        const char* text;
-        const char* expected; // nullptr: too long
-    };
-    const Case cases[] = {
-        {"s3cret\r\nsecond line\n", "s3cret"},
-        {"", ""},
-        {"\n", ""},
-        {"12345678901234567890\n", "12345678901234567890"},
-        {"12345678901234567890\r\n", "12345678901234567890"},
-        {"12345678901234567890", "12345678901234567890"},
-        {"123456789012345678901\n", nullptr},
-        {"123456789012345678901", nullptr},
-        {"pass word, spaces\n", "pass word, spaces"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        write(c.text, 0600);
-        EXPECT_EQ(read(), c.expected != nullptr
-                              ? std::string(c.expected)
-                              : "refused: " + m_file + ": the password is longer than 20 bytes");
+    ASSERT_EQ(chmod(file.c_str(), 0600), 0);
+    for (const auto& [text, read_] :
+         pairsOf("s3cret\r\nsecond line\n=s3cret|\n=|12345678901234567890\r\n=12345678901234567890|"
+                 "123456789012345678901=refused|")) {
+        hmtest::writeFile(file, text);
+        EXPECT_EQ(read(),
+                  read_ != "refused" ? read_ : "refused: " + file + ": the password is longer than 20 bytes");
     }
-}
-
-TEST_F(PasswordFile, OnlyRegularFilesThatExist) {
-    EXPECT_EQ(read(), "refused: " + m_file + ": No such file or directory");
-    ASSERT_EQ(mkfifo(m_file.c_str(), 0600), 0);
-    EXPECT_EQ(read(), "refused: " + m_file + ": not a regular file");
-    std::filesystem::remove(m_file);
-    ASSERT_EQ(mkdir(m_file.c_str(), 0700), 0);
-    EXPECT_EQ(read(), "refused: " + m_file + ": not a regular file");
-}
-
-// Through the query service: the data source reports the refusal as its failure
-// (data source unavailable) with the reason, and no IPMI session is attempted.
-TEST_F(PasswordFile, RefusalSeenByAQuery) {
-    write("s3cret\n", 0644);
-    hmtest::writeFile(m_dir / "kelvarn.conf",
+    for (bool fifo : {true, false}) {
+        std::filesystem::remove(file);
+        ASSERT_EQ(fifo ? mkfifo(file.c_str(), 0600) : mkdir(file.c_str(), 0700), 0);
+        EXPECT_EQ(read(), "refused: " + file + ": not a regular file");
+    }
+    std::filesystem::remove(file);
+    hmtest::writeFile(file, "s3cret\n");
+    ASSERT_EQ(chmod(file.c_str(), 0644), 0);
+    hmtest::writeFile(dir / "kelvarn.conf",
                       "bmc=ipmi-lan\nipmi-host=127.0.0.1\nipmi-port=9\nipmi-user=ipmiusr\n"
                       "ipmi-password-file=bmc.pass\nipmi-startup-wait-ms=5000\n");
-    ScopedConfig config(m_dir / "kelvarn.conf");
+    ScopedConfig config(dir / "kelvarn.conf");
     SDK::System sys;
     EXPECT_EQ(
         failureOf(sys, "/BMC/SDR/SENSOR_TYPE[1]"),
         "1086: BMC data unavailable: nothing read yet from IPMI over LAN at 127.0.0.1:9: password file " +
-            m_file + kOpen);
+            file + kOpen);
 }
 
 } // namespace

@@ -23,8 +23,6 @@ using kelvarn::PlatformModel;
 // The demo server with a journal in a temporary folder.
 class JournalTest : public ::testing::Test {
 protected:
-    void appendRaw(const std::string& text) { std::ofstream(journal, std::ios::app) << text; }
-
     hmtest::TempDir dir;
     std::string journal = dir / "journal";
     std::shared_ptr<kelvarn::SimulatedSource> source = std::make_shared<kelvarn::SimulatedSource>(
@@ -36,92 +34,40 @@ protected:
 const char* const kCpu2 = "/BMC/SENSOR[4]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE";
 const char* const kPsu2 = "/BMC/SENSOR[65]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE";
 
-TEST_F(JournalTest, ChangesApplyInOrder) {
-    kelvarn::appendJournal(journal, "reading 32 0 4 93");
-    kelvarn::appendJournal(journal, "states 32 0 65 0x3");
+// Changes apply in order; SEL entries number on from the newest and a clear empties the SEL;
+// a half-written line waits for its end; bad lines are skipped and counted; a shrunk or
+// removed journal starts again from the platform.
+TEST_F(JournalTest, ChangesSelEntriesAndBrokenJournals) {
+    std::ofstream(journal, std::ios::app) << "reading 32 0 4 93\nstates 32 0 65 0x3\n";
     EXPECT_EQ(valueOf(*system, kCpu2), "93");
     EXPECT_EQ(valueOf(*system, kPsu2), "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED");
-    kelvarn::appendJournal(journal, "available 32 0 4 0");
-    kelvarn::appendJournal(journal, "reading 32 0 4 60");
+    std::ofstream(journal, std::ios::app) << "available 32 0 4 0\nreading 32 0 4 60\n";
     EXPECT_EQ(valueOf(*system, kCpu2), "READING_UNAVAILABLE");
     kelvarn::appendJournal(journal, "available 32 0 4 1");
     EXPECT_EQ(valueOf(*system, kCpu2), "60");
-}
-
-// A source whose SDR repository loses and regains CPU 2's record (sensor 4 of owner
-// 0x20) while the responder serves it: the answers follow every repository handed out.
-class ChangingSdrSource : public kelvarn::Source {
-public:
-    explicit ChangingSdrSource(std::shared_ptr<kelvarn::Source> inner) : m_inner(std::move(inner)) {}
-    std::string describe() const override { return m_inner->describe(); }
-    std::vector<kelvarn::Bytes> sdrRepository() override {
-        std::vector<kelvarn::Bytes> sdr;
-        for (const kelvarn::Bytes& r : m_inner->sdrRepository())
-            if (!(withoutCpu2 && r.size() > 7 && r[5] == 0x20 && r[7] == 4))
-                sdr.push_back(r);
-        return sdr;
-    }
-    bool sensorReading(const kelvarn::SensorAddress& a, kelvarn::SensorReading& out) override {
-        return m_inner->sensorReading(a, out);
-    }
-    std::vector<kelvarn::SelEntry> selEntries() override { return m_inner->selEntries(); }
-    kelvarn::Inventory inventory() override { return m_inner->inventory(); }
-    bool withoutCpu2 = false;
-
-private:
-    std::shared_ptr<kelvarn::Source> m_inner;
-};
-
-TEST_F(JournalTest, AnswersFollowARepositoryThatChanges) {
-    auto changing = std::make_shared<ChangingSdrSource>(source);
-    SDK::System over(kelvarn::makePlatformResponder(changing));
-    kelvarn::appendJournal(journal, "reading 32 0 4 93");
-    EXPECT_EQ(valueOf(over, kCpu2), "93");
-    changing->withoutCpu2 = true;
-    EXPECT_FALSE(failuresOf(over, kCpu2).empty());
-    EXPECT_TRUE(failuresOf(over, kPsu2).empty());
-    changing->withoutCpu2 = false;
-    kelvarn::appendJournal(journal, "reading 32 0 4 61");
-    EXPECT_TRUE(failuresOf(over, kCpu2).empty());
-    EXPECT_EQ(valueOf(over, kCpu2), "61");
-}
-
-TEST_F(JournalTest, SelEventsFollowTheNewestRecordAndClearEmptiesTheSel) {
-    // CPU2 Temp (sensor 4, temperature, threshold type), upper critical going high.
-    kelvarn::appendJournal(journal, "sel-add 1763700000 32 4 9 assert 92 90");
-    kelvarn::appendJournal(journal, "sel-raw 07 00 02 00 00 00 00 20 00 04 05 80 6f 00 ff ff");
-    Result r = resultOf(*system, "/BMC/SEL/TRANSLATED[5]");
-    // 1763700000 = 0x691FED20; event data 1 = 0x50 | offset 9.
-    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/RAW"].Values.at(0),
-              "06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a");
-    EXPECT_EQ(r["/BMC/SEL/TRANSLATED[5]/DESCR"].Values.at(0),
-              "Temperature CPU2 Temp | Upper Critical going high | Asserted");
-    EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[6]/DESCR"),
-              "Physical Security Intrusion | General Chassis intrusion | Asserted");
+    // CPU2 Temp, upper critical going high: 1763700000 = 0x691FED20; event data 1 = 0x50 | offset 9.
+    std::ofstream(journal, std::ios::app) << "sel-add 1763700000 32 4 9 assert 92 90\n"
+                                             "sel-raw 07 00 02 00 00 00 00 20 00 04 05 80 6f 00 ff ff\n";
+    expectValues(*system,
+                 "5]/RAW=06 00 02 20 ed 1f 69 20 00 04 01 04 01 59 5c 5a|6]/RAW=07 00 02 00 00 00 00 20 00 "
+                 "04 05 80 6f 00 ff ff|",
+                 "/BMC/SEL/TRANSLATED[");
     kelvarn::appendJournal(journal, "sel-clear");
     EXPECT_EQ(selSize(*system), 0u);
     kelvarn::appendJournal(journal, "sel-add 1763700100 32 4 9 deassert 255 255");
     EXPECT_EQ(valueOf(*system, "/BMC/SEL/TRANSLATED[0]/VALUE"), "0001");
-}
-
-// A half-written line waits for its end; bad lines are skipped and counted; a shrunk
-// or removed journal starts again from the platform.
-TEST_F(JournalTest, HalfWrittenBadShrunkAndRemovedJournals) {
-    appendRaw("reading 32 0 4 9");
+    std::ofstream(journal, std::ios::trunc) << "reading 32 0 4 9";
     EXPECT_EQ(valueOf(*system, kCpu2), "87");
-    appendRaw("1\n");
+    std::ofstream(journal, std::ios::app) << "1\n";
     EXPECT_EQ(valueOf(*system, kCpu2), "91");
-    appendRaw("reading 32 0 200 5\nreading 32 0 4 300\nfly away\n# a note\nreading 32 0 4 70\n");
+    std::ofstream(journal, std::ios::app)
+        << "reading 32 0 200 5\nreading 32 0 4 300\nfly away\n# a note\nreading 32 0 4 70\n";
     EXPECT_EQ(valueOf(*system, kCpu2), "70");
     std::string why;
     EXPECT_EQ(source->rejectedChanges(&why), 3u);
     EXPECT_EQ(why, "unknown change \"fly away\"");
     EXPECT_THROW(kelvarn::appendJournal(journal, "two\nlines"), kelvarn::PlatformFileError);
     EXPECT_THROW(kelvarn::appendJournal("/nonexistent/dir/journal", "sel-clear"), kelvarn::PlatformFileError);
-    kelvarn::appendJournal(journal, "reading 32 0 4 11");
-    EXPECT_EQ(valueOf(*system, kCpu2), "11");
-    std::ofstream(journal, std::ios::trunc) << "reading 32 0 4 12\n";
-    EXPECT_EQ(valueOf(*system, kCpu2), "12");
     std::remove(journal.c_str());
     EXPECT_EQ(valueOf(*system, kCpu2), "87");
 }
@@ -129,26 +75,21 @@ TEST_F(JournalTest, HalfWrittenBadShrunkAndRemovedJournals) {
 // One query object shared by two threads, as the request thread and the SEL
 // poller share it.
 TEST(SharedSystemTest, TwoThreadsQueryOneObject) {
-    auto system = demoSystem();
+    auto system = systemOver(kelvarn::demoPlatformText());
     std::atomic<int> wrong{0};
     auto tables = [&] {
         for (int i = 0; i < 150; ++i) {
             system->SetFlags(i % 2 ? 1 : 14);
-            if (resultOf(*system, "/BMC/SDR/SENSOR_TYPE[1]").size() != 10)
-                ++wrong;
-            if (valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE") != "52")
-                ++wrong;
-            if (failuresOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NOPE").size() != 1)
-                ++wrong;
+            wrong += resultOf(*system, "/BMC/SDR/SENSOR_TYPE[1]").size() != 10;
+            wrong += valueOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE") != "52";
+            wrong += failuresOf(*system, "/BMC/SENSOR[3]/OWNER[32]/LUN[0]/NOPE").size() != 1;
         }
     };
     auto poller = [&] {
         for (int i = 0; i < 150; ++i) {
             system->SetFlags(1);
-            if (selQuery(*system, "ffff")["/BMC/SEL/TRANSLATED"].Values.size() != 1)
-                ++wrong;
-            if (valueOf(*system, "/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent") != "4")
-                ++wrong;
+            wrong += selQuery(*system, "ffff")["/BMC/SEL/TRANSLATED"].Values.size() != 1;
+            wrong += valueOf(*system, "/SMBIOS/MemoryArray[1]/TotalNoOfDevicePresent") != "4";
         }
     };
     std::thread a(tables), b(poller);
@@ -166,18 +107,13 @@ TEST_F(JournalTest, QuickChangesFromAnotherThreadAreAllKept) {
             kelvarn::appendJournal(journal,
                                    "sel-add " + std::to_string(1763700000 + i) + " 32 4 7 assert 255 255");
     });
-    size_t seen = 0;
-    int shrinks = 0;
-    for (int i = 0; i < 200; ++i) {
-        size_t now = resultOf(*system, "/BMC/SEL/TRANSLATED")["/BMC/SEL/TRANSLATED"].Values.size();
-        if (now < seen)
-            ++shrinks;
-        seen = now;
-    }
+    size_t seen = 0, shrinks = 0;
+    for (size_t i = 0, now; i < 200; ++i, seen = now)
+        shrinks += (now = selSize(*system)) < seen;
     writer.join();
+    EXPECT_EQ(shrinks, 0u);
     Result r = resultOf(*system, "/BMC/SEL/TRANSLATED");
     ASSERT_EQ(r["/BMC/SEL/TRANSLATED"].Values.size(), 5u + changes);
-    EXPECT_EQ(shrinks, 0);
     EXPECT_EQ(source->rejectedChanges(), 0u);
     // Record IDs run on from the demo's five without a gap.
     EXPECT_EQ(r["/BMC/SEL/TRANSLATED[204]/VALUE"].Values.at(0), "00cd");
@@ -204,9 +140,11 @@ TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
     Result all = resultOf(system, "/BMC/SDR");
     EXPECT_EQ(all.size(), 3u);
     EXPECT_EQ(all["/BMC/SDR[2]"].Values.at(0), "03 00 51 12 0b 20 00 00 00 00 00 00 00 00 00 c0");
-    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "40");
-    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[48]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL"), "90");
-    EXPECT_EQ(valueOf(system, "/BMC/SENSOR[49]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "DRIVE_FAULT");
+    expectValues(
+        system,
+        "48]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=40|48]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL=90|"
+        "49]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=DRIVE_FAULT|",
+        "/BMC/SENSOR[");
 
     // A dump cut inside a record is refused.
     { std::ofstream(dump, std::ios::binary | std::ios::app) << std::string("\x04\x00\x51\x01\x30\x20", 6); }
@@ -214,24 +152,7 @@ TEST(SdrDumpTest, ReplaysTheRepositoryWithNominalReadings) {
     EXPECT_NE(why.find("record at byte"), std::string::npos) << why;
 }
 
-const char* const kListing = R"(Sensor ID              : Volt_P12V (0xd2)
- Entity ID             : 7.1 (System Board)
- Sensor Type (Threshold)  : Voltage (0x02)
- Sensor Reading        : 12.152 (+/- 0) Volts
- Status                : ok
- Upper critical        : 12.600
- Lower critical        : 11.400
- Readable Thresholds   : lcr ucr
- Settable Thresholds   : lcr ucr
-
-Sensor ID              : Fan_SYS0 (0xa0)
- Entity ID             : 29.1 (Fan Device)
- Sensor Type (Threshold)  : Fan (0x04)
- Sensor Reading        : 5400 (+/- 0) RPM
- Lower critical        : 500.000
- Readable Thresholds   : lcr
-
-Sensor ID              : Inlet (0x01)
+const char* const kListing = R"(Sensor ID              : Inlet (0x01)
  Entity ID             : 55.1 (Air Inlet)
  Sensor Type (Threshold)  : Temperature (0x01)
  Sensor Reading        : -5 (+/- 0) degrees C
@@ -252,46 +173,32 @@ Sensor ID              : HDD0 (0xf0)
  Sensor Reading        : No Reading
 )";
 
-TEST(IpmitoolListingTest, ReadingsAndThresholdsComeOutAsListed) {
-    expectValues(*systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt")),
-                 {
-                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/NAME", "Volt_P12V"},
-                     // 12.152 V cannot be held in one byte at 1 mV steps: M 495, Rexp -4, raw 245.
-                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "12.1275"},
-                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/RESOLUTION", "495"},
-                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_CRITICAL", "255"},
-                     {"/BMC/SENSOR[210]/OWNER[32]/LUN[0]/THRESHOLD/UPPER_NONCRITICAL", "NOT SUPPORTED"},
-                     // 5400 and 500 RPM: exactly, with M 100.
-                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "5400"},
-                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "5"},
-                     {"/BMC/SENSOR[160]/OWNER[32]/LUN[0]/RESOLUTION", "100"},
-                     // Negative temperatures: two's complement, M 5: raw -1 and -4.
-                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "-5"},
-                     {"/BMC/SENSOR[1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL", "252"},
-                     {"/BMC/SENSOR[224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE",
-                      "PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED"},
-                     {"/BMC/SENSOR[240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE", "READING_UNAVAILABLE"},
-                 });
-}
-
-TEST(IpmitoolListingTest, RefusesWhatItCannotRead) {
+TEST(IpmitoolListingTest, ListingsWrittenHereAndOfARealServer) {
+    auto system = systemOver(kelvarn::platformFromIpmitoolListing(kListing, "listing.txt"));
+    // Negative temperatures: two's complement, M 5: raw -1 and -4.
+    expectValues(
+        *system,
+        "1]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=-5|1]/OWNER[32]/LUN[0]/THRESHOLD/LOWER_CRITICAL=252|"
+        "224]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=PRESENCE_DETECTED,POWER_SUPPLY_FAILURE_DETECTED|"
+        "240]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE=READING_UNAVAILABLE|",
+        "/BMC/SENSOR[");
+    // The record's units: two's complement (0x80), degrees C (1).
+    EXPECT_EQ(valueOf(*system, "/BMC/SDR[0]").substr(20 * 3, 5), "80 01");
     for (const char* bad : {"Entity ID : 7.1\n", "Sensor ID : NoNumber\n Sensor Type (Discrete): X (0x01)\n",
                             "Sensor ID : A (0x10)\n Sensor Reading : 0h\n"}) {
         const std::string why = refusal<kelvarn::PlatformFileError>(
             [&] { kelvarn::platformFromIpmitoolListing(bad, "bad.txt"); });
         EXPECT_EQ(why.rfind("bad.txt:1: ", 0), 0u) << why;
     }
-}
 
-// The real server's listing lives in the shared real-data set beside the
-// repository; it is read from there, not copied.
-TEST(IpmitoolListingTest, RealServerListing) {
+    // The real server's listing lives in the shared real-data set beside the
+    // repository; it is read from there, not copied.
     const std::string path = std::string(HM_SOURCE_DIR) + "/../shared/realdata/rackhd/ipmi-sdr-v-output";
     const std::string text = hmtest::readFile(path);
     if (text.empty())
         GTEST_SKIP() << path << " is not available";
-    auto system = systemOver(kelvarn::platformFromIpmitoolListing(text, path));
-    EXPECT_EQ(resultOf(*system, "/BMC/SDR").size(), 95u);
+    auto real = systemOver(kelvarn::platformFromIpmitoolListing(text, path));
+    EXPECT_EQ(resultOf(*real, "/BMC/SDR").size(), 95u);
     // Every threshold sensor's reading as listed, to within one percent.
     std::istringstream lines(text);
     std::string line, number;
@@ -303,13 +210,11 @@ TEST(IpmitoolListingTest, RealServerListing) {
             continue;
         double listed = std::stod(line.substr(line.find(':') + 1));
         std::string ours =
-            valueOf(*system, "/BMC/SENSOR[" + number + "]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE");
+            valueOf(*real, "/BMC/SENSOR[" + number + "]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE");
         EXPECT_NEAR(std::stod(ours), listed, 0.01 * std::fabs(listed) + 1e-9) << "sensor " << number;
         ++checked;
     }
     EXPECT_EQ(checked, 48);
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[210]/OWNER[32]/LUN[0]/NAME"), "Volt_P12V");
-    EXPECT_EQ(valueOf(*system, "/BMC/SENSOR[210]/OWNER[32]/LUN[0]/INTERPRET_SENSOR_VALUE"), "12");
 }
 
 } // namespace

@@ -33,7 +33,8 @@ const Bytes kFullRecord = {
     0x03, 0x04, 0x00, 0x00, 0x5a, 0xc4, // hysteresis, reserved, OEM, 8-bit ASCII length 4
     'P',  '1',  '2',  'V'};
 
-// The fields read from a full and a compact record, and the same bytes written back from them.
+// The fields read from a full record, and the same bytes written back from them (compact records
+// are read in every query of the demo server's discrete sensors).
 TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     SdrFields f;
     ASSERT_TRUE(kelvarn::decodeSdr(kFullRecord, f));
@@ -55,134 +56,12 @@ TEST(SdrLayoutTest, RecordFieldsAndBytes) {
     EXPECT_FALSE(kelvarn::decodeSdr(Bytes(60, 0x00), f));                           // record type 0
     f.name = "ABCDEFGHIJKLMNOPQ";                                                   // longer than 16
     EXPECT_THROW(kelvarn::encodeSdr(f), kelvarn::QueryError);
-    // A compact record: its fields, and the same bytes written back from them.
-    const Bytes compact =
-        bytesOf("10 00 51 02 26 20 00 41 0a 02 63 40 08 6f 07 00 07 00 7f 00 c0 00 00 00 00 "
-                "00 00 00 00 00 00 cb 50 53 55 32 20 53 74 61 74 75 73");
-    SdrFields c;
-    ASSERT_TRUE(kelvarn::decodeSdr(compact, c));
-    EXPECT_EQ(std::make_tuple(c.recordId, c.recordType, c.owner, c.number, c.entityId, c.entityInstance,
-                              c.initialization, c.capabilities, c.sensorType, c.eventReadingType,
-                              c.assertionMask, c.deassertionMask, c.readableMask, c.analogFormat, c.name),
-              std::make_tuple(0x0010, 0x02, 0x20, 0x41, 0x0A, 2, 0x63, 0x40, 0x08, 0x6F, 0x0007, 0x0007, 0x7F,
-                              AnalogFormat::None, "PSU2 Status"));
-    EXPECT_EQ(kelvarn::encodeSdr(c), compact);
 }
 
-// The signs, offsets and the other linearizations are checked against FreeIPMI below.
-TEST(SdrConversionTest, HandComputedValues) {
-    struct Case {
-        int m, rExp, lin;
-        uint8_t raw;
-        const char* expected;
-    } cases[] = {
-        {8, -3, 0, 150, "1.2"},        // 150 * 0.008 V
-        {4, -6, 7, 42, "5952.380952"}, // 1 / (168e-6)
-        {1, 0, 8, 12, "144"},          // square
-        {1, 0, 10, 81, "9"},           // square root
-        {6, -3, 0x70, 183, "1.098"},   // non-linear: factors at this reading
-    };
-    for (const Case& c : cases) {
-        SdrFields f;
-        f.m = static_cast<int16_t>(c.m);
-        f.rExp = static_cast<int8_t>(c.rExp);
-        f.linearization = static_cast<uint8_t>(c.lin);
-        double v = 0;
-        ASSERT_TRUE(kelvarn::convertReading(f, c.raw, v)) << c.expected;
-        EXPECT_EQ(kelvarn::formatNumber(v), c.expected);
-    }
-    SdrFields none;
-    none.analogFormat = AnalogFormat::None;
-    double v;
-    EXPECT_FALSE(kelvarn::convertReading(none, 1, v));
-    SdrFields inverseOfZero;
-    inverseOfZero.linearization = 7;
-    ASSERT_TRUE(kelvarn::convertReading(inverseOfZero, 0, v));
-    EXPECT_EQ(v, 0.0);
-    SdrFields logOfZero;
-    logOfZero.linearization = 1;
-    EXPECT_FALSE(kelvarn::convertReading(logOfZero, 0, v));
-}
-
-// Every full record of a platform, parsed by FreeIPMI: identity, thresholds
-// and the conversion of each raw value 0-255 against INTERPRET_SENSOR_VALUE[r].
-void checkWithFreeIpmi(const std::string& platformText, size_t expectedFullRecords) {
-    auto system = systemOver(platformText);
-    const Result all = resultOf(*system, "/BMC/SDR/RECORD_TYPE[1]");
-    ASSERT_EQ(all.size(), expectedFullRecords);
-    ipmi_sdr_ctx_t ctx = ipmi_sdr_ctx_create();
-    ASSERT_NE(ctx, nullptr);
-    for (const auto& entry : all) {
-        SCOPED_TRACE(entry.first);
-        const Bytes rec = bytesOf(entry.second.Values[0]);
-        uint16_t recordId;
-        uint8_t recordType, number, owner, ownerType, lun, channel, sensorType, eventType;
-        ASSERT_EQ(ipmi_sdr_parse_record_id_and_type(ctx, rec.data(), rec.size(), &recordId, &recordType), 0);
-        EXPECT_EQ(recordType, 1);
-        ASSERT_EQ(ipmi_sdr_parse_sensor_number(ctx, rec.data(), rec.size(), &number), 0);
-        ASSERT_EQ(ipmi_sdr_parse_sensor_owner_id(ctx, rec.data(), rec.size(), &ownerType, &owner), 0);
-        ASSERT_EQ(ipmi_sdr_parse_sensor_owner_lun(ctx, rec.data(), rec.size(), &lun, &channel), 0);
-        ASSERT_EQ(ipmi_sdr_parse_sensor_type(ctx, rec.data(), rec.size(), &sensorType), 0);
-        ASSERT_EQ(ipmi_sdr_parse_event_reading_type_code(ctx, rec.data(), rec.size(), &eventType), 0);
-        char id[32] = {};
-        ASSERT_GE(ipmi_sdr_parse_id_string(ctx, rec.data(), rec.size(), id, sizeof id - 1), 0);
-        // FreeIPMI splits the owner ID byte into a 7-bit address and a type bit, and the
-        // owner-LUN byte into LUN and channel; the service's paths use the whole bytes.
-        const int ownerByte = owner << 1 | ownerType, lunByte = channel << 4 | lun;
-        const std::string base = "/BMC/SENSOR[" + std::to_string(number) + "]/OWNER[" +
-                                 std::to_string(ownerByte) + "]/LUN[" + std::to_string(lunByte) + "]";
-        EXPECT_EQ(valueOf(*system, base + "/NAME"), id);
-        if (eventType != 0x01)
-            continue;
-        uint8_t readable[6], raw[6];
-        ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), &readable[0], &readable[1],
-                                                    &readable[2], &readable[3], &readable[4], &readable[5]),
-                  0);
-        ASSERT_EQ(ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), &raw[0], &raw[1], &raw[2],
-                                                &raw[3], &raw[4], &raw[5]),
-                  0);
-        const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
-                               "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
-        for (int t = 0; t < 6; ++t)
-            EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[t]),
-                      readable[t] ? std::to_string(raw[t]) : std::string("NOT SUPPORTED"))
-                << keys[t];
-        int8_t rExp, bExp;
-        int16_t m, b;
-        uint8_t lin, analog;
-        ASSERT_EQ(ipmi_sdr_parse_sensor_decoding_data(ctx, rec.data(), rec.size(), &rExp, &bExp, &m, &b, &lin,
-                                                      &analog),
-                  0);
-        for (int r = 0; r < 256; ++r) {
-            std::string ours = valueOf(*system, base + "/INTERPRET_SENSOR_VALUE[" + std::to_string(r) + "]");
-            double theirs = 0;
-            // Non-linear sensors (0x70-0x7F) convert with the record's factors, which FreeIPMI
-            // applies when told the sensor is linear. FreeIPMI reads linearization 0x0B as
-            // 1/x^3; the service applies the cube root (the inverse of "cube", as ipmitool does),
-            // so that one is checked as the cube root of FreeIPMI's linear value.
-            const bool cubeRoot = lin == 0x0B;
-            uint8_t asLinear = lin >= 0x70 || cubeRoot ? 0 : lin;
-            int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, asLinear, analog, static_cast<uint8_t>(r),
-                                              &theirs);
-            if (cubeRoot)
-                theirs = std::cbrt(theirs);
-            if (rc < 0 || !std::isfinite(theirs)) {
-                EXPECT_EQ(ours, "NOT SUPPORTED") << "raw " << r;
-                continue;
-            }
-            ASSERT_NE(ours, "NOT SUPPORTED") << "raw " << r;
-            double v = std::strtod(ours.c_str(), nullptr);
-            EXPECT_NEAR(v, theirs, 1e-9 * std::max(1.0, std::fabs(theirs))) << "raw " << r;
-        }
-    }
-    ipmi_sdr_ctx_destroy(ctx);
-}
-
-TEST(SdrFreeIpmiTest, DemoServerRecords) {
-    checkWithFreeIpmi(kelvarn::demoPlatformText(), 32);
-}
-
-TEST(SdrFreeIpmiTest, SignedAndLinearizedRecords) {
+// Every full record of the demo server and of signed and linearized records, parsed by
+// FreeIPMI: identity, thresholds and the conversion of each raw value 0-255 against
+// INTERPRET_SENSOR_VALUE[r].
+TEST(SdrFreeIpmiTest, DemoSignedAndLinearizedRecords) {
     const std::string sensors =
         R"({"name": "Neg M", "number": 1, "sensorType": 2, "m": -300, "b": 257, "bExp": 2, "rExp": -3,
             "analogFormat": "2s-complement", "thresholds": {"UPPER_CRITICAL": 117, "LOWER_CRITICAL": 138}},
@@ -191,8 +70,76 @@ TEST(SdrFreeIpmiTest, SignedAndLinearizedRecords) {
            {"name": "Log", "number": 4, "sensorType": 2, "m": 1, "b": -20, "linearization": 2},
            {"name": "Exp2", "number": 5, "sensorType": 2, "m": 5, "rExp": -2, "linearization": 6},
            {"name": "Cube", "number": 6, "sensorType": 2, "m": 1, "rExp": -1, "linearization": 9},
-           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3})";
-    checkWithFreeIpmi(platformWith(sensors), 7);
+           {"name": "Cube root", "number": 7, "sensorType": 2, "linearization": 11, "owner": 44, "lun": 3},
+           {"name": "Square", "number": 8, "sensorType": 2, "m": 3, "b": -50, "linearization": 8},
+           {"name": "Root", "number": 9, "sensorType": 2, "m": 2, "b": -9, "bExp": 1, "linearization": 10},
+           {"name": "None", "number": 10, "sensorType": 2, "analogFormat": "none"})";
+    for (const auto& [platformText, expectedFullRecords] :
+         {std::make_pair(kelvarn::demoPlatformText(), size_t(32)),
+          std::make_pair(platformWith(sensors), size_t(10))}) {
+        auto system = systemOver(platformText);
+        const Result all = resultOf(*system, "/BMC/SDR/RECORD_TYPE[1]");
+        ASSERT_EQ(all.size(), expectedFullRecords);
+        ipmi_sdr_ctx_t ctx = ipmi_sdr_ctx_create();
+        ASSERT_NE(ctx, nullptr);
+        for (const auto& entry : all) {
+            SCOPED_TRACE(entry.first);
+            const Bytes rec = bytesOf(entry.second.Values[0]);
+            uint8_t number, owner, ownerType, lun, channel, eventType;
+            ASSERT_EQ(ipmi_sdr_parse_sensor_number(ctx, rec.data(), rec.size(), &number) |
+                          ipmi_sdr_parse_sensor_owner_id(ctx, rec.data(), rec.size(), &ownerType, &owner) |
+                          ipmi_sdr_parse_sensor_owner_lun(ctx, rec.data(), rec.size(), &lun, &channel) |
+                          ipmi_sdr_parse_event_reading_type_code(ctx, rec.data(), rec.size(), &eventType),
+                      0);
+            char id[32] = {};
+            ASSERT_GE(ipmi_sdr_parse_id_string(ctx, rec.data(), rec.size(), id, sizeof id - 1), 0);
+            // FreeIPMI splits the owner ID byte into a 7-bit address and a type bit, and the
+            // owner-LUN byte into LUN and channel; the service's paths use the whole bytes.
+            const int ownerByte = owner << 1 | ownerType, lunByte = channel << 4 | lun;
+            const std::string base = "/BMC/SENSOR[" + std::to_string(number) + "]/OWNER[" +
+                                     std::to_string(ownerByte) + "]/LUN[" + std::to_string(lunByte) + "]";
+            EXPECT_EQ(valueOf(*system, base + "/NAME"), id);
+            if (eventType != 0x01)
+                continue;
+            uint8_t on[6], t[6]; // readable, raw: LNC, LC, LNR, UNC, UC, UNR
+            ASSERT_EQ(ipmi_sdr_parse_threshold_readable(ctx, rec.data(), rec.size(), on, on + 1, on + 2,
+                                                        on + 3, on + 4, on + 5) |
+                          ipmi_sdr_parse_thresholds_raw(ctx, rec.data(), rec.size(), t, t + 1, t + 2, t + 3,
+                                                        t + 4, t + 5),
+                      0);
+            const char* keys[6] = {"LOWER_NONCRITICAL", "LOWER_CRITICAL", "LOWER_NONRECOVERABLE",
+                                   "UPPER_NONCRITICAL", "UPPER_CRITICAL", "UPPER_NONRECOVERABLE"};
+            for (int i = 0; i < 6; ++i)
+                EXPECT_EQ(valueOf(*system, base + "/THRESHOLD/" + keys[i]),
+                          on[i] ? std::to_string(t[i]) : "NOT SUPPORTED");
+            int8_t rExp, bExp;
+            int16_t m, b;
+            uint8_t lin, analog;
+            ASSERT_EQ(ipmi_sdr_parse_sensor_decoding_data(ctx, rec.data(), rec.size(), &rExp, &bExp, &m, &b,
+                                                          &lin, &analog),
+                      0);
+            for (int r = 0; r < 256; ++r) {
+                const std::string ours =
+                    valueOf(*system, base + "/INTERPRET_SENSOR_VALUE[" + std::to_string(r) + "]");
+                double theirs = 0;
+                // Non-linear sensors (0x70-0x7F) convert with the record's factors, which FreeIPMI
+                // applies when told the sensor is linear. FreeIPMI reads linearization 0x0B as
+                // 1/x^3; the service applies the cube root (the inverse of "cube", as ipmitool does),
+                // so that one is checked as the cube root of FreeIPMI's linear value.
+                const bool cubeRoot = lin == 0x0B;
+                const int rc = ipmi_sensor_decode_value(rExp, bExp, m, b, lin >= 0x70 || cubeRoot ? 0 : lin,
+                                                        analog, uint8_t(r), &theirs);
+                if (cubeRoot)
+                    theirs = std::cbrt(theirs);
+                if (rc < 0 || !std::isfinite(theirs))
+                    EXPECT_EQ(ours, "NOT SUPPORTED") << "raw " << r;
+                else
+                    EXPECT_NEAR(std::stod(ours), theirs, 1e-9 * std::max(1.0, std::fabs(theirs)))
+                        << "raw " << r << ": " << ours;
+            }
+        }
+        ipmi_sdr_ctx_destroy(ctx);
+    }
 }
 
 } // namespace

@@ -1,13 +1,10 @@
 // Helpers of the query-service tests: a System over a platform text, values and
 // failures of one query, SEL requests, a configuration in force for one scope.
-#ifndef HM_TESTS_SERVICE_UTIL_H
-#define HM_TESTS_SERVICE_UTIL_H
+#pragma once
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -30,10 +27,6 @@ inline std::unique_ptr<SDK::System> systemOver(const std::string& platformText) 
     return std::make_unique<SDK::System>(kelvarn::makePlatformResponder(source));
 }
 
-inline std::unique_ptr<SDK::System> demoSystem() {
-    return systemOver(kelvarn::demoPlatformText());
-}
-
 // The answer to one query.
 inline Result resultOf(SDK::System& system, const std::string& path) {
     Result r;
@@ -47,18 +40,12 @@ inline std::string valueOf(SDK::System& system, const std::string& path) {
     try {
         system.Get(path, r);
     } catch (const ResultStatus& e) {
-        return "<failed: " + (e.Get().empty() ? std::string() : e.Get()[0].Message) + ">";
+        return "<failed: " + e.Get().at(0).Message + ">";
     }
     auto it = r.find(path);
     if (it == r.end() || it->second.Values.empty())
         return "<no entry>";
     return it->second.Values[0];
-}
-
-// Every path of `expected` answers its value.
-inline void expectValues(SDK::System& system, const Expected& expected) {
-    for (const auto& e : expected)
-        EXPECT_EQ(valueOf(system, e.first), e.second) << e.first;
 }
 
 // The failures `f` throws (empty when it throws none).
@@ -73,10 +60,7 @@ template <typename F> std::vector<RStatus> statusesOf(F f) {
 
 // The failures of one query (empty when it succeeded).
 inline std::vector<RStatus> failuresOf(SDK::System& system, const std::string& path) {
-    return statusesOf([&] {
-        Result r;
-        system.Get(path, r);
-    });
+    return statusesOf([&] { resultOf(system, path); });
 }
 
 // A query's one failure as "code: message"; "<n failures>" otherwise.
@@ -110,12 +94,9 @@ inline Result selQuery(SDK::System& system, const char* id, const char* range = 
 // How many SEL entries a query answers; SIZE_MAX when it fails.
 inline size_t selSize(SDK::System& system) {
     Result r;
-    try {
-        system.Get("/BMC/SEL/TRANSLATED", r);
-    } catch (const ResultStatus&) {
-        return SIZE_MAX;
-    }
-    return r["/BMC/SEL/TRANSLATED"].Values.size();
+    return statusesOf([&] { system.Get("/BMC/SEL/TRANSLATED", r); }).empty()
+               ? r["/BMC/SEL/TRANSLATED"].Values.size()
+               : SIZE_MAX;
 }
 
 // "01 a0 ff" as bytes.
@@ -126,6 +107,22 @@ inline std::vector<uint8_t> bytesOf(const std::string& text) {
     while (in >> std::hex >> v)
         b.push_back(uint8_t(v));
     return b;
+}
+
+// "a=b|c=d|" as {a, b}, {c, d}.
+inline std::vector<std::pair<std::string, std::string>> pairsOf(const std::string& text) {
+    std::vector<std::pair<std::string, std::string>> out;
+    for (size_t at = 0, bar; (bar = text.find('|', at)) != std::string::npos; at = bar + 1) {
+        const size_t eq = text.find('=', at);
+        out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
+    }
+    return out;
+}
+
+// Each "path=value|" of `table`, the path after `prefix`, answers its value.
+inline void expectValues(SDK::System& system, const std::string& table, const std::string& prefix = "") {
+    for (const auto& e : pairsOf(table))
+        EXPECT_EQ(valueOf(system, prefix + e.first), e.second) << e.first;
 }
 
 // A platform file text holding the given sensors and SEL entries.
@@ -158,5 +155,3 @@ struct ScopedConfig {
         kelvarn::setProcessResponder(nullptr);
     }
 };
-
-#endif

@@ -73,11 +73,12 @@ Bytes processor(uint16_t handle, uint8_t family, uint8_t upgrade, uint8_t voltag
         {"CPU1", "Intel", "Xeon E5", "S1", "P1"});
 }
 
-// A type 16 structure: system board, system memory, multi-bit ECC.
-Bytes memoryArray(uint16_t handle, uint32_t maxKB, uint16_t devices, uint64_t extendedMax = 0) {
-    return smbiosStructure(16, handle,
-                           body(0x17, {0x04,  1,    3, 0x05,   1,    3, 0x06,    1,    6, 0x07,       4,
-                                       maxKB, 0x0B, 2, 0xFFFE, 0x0D, 2, devices, 0x0F, 8, extendedMax}));
+// A type 16 structure: system board (or `location`), system memory, multi-bit ECC.
+Bytes memoryArray(uint16_t handle, uint32_t maxKB, uint16_t devices, uint64_t extendedMax = 0,
+                  uint8_t location = 3) {
+    return smbiosStructure(
+        16, handle, body(0x17, {0x04,  1,    location, 0x05,   1,    3, 0x06,    1,    6, 0x07,       4,
+                                maxKB, 0x0B, 2,        0xFFFE, 0x0D, 2, devices, 0x0F, 8, extendedMax}));
 }
 
 // A type 17 structure of the given size word (MiB, or KiB with bit 15).
@@ -123,56 +124,46 @@ void writeBytes(const std::string& path, const Bytes& b) {
     hmtest::writeFile(path, std::string(b.begin(), b.end()));
 }
 
-std::unique_ptr<SDK::System>
-systemOverDump(const std::string& file,
-               kelvarn::SmbiosSource::Kind kind = kelvarn::SmbiosSource::Kind::Dump) {
-    return std::make_unique<SDK::System>(
-        kelvarn::makePlatformResponder(std::make_shared<kelvarn::SmbiosSource>(kind, file)));
+std::unique_ptr<SDK::System> systemOverDump(const std::string& file) {
+    return std::make_unique<SDK::System>(kelvarn::makePlatformResponder(
+        std::make_shared<kelvarn::SmbiosSource>(kelvarn::SmbiosSource::Kind::Dump, file)));
 }
 
 // ---------------------------------------------------------------- splitting
 
-TEST(SmbiosTable, BrokenStructuresEndTheTableAfterWhatIsWhole) {
-    const struct {
-        Bytes tail;
-        const char* problem; // expected text inside the one problem reported
-    } cases[] = {
+TEST(SmbiosTable, BrokenStructuresAndEntryPoints) {
+    // The broken tail, and a part of the one problem reported (at offset 7).
+    const std::pair<Bytes, const char*> cases[] = {
         {{3, 0x15}, "header cut short"},
         {{3, 2, 0, 0, 0, 0}, "length 2 is shorter than its header"},
         {{3, 0x40, 2, 0, 1, 2, 0, 0}, "length 64 runs past the table"},
         {{3, 5, 2, 0, 1, 'A', 'c', 'm', 'e', 0}, "without its closing double NUL"},
-        {{3, 5, 2, 0, 1}, "without its closing double NUL"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.problem);
-        Table table = kelvarn::smbios::parseStructures(cat({smbiosStructure(24, 1, {0x26}), c.tail}));
-        ASSERT_EQ(table.structures.size(), 1u);
+        {{3, 5, 2, 0, 1}, "without its closing double NUL"}};
+    for (const auto& [tail, problem] : cases) {
+        Table table = kelvarn::smbios::parseStructures(cat({smbiosStructure(24, 1, {0x26}), tail}));
+        ASSERT_EQ(std::make_tuple(table.structures.size(), table.problems.size()), std::make_tuple(1u, 1u));
         EXPECT_EQ(table.structures[0].type, 24);
-        ASSERT_EQ(table.problems.size(), 1u);
-        EXPECT_NE(table.problems[0].find(c.problem), std::string::npos) << table.problems[0];
-        EXPECT_NE(table.problems[0].find("offset 7"), std::string::npos) << table.problems[0];
+        EXPECT_TRUE(table.problems[0].find(problem) != std::string::npos &&
+                    table.problems[0].find("offset 7") != std::string::npos)
+            << table.problems[0];
     }
     // String sets are read; nothing after the end-of-table structure is.
     Table table = kelvarn::smbios::parseStructures(
         cat({smbiosStructure(3, 0x0300, {1, 0x17, 0, 0, 0}, {"Acme", "R1", "R2"}),
              {127, 4, 0xFF, 0xFF, 0, 0},
              smbiosStructure(4, 9, {0})}));
-    EXPECT_TRUE(table.problems.empty());
-    ASSERT_EQ(table.structures.size(), 1u);
-    EXPECT_EQ(table.structures[0].handle, 0x0300);
-    EXPECT_EQ(table.structures[0].formatted.size(), 9u);
+    ASSERT_EQ(std::make_tuple(table.problems.size(), table.structures.size()), std::make_tuple(0u, 1u));
+    EXPECT_EQ(std::make_tuple(table.structures[0].handle, table.structures[0].formatted.size()),
+              std::make_tuple(0x0300, 9u));
     EXPECT_EQ(table.structures[0].strings, (std::vector<std::string>{"Acme", "R1", "R2"}));
-}
 
-TEST(SmbiosTable, EntryPointsAreCheckedAndBoundTheTable) {
     const Bytes t =
         cat({smbiosStructure(24, 1, {0x26}), smbiosStructure(24, 2, {0x27}), smbiosStructure(24, 3, {0x28})});
 
     // The 32-bit entry point's structure count stops the walk.
     Table counted = parseDumpFile(cat({entryPoint2(t.size(), 2), t}));
-    EXPECT_EQ(counted.entry.major, 2);
-    EXPECT_EQ(counted.entry.minor, 7);
-    EXPECT_EQ(counted.structures.size(), 2u);
+    EXPECT_EQ(std::make_tuple(counted.entry.major, counted.entry.minor, counted.structures.size()),
+              std::make_tuple(2, 7, 2u));
 
     // A table length beyond the file is cut to the file, and said so.
     Table cut = parseDumpFile(cat({entryPoint3(t.size() + 100), t}));
@@ -182,9 +173,9 @@ TEST(SmbiosTable, EntryPointsAreCheckedAndBoundTheTable) {
 
     // Windows' firmware-table answer: its 8-byte header gives the version and bounds the table.
     Table fromFirmware = kelvarn::smbios::parseFirmwareTable(cat({{0, 3, 4, 0, 121, 0, 0, 0}, t}));
-    EXPECT_EQ(fromFirmware.entry.major, 3);
-    EXPECT_EQ(fromFirmware.entry.minor, 4);
-    EXPECT_EQ(fromFirmware.structures.size(), 3u);
+    EXPECT_EQ(
+        std::make_tuple(fromFirmware.entry.major, fromFirmware.entry.minor, fromFirmware.structures.size()),
+        std::make_tuple(3, 4, 3u));
     ASSERT_EQ(fromFirmware.problems.size(), 1u);
     EXPECT_NE(fromFirmware.problems[0].find("the firmware table is 21 bytes, not the 121"), std::string::npos)
         << fromFirmware.problems[0];
@@ -228,11 +219,9 @@ TEST(SmbiosDecode, ShortAndMissingStructures) {
         parseDumpFile(dumpOf(cat({smbiosStructure(4, 1, Bytes(0x10, 1), {"CPU"}), badIndex,
                                   processor(3, 0xFE, 0x18, 0x8C, 0x41, 0x0101)}))));
     ASSERT_EQ(d.processors.size(), 2u);
-    EXPECT_EQ(d.processors[1].family, "Unknown");
-    EXPECT_EQ(d.processors[0].version, "");
-    EXPECT_EQ(d.processors[0].socketDesignation, "CPU1");
-    EXPECT_EQ(d.chassis.type, "Unknown");
-    EXPECT_EQ(d.chassis.powerOnPassword, "Unknown");
+    EXPECT_EQ(std::make_tuple(d.processors[1].family, d.processors[0].version,
+                              d.processors[0].socketDesignation, d.chassis.type, d.chassis.powerOnPassword),
+              std::make_tuple("Unknown", "", "CPU1", "Unknown", "Unknown"));
     EXPECT_EQ(d.problems,
               (std::vector<std::string>{"type 4 structure (handle 1) is 20 bytes, shorter than 26; skipped",
                                         "no type 3 structure: chassis fields are defaults"}));
@@ -244,41 +233,13 @@ TEST(SmbiosSource, UnreadableDumpFailsEachQueryUntilItIsThere) {
     auto sys = systemOverDump(file);
     EXPECT_EQ(failureOf(*sys, path), "1086: SMBIOS data source unavailable: " + file + ": cannot be opened");
     writeBytes(file, Bytes(64, 0));
-    EXPECT_EQ(failuresOf(*sys, path).at(0).Message,
-              "SMBIOS data source unavailable: " + file +
-                  ": no SMBIOS entry point (\"_SM_\" or \"_SM3_\") at the start");
+    EXPECT_EQ(failureOf(*sys, path).rfind("1086: SMBIOS data source unavailable: " + file + ": no SMBIOS", 0),
+              0u);
     writeBytes(file, dumpOf(processor(1, 0xB3, 0x18)));
     EXPECT_EQ(valueOf(*sys, path), "1");
 }
 
 // ------------------------------------------------- against dmidecode's decoding
-
-// "a=b|c=d|" as {a, b}, {c, d}.
-std::vector<std::pair<std::string, std::string>> pairsOf(const std::string& text) {
-    std::vector<std::pair<std::string, std::string>> out;
-    for (size_t at = 0, bar; (bar = text.find('|', at)) != std::string::npos; at = bar + 1) {
-        const size_t eq = text.find('=', at);
-        out.emplace_back(text.substr(at, eq - at), text.substr(eq + 1, bar - eq - 1));
-    }
-    return out;
-}
-
-// The service's names where they differ from dmidecode's.
-std::string asService(const std::string& dmidecode) {
-    static const auto names =
-        pairsOf("Central Processor=Central processor|Other Processor=other|Math Processor=mathProcessor|"
-                "DSP Processor=dspProcessor|Video Processor=videoProcessor|370-pin Socket=370-pin socket|"
-                "Socket A (Socket 462)=Socket A|Socket F (1207)=Socket F|"
-                "System Board Or Motherboard=System board or motherboard|System Memory=System memory|"
-                "Video Memory=Video memory|Flash Memory=Flash memory|Non-volatile RAM=Non Volatile memory|"
-                "Cache Memory=Cache memory|Proprietary Card=ProprietaryCard|Row Of Chips=RowOfChips|"
-                "Flash=FLASH|External Interface Locked Out=External interface locked out|"
-                "External Interface Enabled=External interface enabled|Not Specified=|");
-    for (const auto& n : names)
-        if (n.first == dmidecode)
-            return n.second;
-    return dmidecode;
-}
 
 // "4 GB" -> `unit` (1: KiB, 2: MiB), "No Module Installed" -> 0.
 std::string scaled(const std::string& v, int unit) {
@@ -313,7 +274,20 @@ std::string published(const std::string& path, const std::string& v) {
                                    : std::to_string(std::stoul(v, nullptr, 16));
     if (path == "DevicePresent")
         return v == "No Module Installed" ? "False" : "True";
-    return asService(v);
+    // The service's names where they differ from dmidecode's.
+    static const auto names =
+        pairsOf("Central Processor=Central processor|Other Processor=other|Math Processor=mathProcessor|"
+                "DSP Processor=dspProcessor|Video Processor=videoProcessor|370-pin Socket=370-pin socket|"
+                "Socket A (Socket 462)=Socket A|Socket F (1207)=Socket F|"
+                "System Board Or Motherboard=System board or motherboard|System Memory=System memory|"
+                "Video Memory=Video memory|Flash Memory=Flash memory|Non-volatile RAM=Non Volatile memory|"
+                "Cache Memory=Cache memory|Proprietary Card=ProprietaryCard|Row Of Chips=RowOfChips|"
+                "Flash=FLASH|External Interface Locked Out=External interface locked out|"
+                "External Interface Enabled=External interface enabled|Not Specified=|");
+    for (const auto& n : names)
+        if (n.first == v)
+            return n.second;
+    return v;
 }
 
 // The published fields of each structure type, "service's name=dmidecode's|". A memory device's
@@ -369,12 +343,9 @@ std::vector<Expected> dmidecodeOf(const std::string& file, int type) {
     return out;
 }
 
-// Compares every published field with dmidecode's; returns how many were compared.
-// dmidecode reads `file`, a dump; the service reads the same file, or `firmware`, the same
-// table as Windows' firmware-table call answers it.
-size_t compareWithDmidecode(const std::string& file, const std::string& firmware = "") {
-    auto sys = firmware.empty() ? systemOverDump(file)
-                                : systemOverDump(firmware, kelvarn::SmbiosSource::Kind::Firmware);
+// Compares every published field of the dump `file` with dmidecode's; returns how many were compared.
+size_t compareWithDmidecode(const std::string& file) {
+    auto sys = systemOverDump(file);
     Result all; // everything below /SMBIOS, asked once
     for (const char* root :
          {"/SMBIOS/Type3", "/SMBIOS/Type24", "/SMBIOS/ProcessorInfo", "/SMBIOS/MemoryArray"})
@@ -428,13 +399,8 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
     const std::string dir = std::string(HM_SOURCE_DIR) + "/../shared/realdata/siderolabs-go-smbios";
     if (!std::filesystem::is_directory(dir))
         GTEST_SKIP() << dir << " is not there";
-    // dmidecode's chassis manufacturer, processor count, second socket, first core count and
-    // first memory device's locator, written down by hand: checked without dmidecode too.
-    const std::map<std::string, std::vector<std::string>> byHand = {
-        {"Dell-PowerEdge-R630-Dual-Xeon.dmi", {"Dell Inc.", "2", "CPU2", "8", "A1"}},
-        {"SuperMicro-Dual-Xeon.dmi", {"Supermicro", "2", "CPU 2", "8", "P1-DIMMA1"}},
-        {"SuperMicro-Quad-Opteron.dmi", {"Supermicro", "4", "CPU 2", "12", "P1_1A"}}};
-    const bool dmidecode = hmtest::haveProgram("dmidecode");
+    if (!hmtest::haveProgram("dmidecode"))
+        GTEST_SKIP() << "dmidecode is not installed";
     TempDir tmp;
     size_t tables = 0;
     for (const auto& entry : std::filesystem::directory_iterator(dir)) {
@@ -445,22 +411,8 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
         const std::string text = hmtest::readFile(entry.path().string());
         const Bytes table(text.begin(), text.end());
         writeBytes(tmp / "dump.bin", dumpOf(table, false));
-        const std::vector<std::string>& v = byHand.at(entry.path().filename().string());
-        expectValues(*systemOverDump(tmp / "dump.bin"),
-                     {{"/SMBIOS/Type3/Manufacturer", v[0]},
-                      {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", v[1]},
-                      {"/SMBIOS/ProcessorInfo[1]/SocketDesignation", v[2]},
-                      {"/SMBIOS/ProcessorInfo[0]/CoreCount", v[3]},
-                      {"/SMBIOS/MemoryArray[0]/MemoryDevice[0]/DeviceLocator", v[4]}});
-        ++tables;
-        if (!dmidecode)
-            continue;
         EXPECT_GT(compareWithDmidecode(tmp / "dump.bin"), 200u);
-        // Windows' answer: calling method 0, version 3.0 as in the dump, DMI revision 0, the table's length.
-        Bytes firmware = {0, 3, 0, 0, 0, 0, 0, 0};
-        putLittle(firmware, 4, table.size(), 4);
-        writeBytes(tmp / "firmware.bin", cat({firmware, table}));
-        EXPECT_GT(compareWithDmidecode(tmp / "dump.bin", tmp / "firmware.bin"), 200u);
+        ++tables;
     }
     EXPECT_EQ(tables, 3u);
 }
@@ -470,7 +422,7 @@ TEST(SmbiosAgainstDmidecode, RealServersTables) {
 TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTablesAndEveryLayout) {
     Bytes t = cat({smbiosStructure(3, 3, {1, 0x97, 2, 3, 0, 3, 4, 5, 3}, {"Acme", "v2", "SN\x01X"}),
                    smbiosStructure(24, 4, {0x26}), processor(0x41, 0xB3, 0x2B, 0x02, 0x00),
-                   memoryArray(0x10, 1 << 20, 0), memoryArray(0x20, 0x80000000u, 2, uint64_t(2) << 40),
+                   memoryArray(0x10, 1 << 20, 0, 0, 4), memoryArray(0x20, 0x80000000u, 2, uint64_t(2) << 40),
                    memoryDevice(0x11, 0x10, 0x4000, "DIMM_A1", 0x0080 | 0x0100 | 0x2000),
                    memoryDevice(0x21, 0x20, 0x0000, "DIMM_B1"),
                    memoryDevice(0x12, 0x10, 0x8000 | 0x0800, "DIMM_A2", 0x0008, 0x18),
@@ -494,8 +446,8 @@ TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTablesAndEveryLayout) {
     auto sys = systemOverDump(tmp / "names.bin");
     // What dmidecode does not print: the security byte, how many processors are there (one of
     // 97 is not); the device naming an array that does not exist is left out.
-    expectValues(*sys, {{"/SMBIOS/Type24/HardwareSecuritySettings", "38"},
-                        {"/SMBIOS/ProcessorInfo/TotalNoOfProcessorPresent", "96"}});
+    expectValues(*sys, "Type24/HardwareSecuritySettings=38|ProcessorInfo/TotalNoOfProcessorPresent=96|",
+                 "/SMBIOS/");
     EXPECT_EQ(failuresOf(*sys, "/SMBIOS/MemoryArray[1]/MemoryDevice[2]").at(0).Code,
               kelvarn::kNoSuchInstance);
     if (!hmtest::haveProgram("dmidecode"))
@@ -507,22 +459,6 @@ TEST(SmbiosAgainstDmidecode, EveryNameOfTheEnumerationTablesAndEveryLayout) {
                    dumpOf(smbiosStructure(3, 1, {1, uint8_t(c), 0, 0, 0, 3, 3, 3, 3}, {"Acme"})));
         EXPECT_EQ(compareWithDmidecode(tmp / "chassis.bin"), 11u); // 9 chassis fields and the two totals
     }
-}
-
-// ---------------------------------------------------------------- composition
-
-TEST(SmbiosComposition, ConfigurationTakesBmcAndSmbiosFromDifferentSources) {
-    TempDir dir;
-    writeBytes(dir / "tables.bin", dumpOf(processor(1, 0xB3, 0x18)));
-    hmtest::writeFile(dir / "kelvarn.conf",
-                      "# the demo BMC, this machine's tables\nbmc = demo\nsmbios = dump:tables.bin\n");
-    ScopedConfig config(dir / "kelvarn.conf");
-    SDK::System sys;
-    expectValues(sys, {{"/BMC/OEM/PRODUCTID", "2210"}, // the demo server's
-                       {"/BMC/SENSOR[27]/NAME", "Fan Redundancy"},
-                       {"/SMBIOS/ProcessorInfo/TotalNoOfProcessor", "1"},
-                       {"/SMBIOS/ProcessorInfo[0]/Upgrade", "Socket F"},
-                       {"/SMBIOS/MemoryArray/TotalNoOfArray", "0"}});
 }
 
 } // namespace

@@ -78,12 +78,6 @@ public:
         return m_forwarded;
     }
     uint64_t dropped() const { return m_dropped; }
-    // Sends the client's last datagram to the server once more, as an attacker who
-    // captured it would; its answer goes to that client like any other.
-    bool resendLastToServer() {
-        std::lock_guard<std::mutex> guard(m_lock);
-        return !m_lastToServer.empty() && send(m_back, m_lastToServer.data(), m_lastToServer.size(), 0) >= 0;
-    }
 
 private:
     struct Pending {
@@ -124,8 +118,6 @@ private:
                 } else if (send(m_back, toServer.front().bytes.data(), toServer.front().bytes.size(), 0) >=
                            0) {
                     record(true);
-                    std::lock_guard<std::mutex> guard(m_lock);
-                    m_lastToServer = toServer.front().bytes;
                 }
                 toServer.pop_front();
             }
@@ -174,7 +166,6 @@ private:
     std::atomic<uint64_t> m_dropped{0};
     mutable std::mutex m_lock;
     std::vector<Forwarded> m_forwarded;
-    std::vector<char> m_lastToServer;
     std::thread m_thread;
 };
 
