@@ -1,7 +1,7 @@
 #!/usr/bin/python3
 """Writes a command file (.emu) for OpenIPMI's BMC simulator ipmi_sim with N sensors.
 
-Usage: bench/gen-ipmi-sim.py N OUTPUT.emu     (1 <= N <= 1000)
+Usage: bench/gen-ipmi-sim.py N OUTPUT.emu [PER]     (1 <= N <= 4 x PER, PER 250 unless given)
 
 The BMC (0x20) holds the first 250 sensors on its LUN 0; beyond 250, satellite
 management controllers on the IPMB (0x22, 0x24, 0x26) hold 250 more each, on
@@ -16,7 +16,9 @@ compact records (a power supply's status, a fan redundancy sensor and a
 discrete voltage state). The records are those of the lab configuration of the
 end-to-end tests (tests/data/ipmi/bmc.emu) with their record ID, owner, sensor
 number and name changed. Also one SEL entry and no FRU data. A server of up to
-250 sensors is the BMC alone, as it always was.
+250 sensors is the BMC alone, as it always was. PER, when given, puts that many
+sensors on each controller instead of 250 (a small server that still takes the
+bridged path, for a quick run).
 """
 import sys
 
@@ -52,7 +54,6 @@ VOLTAGE_STATE = [
 # The BMC first, then the satellite controllers, 250 sensors each.
 CONTROLLERS = (0x20, 0x22, 0x24, 0x26)
 PER_CONTROLLER = 250
-MAXIMUM = PER_CONTROLLER * len(CONTROLLERS)
 
 # Position in each group of 20 -> (record template, name, ipmi_sim lines after sensor_add).
 KINDS = (
@@ -67,9 +68,9 @@ KINDS = (
      (VOLTAGE_STATE, "VState", [])])
 
 
-def place(n):
+def place(n, per=PER_CONTROLLER):
     """(owner's IPMB address, sensor number) of sensor n (1-based)."""
-    return CONTROLLERS[(n - 1) // PER_CONTROLLER], (n - 1) % PER_CONTROLLER + 1
+    return CONTROLLERS[(n - 1) // per], (n - 1) % per + 1
 
 
 def record(template, record_id, owner, number, name):
@@ -83,8 +84,8 @@ def record(template, record_id, owner, number, name):
     return r
 
 
-def emu(count):
-    owners = sorted({place(n)[0] for n in range(1, count + 1)})
+def emu(count, per=PER_CONTROLLER):
+    owners = sorted({place(n, per)[0] for n in range(1, count + 1)})
     lines = ["# ipmi_sim command file written by bench/gen-ipmi-sim.py: %d sensors." % count,
              "mc_setbmc 0x20",
              "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02 persist_sdr",
@@ -94,7 +95,7 @@ def emu(count):
     sensors = []
     for n in range(1, count + 1):
         template, stem, settings = KINDS[(n - 1) % 20]
-        owner, number = place(n)
+        owner, number = place(n, per)
         r = record(template, n, owner, number, "%s %03d" % (stem, n))
         lines.append("main_sdr_add 0x20 " + " ".join("0x%02x" % b for b in r))
         sensors.append((n, owner, number, r[12], r[13], settings))
@@ -118,10 +119,14 @@ def expected(count):
 
 
 def main():
-    if len(sys.argv) != 3 or not sys.argv[1].isdigit() or not 1 <= int(sys.argv[1]) <= MAXIMUM:
+    args = sys.argv[1:]
+    if len(args) not in (2, 3) or not all(a.isdigit() for a in args[:1] + args[2:]):
         sys.exit(__doc__)
-    with open(sys.argv[2], "w") as f:
-        f.write(emu(int(sys.argv[1])))
+    per = int(args[2]) if len(args) == 3 else PER_CONTROLLER
+    if not 1 <= per <= PER_CONTROLLER or not 1 <= int(args[0]) <= per * len(CONTROLLERS):
+        sys.exit(__doc__)
+    with open(args[1], "w") as f:
+        f.write(emu(int(args[0]), per))
     return 0
 
 
