@@ -308,6 +308,8 @@ void IpmiSource::waitForFirstSweep() {
     // repository at a slow BMC's pace can take minutes, and what the first
     // queries find is what the agent's tables are made of. A whole startupWaitMs
     // in which no command went out ends the wait.
+    if (m_settings.startupWaitMs == 0)
+        return;
     std::unique_lock<std::mutex> lock(m_lock);
     uint64_t seen = m_backend->commandsSent();
     while (!m_wake.wait_for(lock, std::chrono::milliseconds(m_settings.startupWaitMs),
